@@ -1,0 +1,40 @@
+// Spool-side job handling: the job channel, page sequencing, N-up placement, the plug-in
+// bridge. Process-wide state lives here; the library serves one job at a time per process.
+#pragma once
+
+#include "platform/win32.h"
+#include "q417/records.h"
+
+// ---- Process-wide state of the job channel ----
+extern HMODULE ghModule;
+extern HGLOBAL hJobName;
+extern int bDoWtrMrkFontHeader;
+extern int bDoWaterMarks;
+extern char CustCmdBuf[1024];
+
+// ---- Channel and sequencing ----
+BOOL DevWrite(SPLDEVINFO *pInfo, const void *pData, DWORD cbData);
+int WriteHeaders(SPLDEVINFO *pInfo);
+void CopyDeviceInfo(SPLDEVINFO *pInfo, const void *pBlock, DWORD cbBlock);
+void CopyHistoricalDeviceInfo(SPLDEVINFO *pDst, const SPLDEVINFO *pSrc);
+int StoreJobName(SPLDEVINFO *pInfo, const WCHAR *pszName, int cchName);
+void FreeJobName(SPLDEVINFO *pInfo);
+BOOL DllEntryPoint(HMODULE hModule, DWORD reason, void *reserved);
+
+// The device mode copy of a record, or null before block 2 has arrived.
+inline DDIDEVMODE *DevModeOf(const SPLDEVINFO *pInfo) {
+    return pInfo ? Ptr32As<DDIDEVMODE>(pInfo->pDevMode) : nullptr;
+}
+
+// ---- N-up placement ----
+void InitSubPages(SPLDEVINFO *pInfo);
+void SetLayoutOrientation(SPLDEVINFO *pInfo);
+void NewSubPage(SPLDEVINFO *pInfo);
+int ScaleNupHt(SPLDEVINFO *pInfo, int value);
+int ScaleNupPosX(SPLDEVINFO *pInfo, int value);
+int ScaleNupPosY(SPLDEVINFO *pInfo, int value);
+
+// ---- Plug-in bridge (entry signatures: q417/plugin.h) ----
+extern HMODULE hCustUIDLL;
+int FillFunctionTable(HANDLE32 hPrinter);
+void FreeFunctionTable();
