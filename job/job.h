@@ -38,3 +38,33 @@ int ScaleNupPosY(SPLDEVINFO *pInfo, int value);
 extern HMODULE hCustUIDLL;
 int FillFunctionTable(HANDLE32 hPrinter);
 void FreeFunctionTable();
+
+#include "q417/plugin.h"
+
+// The plug-in's entries, in this order; a null slot is a missing entry.
+struct CUSTDLL {
+    PFN_OEM_DevModeOnly OEM_AbortDoc;
+    PFN_OEM_BeginSession OEM_BeginSession;
+    PFN_OEM_GetConfig OEM_BidiGetPrinterData;
+    PFN_OEM_Unused OEM_DeletePrinter;
+    PFN_OEM_Unused OEM_DevCaps;
+    PFN_OEM_Unused OEM_DevInstall;
+    PFN_OEM_Unused OEM_DriverDialog;
+    PFN_OEM_DevModeOnly OEM_EndDoc;
+    PFN_OEM_DevModeOnly OEM_EndSession;
+    PFN_OEM_GetConfig OEM_GetConfig;
+    PFN_OEM_Unused OEM_GetCustDataSize;
+    PFN_OEM_Unused OEM_GetPropertyPages;
+    PFN_OEM_Unused OEM_InitCustData;
+    PFN_OEM_Unused OEM_InitializePrinter;
+    PFN_OEM_Unused OEM_InitUIData;
+    PFN_OEM_CustHeader OEM_PDLCustJobHeader;
+    PFN_OEM_CustHeader OEM_PDLCustPageHeader;
+    PFN_OEM_CustHeader OEM_PJLCustJobFooter;
+    PFN_OEM_CustHeader OEM_PJLCustJobHeader;
+    PFN_OEM_Unused OEM_ReadCustData;
+    PFN_OEM_Unused OEM_UpdateCustData;
+    PFN_OEM_StartDoc OEM_StartDoc;
+    PFN_OEM_Unused OEM_WriteCustData;
+};
+extern CUSTDLL CustDLL;
