@@ -1,0 +1,267 @@
+// Code page conversions and the wide string helpers.
+#include "platform/hostenv.h"
+#include "q417/host.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cstring>
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr WCHAR kPoisonW = 0xCDCD;
+constexpr char kPoisonA = '\xCD';
+
+struct AnsiCodePage : ::testing::Test {
+    void TearDown() override { ASSERT_TRUE(Q417_SetAnsiCodePage("WINDOWS-1252")); }
+};
+
+TEST_F(AnsiCodePage, All256BytesOf1252RoundTrip) {
+    char bytes[256];
+    for (int i = 0; i < 256; ++i) bytes[i] = static_cast<char>(i);
+    WCHAR wide[256];
+    ASSERT_EQ(MultiByteToWideChar(CP_ACP, 0, bytes, 256, wide, 256), 256);
+    // Samples: the euro, the five bytes 1252 leaves undefined, and the Latin-1 half.
+    const std::pair<int, WCHAR> samples[] = {
+        {0x00, 0x0000}, {0x41, u'A'},   {0x80, 0x20AC}, {0x81, 0x0081}, {0x8A, 0x0160},
+        {0x8D, 0x008D}, {0x8F, 0x008F}, {0x90, 0x0090}, {0x9D, 0x009D}, {0x9F, 0x0178},
+        {0xA0, 0x00A0}, {0xE9, 0x00E9}, {0xFF, 0x00FF},
+    };
+    for (auto [b, w] : samples) EXPECT_EQ(wide[b], w) << "byte " << b;
+    char back[256];
+    BOOL used = TRUE;
+    ASSERT_EQ(WideCharToMultiByte(CP_ACP, 0, wide, 256, back, 256, nullptr, &used), 256);
+    EXPECT_FALSE(used);
+    EXPECT_EQ(std::memcmp(bytes, back, 256), 0);
+}
+
+TEST_F(AnsiCodePage, OtherCodePagesAndUnknownNames) {
+    const char a5[] = "\xA5";
+    WCHAR w[2];
+    ASSERT_EQ(MultiByteToWideChar(CP_ACP, 0, a5, -1, w, 2), 2);
+    EXPECT_EQ(w[0], 0x00A5); // yen sign in 1252
+    ASSERT_TRUE(Q417_SetAnsiCodePage("CP1250"));
+    ASSERT_EQ(MultiByteToWideChar(CP_ACP, 0, a5, -1, w, 2), 2);
+    EXPECT_EQ(w[0], 0x0104); // A with ogonek in 1250
+    EXPECT_FALSE(Q417_SetAnsiCodePage("NO-SUCH-CODEPAGE"));
+    EXPECT_EQ(q417::text::AnsiCodePage(), "CP1250") << "a refused name keeps the old one";
+}
+
+TEST_F(AnsiCodePage, UnmappableWideCharsBecomeTheDefault) {
+    struct Case {
+        std::u16string in;
+        std::string out;
+        bool used;
+    } cases[] = {
+        {u"abc", "abc", false},
+        {u"\u0100x", "?x", true},             // A with macron: not in 1252
+        {u"\u4E2D", "?", true},               // a CJK ideograph
+        {u"a\U0001D11Eb", "a?b", true},       // a surrogate pair is one character
+        {u"\xDC00z", "?z", true},             // a lone low surrogate
+        {u"\u20AC\u0081", "\x80\x81", false}, // the euro, and an undefined byte's way back
+    };
+    for (auto &c : cases) {
+        char out[16];
+        BOOL used = -1;
+        int n = WideCharToMultiByte(CP_ACP, 0, c.in.data(), int(c.in.size()), out, sizeof out,
+                                    nullptr, &used);
+        ASSERT_EQ(n, int(c.out.size())) << c.out;
+        EXPECT_EQ(std::string(out, n), c.out);
+        EXPECT_EQ(used, c.used ? TRUE : FALSE) << c.out;
+    }
+    char out[4];
+    EXPECT_EQ(WideCharToMultiByte(CP_ACP, 0, u"\u0100", 1, out, 4, "*", nullptr), 1);
+    EXPECT_EQ(out[0], '*') << "the caller's default character";
+}
+
+// The Win32 size protocol of both directions: a size query, an exact fit, one short.
+TEST_F(AnsiCodePage, SizeProtocolOfBothDirections) {
+    const char *narrow = "Caf\xE9 cr\xE8me";        // 10 bytes, 1252
+    const char16_t *wide = u"Caf\u00E9 cr\u00E8me"; // 10 characters
+    for (int cb : {-1, 10, 4}) {
+        const int need = cb == -1 ? 11 : cb; // -1 counts the terminator
+        SCOPED_TRACE(cb);
+        EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, narrow, cb, nullptr, 0), need);
+        EXPECT_EQ(WideCharToMultiByte(CP_ACP, 0, wide, cb, nullptr, 0, nullptr, nullptr), need);
+        for (int cap : {need, need - 1}) {
+            std::vector<WCHAR> w(cap + 1, kPoisonW);
+            SetLastError(0);
+            int n = MultiByteToWideChar(CP_ACP, 0, narrow, cb, w.data(), cap);
+            EXPECT_EQ(n, cap == need ? need : 0);
+            if (cap < need)
+                EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
+            else
+                EXPECT_EQ(std::u16string(w.data(), need), std::u16string(wide, need));
+            EXPECT_EQ(w[cap], kPoisonW) << "wrote past the buffer";
+
+            std::vector<char> a(cap + 1, kPoisonA);
+            SetLastError(0);
+            n = WideCharToMultiByte(CP_ACP, 0, wide, cb, a.data(), cap, nullptr, nullptr);
+            EXPECT_EQ(n, cap == need ? need : 0);
+            if (cap < need)
+                EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
+            else
+                EXPECT_EQ(std::string(a.data(), need), std::string(narrow, need));
+            EXPECT_EQ(a[cap], kPoisonA) << "wrote past the buffer";
+        }
+    }
+    SetLastError(0);
+    EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, narrow, 0, nullptr, 0), 0);
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, narrow, -2, nullptr, 0), 0);
+}
+
+TEST(Utf8, RoundTripAndBadSequences) {
+    const char *utf8 = "Gr\xC3\xBC\xC3\x9F"
+                       "e \xE2\x82\xAC \xF0\x9D\x84\x9E";
+    const std::u16string wide = u"Grüße € \U0001D11E";
+    WCHAR w[32];
+    int n = MultiByteToWideChar(CP_UTF8, 0, utf8, -1, w, 32);
+    ASSERT_EQ(n, int(wide.size()) + 1);
+    EXPECT_EQ(std::u16string(w, n - 1), wide);
+    char back[32];
+    ASSERT_EQ(WideCharToMultiByte(CP_UTF8, 0, w, -1, back, 32, nullptr, nullptr),
+              int(std::strlen(utf8)) + 1);
+    EXPECT_STREQ(back, utf8);
+
+    struct Bad {
+        const char *in;
+        std::u16string out;
+    } bad[] = {
+        {"a\x80z", u"a\uFFFDz"},         // a lone continuation byte
+        {"\xC0\xAF", u"\uFFFD\uFFFD"},   // overlong slash
+        {"\xED\xA0\x80!", u"\uFFFD!"},   // an encoded surrogate
+        {"\xE2\x82", u"\uFFFD"},         // cut at the end
+        {"\xF4\x90\x80\x80", u"\uFFFD"}, // above U+10FFFF
+    };
+    for (auto &b : bad) EXPECT_EQ(q417::text::Utf8ToUtf16(b.in), b.out) << b.in;
+    EXPECT_EQ(q417::text::Utf16ToUtf8(u"\xD800x"), "\xEF\xBF\xBDx");
+    BOOL used;
+    EXPECT_EQ(WideCharToMultiByte(CP_UTF8, 0, w, -1, back, 32, nullptr, &used), 0)
+        << "UTF-8 takes no default character";
+}
+
+std::u16string fmt(const char16_t *f, ...) {
+    WCHAR buf[1100];
+    va_list ap;
+    va_start(ap, f);
+    int n = wvsprintfW(buf, f, ap);
+    va_end(ap);
+    EXPECT_EQ(n, lstrlenW(buf));
+    return std::u16string(buf, n);
+}
+
+TEST(WsprintfW, Formats) {
+    const char16_t *root = u"C:\\WINNT";
+    const std::pair<std::u16string, std::u16string> cases[] = {
+        {fmt(u"%s%s", root, u"\\QMWMARK.INI"), u"C:\\WINNT\\QMWMARK.INI"},
+        {fmt(u"%s\\%s", root, u"QMWMARK.INI"), u"C:\\WINNT\\QMWMARK.INI"},
+        {fmt(u"%d|%i|%u", -42, 7, -1), u"-42|7|4294967295"},
+        {fmt(u"[%5d][%-5d][%05d][%05d]", 42, 42, 42, -42), u"[   42][42   ][00042][-0042]"},
+        {fmt(u"%03d.%03d", 7, 1234), u"007.1234"},
+        {fmt(u"%x %X %#x %08lx", 0xBEEFu, 0xBEEFu, 255u, 0x12ABu), u"beef BEEF 0xff 000012ab"},
+        {fmt(u"%ld %lu %hd", -5, 4000000000u, 70000), u"-5 4000000000 4464"},
+        {fmt(u"%I64d %llu", (long long)-9000000000, 18000000000ull), u"-9000000000 18000000000"},
+        {fmt(u"%c%c%C", u'é', u'\u20AC', '\xE9'), u"é€é"},
+        {fmt(u"%S|%hs|%ls", "caf\xE9", "x", u"w"), u"café|x|w"},
+        {fmt(u"[%.3s][%6.2s][%-4S]", u"abcdef", u"xyz", "ab"), u"[abc][    xy][ab  ]"},
+        {fmt(u"%s %S", (const char16_t *)nullptr, (const char *)nullptr), u"(null) (null)"},
+        {fmt(u"100%% %.4d %5.3d", 42, 7), u"100% 0042   007"},
+        {fmt(u"tail%"), u"tail"},
+    };
+    for (auto &[got, want] : cases) EXPECT_EQ(got, want);
+}
+
+TEST(WsprintfW, OutputStopsAt1024CharactersWithTerminator) {
+    std::u16string big(2000, u'x');
+    std::vector<WCHAR> buf(1100, kPoisonW);
+    EXPECT_EQ(wsprintfW(buf.data(), u"%s", big.c_str()), 1023);
+    EXPECT_EQ(buf[1022], u'x');
+    EXPECT_EQ(buf[1023], 0);
+    EXPECT_EQ(buf[1024], kPoisonW);
+    EXPECT_EQ(wsprintfW(buf.data(), u"%2000d", 1), 1023);
+    EXPECT_EQ(buf[1023], 0);
+    EXPECT_EQ(buf[1024], kPoisonW);
+}
+
+TEST(Wcstok, RunsOfSeparatorsAreOneAndLeadingOnesAreSkipped) {
+    struct Case {
+        std::u16string in;
+        std::vector<std::u16string> tokens;
+    } cases[] = {
+        {u"1,2,3", {u"1", u"2", u"3"}},
+        {u",,a,,b,c,,", {u"a", u"b", u"c"}},
+        {u",,,", {}},
+        {u"", {}},
+        {u" Arial , Text with blanks", {u" Arial ", u" Text with blanks"}},
+    };
+    for (auto &c : cases) {
+        std::u16string s = c.in;
+        std::vector<std::u16string> got;
+        for (WCHAR *t = wcstok(s.data(), u","); t; t = wcstok(nullptr, u",")) got.push_back(t);
+        EXPECT_EQ(got, c.tokens);
+        EXPECT_EQ(wcstok(nullptr, u","), nullptr) << "stays at the end";
+    }
+    std::u16string s = u"a;b c";
+    EXPECT_EQ(std::u16string(wcstok(s.data(), u"; ")), u"a");
+    EXPECT_EQ(std::u16string(wcstok(nullptr, u" ")), u"b");
+    EXPECT_EQ(std::u16string(wcstok(nullptr, u" ")), u"c");
+}
+
+TEST(Wtoi, LeadingBlanksSignDigitsAndSaturation) {
+    const std::pair<const char16_t *, int> cases[] = {
+        {u"42", 42},
+        {u"  \t-17", -17},
+        {u"+5", 5},
+        {u"12abc", 12},
+        {u"abc", 0},
+        {u"", 0},
+        {u"- 3", 0},
+        {u"2147483647", INT_MAX},
+        {u"-2147483648", INT_MIN},
+        {u"99999999999999999999", INT_MAX},
+        {u"-99999999999999999999", INT_MIN},
+        {u"0045", 45},
+    };
+    for (auto [s, v] : cases) EXPECT_EQ(_wtoi(s), v) << std::string(s, s + lstrlenW(s));
+    EXPECT_EQ(_wtoi(nullptr), 0);
+}
+
+TEST(WideStrings, CompareCopyAndConcatenate) {
+    struct Cmp {
+        const char16_t *a, *b;
+        int exact, nocase;
+    } cmps[] = {
+        {u"abc", u"abc", 0, 0},
+        {u"abc", u"ABC", 1, 0},
+        {u"Watermarks", u"WATERMARKS", 1, 0},
+        {u"\u00C4rger \u0152", u"\u00E4RGER \u0153", -1, 0}, // Latin-1 and Latin Extended-A
+        {u"\u0416", u"\u0436", -1, 0},                       // Cyrillic
+        {u"ab", u"abc", -1, -1},
+        {u"b", u"A", 1, 1},
+    };
+    for (auto &c : cmps) {
+        EXPECT_EQ(lstrcmpW(c.a, c.b), c.exact);
+        EXPECT_EQ(lstrcmpiW(c.a, c.b), c.nocase);
+        int r = _wcsicmp(c.a, c.b);
+        EXPECT_EQ((r > 0) - (r < 0), c.nocase);
+    }
+    EXPECT_EQ(_wcsnicmp(u"FONTSxyz", u"fontsABC", 5), 0);
+    EXPECT_NE(_wcsnicmp(u"FONTSxyz", u"fontsABC", 6), 0);
+    EXPECT_LT(lstrcmpiW(nullptr, u""), 0);
+
+    WCHAR buf[8];
+    std::fill(std::begin(buf), std::end(buf), kPoisonW);
+    lstrcpynW(buf, u"abcdefgh", 5);
+    EXPECT_EQ(std::u16string(buf), u"abcd");
+    EXPECT_EQ(buf[5], kPoisonW);
+    lstrcpyW(buf, u"ab");
+    lstrcatW(buf, u"cde");
+    EXPECT_EQ(std::u16string(buf), u"abcde");
+    EXPECT_EQ(lstrlenW(buf), 5);
+    EXPECT_EQ(buf[6], kPoisonW);
+}
+
+} // namespace
