@@ -204,8 +204,8 @@ Q417_API BOOL Q417_SetOutputCallback(HANDLE32 hPrinter, Q417_SINK_FN fn, void *c
 }
 
 Q417_API BOOL Q417_SetWindowsDirectory(const char *path) {
-    if (!path || !*path) return FALSE;
-    hostState().windowsDir = withoutTrailingSlashes(path);
+    if (path && !*path) return FALSE;
+    hostState().windowsDir = path ? withoutTrailingSlashes(path) : std::string();
     return TRUE;
 }
 

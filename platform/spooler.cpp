@@ -12,7 +12,6 @@
 
 namespace {
 
-constexpr DWORD ERROR_INVALID_LEVEL = 124;
 constexpr DWORD kDriverVersion = 2; // an NT 4 user-mode driver
 
 // Lays out a structure followed by its strings. First pass (no buffer) only sizes.

@@ -15,10 +15,19 @@
 enum : DWORD {
     ERROR_SUCCESS = 0,
     ERROR_FILE_NOT_FOUND = 2,
+    ERROR_PATH_NOT_FOUND = 3,
+    ERROR_ACCESS_DENIED = 5,
     ERROR_INVALID_HANDLE = 6,
     ERROR_NOT_ENOUGH_MEMORY = 8,
+    ERROR_FILE_EXISTS = 80,
     ERROR_INVALID_PARAMETER = 87,
     ERROR_INSUFFICIENT_BUFFER = 122,
+    ERROR_INVALID_LEVEL = 124,
+    ERROR_MOD_NOT_FOUND = 126,
+    ERROR_PROC_NOT_FOUND = 127,
+    ERROR_NEGATIVE_SEEK = 131,
+    ERROR_ALREADY_EXISTS = 183,
+    ERROR_FILENAME_EXCED_RANGE = 206,
     ERROR_MORE_DATA = 234,
     ERROR_NO_MORE_ITEMS = 259,
 };
@@ -38,7 +47,7 @@ enum : UINT {
 HGLOBAL GlobalAlloc(UINT uFlags, SIZE_T dwBytes);
 HGLOBAL GlobalReAlloc(HGLOBAL hMem, SIZE_T dwBytes, UINT uFlags);
 void *GlobalLock(HGLOBAL hMem);
-BOOL GlobalUnlock(HGLOBAL hMem); // TRUE while the block stays locked, as on Windows
+BOOL GlobalUnlock(HGLOBAL hMem);  // TRUE while the block stays locked, as on Windows
 HGLOBAL GlobalFree(HGLOBAL hMem); // 0 on success, the handle on failure
 HGLOBAL GlobalHandle(const void *pMem);
 SIZE_T GlobalSize(HGLOBAL hMem);
@@ -49,12 +58,15 @@ UINT GlobalFlags(HGLOBAL hMem); // low byte: lock count
 // for the life of the process.
 PTR32 Ptr32From(const void *p);
 void *Ptr32To(PTR32 v);
-template <class T> inline T *Ptr32As(PTR32 v) { return static_cast<T *>(Ptr32To(v)); }
+template <class T>
+inline T *Ptr32As(PTR32 v) {
+    return static_cast<T *>(Ptr32To(v));
+}
 
 // Failure injection and accounting, for tests and the host API.
 namespace q417::mem {
-void FailAllocation(long nth); // the nth allocation from now fails (1 = next); 0 disarms
-void FailLock(long nth);       // likewise for GlobalLock
+void FailAllocation(long nth);      // the nth allocation from now fails (1 = next); 0 disarms
+void FailLock(long nth);            // likewise for GlobalLock
 void FailAllocationsFrom(long nth); // every allocation from the nth on fails
 long LiveBlocks();
 void Reset(); // frees everything; for tests that start from a clean table
@@ -71,6 +83,7 @@ enum : DWORD {
     CREATE_ALWAYS = 2,
     OPEN_EXISTING = 3,
     OPEN_ALWAYS = 4,
+    TRUNCATE_EXISTING = 5,
     FILE_ATTRIBUTE_NORMAL = 0x80,
     FILE_BEGIN = 0,
     FILE_CURRENT = 1,
@@ -83,8 +96,8 @@ constexpr HANDLE INVALID_HANDLE_VALUE = 0xFFFFFFFFu;
 HANDLE CreateFileW(LPCWSTR lpFileName, DWORD dwDesiredAccess, DWORD dwShareMode,
                    void *lpSecurityAttributes, DWORD dwCreationDisposition,
                    DWORD dwFlagsAndAttributes, HANDLE hTemplateFile);
-BOOL ReadFile(HANDLE hFile, void *lpBuffer, DWORD nNumberOfBytesToRead,
-              DWORD *lpNumberOfBytesRead, void *lpOverlapped);
+BOOL ReadFile(HANDLE hFile, void *lpBuffer, DWORD nNumberOfBytesToRead, DWORD *lpNumberOfBytesRead,
+              void *lpOverlapped);
 BOOL WriteFile(HANDLE hFile, const void *lpBuffer, DWORD nNumberOfBytesToWrite,
                DWORD *lpNumberOfBytesWritten, void *lpOverlapped);
 DWORD SetFilePointer(HANDLE hFile, LONG lDistanceToMove, LONG *lpDistanceToMoveHigh,

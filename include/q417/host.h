@@ -35,7 +35,7 @@ Q417_API BOOL Q417_SetOutputFd(HANDLE32 hPrinter, int fd); /* not closed by the 
 Q417_API BOOL Q417_SetOutputCallback(HANDLE32 hPrinter, Q417_SINK_FN fn, void *ctx);
 
 /* The Windows directory: where QMWMARK.INI and the fonts folder are looked for. Defaults to
- * $Q417_WINDIR, else the current directory. */
+ * $Q417_WINDIR, else the current directory; NULL goes back to that default. */
 Q417_API BOOL Q417_SetWindowsDirectory(const char *path);
 
 /* The ANSI code page used for 8-bit text (an iconv name such as "WINDOWS-1252", the default,
