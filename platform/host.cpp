@@ -5,6 +5,8 @@
 #include "platform/hostenv.h"
 
 #include <fcntl.h>
+#include <pthread.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -49,6 +51,28 @@ void dropSink(Entry &e) {
     e.fd = -1;
     e.fn = nullptr;
     e.ctx = nullptr;
+}
+
+// write() that turns a closed pipe into EPIPE instead of a SIGPIPE that would end the host:
+// the signal is blocked in this thread for the call, and one it raised is taken back.
+ssize_t writeNoSigpipe(int fd, const void *p, size_t n) {
+    sigset_t pipeSet, old;
+    sigemptyset(&pipeSet);
+    sigaddset(&pipeSet, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &pipeSet, &old);
+    sigset_t pending;
+    sigpending(&pending);
+    bool wasPending = sigismember(&pending, SIGPIPE);
+    ssize_t r = write(fd, p, n);
+    int err = errno;
+    if (r < 0 && err == EPIPE && !wasPending) {
+        struct timespec zero = {0, 0};
+        while (sigtimedwait(&pipeSet, nullptr, &zero) < 0 && errno == EINTR) {
+        }
+    }
+    pthread_sigmask(SIG_SETMASK, &old, nullptr);
+    errno = err;
+    return r;
 }
 
 std::string withoutTrailingSlashes(std::string p) {
@@ -110,7 +134,7 @@ bool WriteToSink(HANDLE32 hPrinter, const void *data, DWORD size, DWORD *written
         auto *p = static_cast<const uint8_t *>(data);
         DWORD done = 0;
         while (done < size) {
-            ssize_t n = write(e->fd, p + done, size - done);
+            ssize_t n = writeNoSigpipe(e->fd, p + done, size - done);
             if (n < 0 && errno == EINTR) continue;
             if (n <= 0) {
                 if (written) *written = done;

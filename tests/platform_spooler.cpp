@@ -241,7 +241,11 @@ TEST_F(Spooler, FileAndDescriptorSinks) {
     EXPECT_EQ(read(fds[0], got, sizeof got), 4);
     EXPECT_STREQ(got, "pipe");
     close(fds[0]);
-    EXPECT_FALSE(WritePrinter(h, "x", 1, &written)) << "pipe without reader, printer gone";
+    HANDLE32 h2 = add("P2", "/p.pdd");
+    ASSERT_TRUE(Q417_SetOutputFd(h2, fds[1]));
+    EXPECT_FALSE(WritePrinter(h2, "x", 1, &written)) << "a pipe without reader fails the write";
+    EXPECT_EQ(written, 0u);
+    EXPECT_FALSE(WritePrinter(h, "x", 1, &written)) << "printer gone";
     close(fds[1]);
     std::remove(path.c_str());
 }
