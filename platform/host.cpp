@@ -123,7 +123,7 @@ bool WriteToSink(HANDLE32 hPrinter, const void *data, DWORD size, DWORD *written
         Q417_SINK_FN fn = e->fn;
         void *ctx = e->ctx;
         if (size > 0 && fn(ctx, data, size) == 0) {
-            SetLastError(ERROR_INVALID_HANDLE);
+            SetLastError(ERROR_WRITE_FAULT);
             return false;
         }
         if (written) *written = size;
@@ -138,7 +138,7 @@ bool WriteToSink(HANDLE32 hPrinter, const void *data, DWORD size, DWORD *written
             if (n < 0 && errno == EINTR) continue;
             if (n <= 0) {
                 if (written) *written = done;
-                SetLastError(ERROR_INVALID_HANDLE);
+                SetLastError(ERROR_WRITE_FAULT);
                 return false;
             }
             done += static_cast<DWORD>(n);
@@ -246,6 +246,7 @@ Q417_API DWORD Q417_InitDevMode(void *buf, DWORD cbBuf, HANDLE32 hPrinter, DWORD
     std::memset(buf, 0, total);
     DDIDEVMODE dm{};
     size_t n = pr->name.size() < 31 ? pr->name.size() : 31;
+    if (n == 31 && pr->name[30] >= 0xD800 && pr->name[30] < 0xDC00) n = 30; // keep pairs whole
     std::memcpy(dm.dmDeviceName, pr->name.data(), n * sizeof(WCHAR));
     dm.dmSpecVersion = 0x401;
     dm.dmSize = DEVMODEW_SIZE;

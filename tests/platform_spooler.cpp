@@ -199,6 +199,9 @@ TEST_F(Spooler, CallbackSinkFailingAtAChosenByte) {
             bool fits = sent + 10 <= limit;
             EXPECT_EQ(ok, fits ? TRUE : FALSE) << "block " << i;
             EXPECT_EQ(written, fits ? 10u : 0u);
+            if (!fits) {
+                EXPECT_EQ(GetLastError(), ERROR_WRITE_FAULT);
+            }
             if (fits) sent += 10;
         }
         EXPECT_EQ(c.got.size(), sent);
@@ -265,6 +268,11 @@ TEST_F(Spooler, InitDevModeFields) {
     DDIDEVMODE dm;
     std::memcpy(&dm, buf.data(), sizeof dm);
     EXPECT_EQ(std::u16string(dm.dmDeviceName), u"A printer name of more than thi");
+    // 30 characters and an emoji: the pair is not split at the cut.
+    HANDLE32 h2 = add("123456789012345678901234567890\xF0\x9F\x96\xA8 printer", "/p.pdd");
+    DDIDEVMODE dm2;
+    ASSERT_EQ(Q417_InitDevMode(&dm2, sizeof dm2, h2, 0), DDIDEVMODE_SIZE);
+    EXPECT_EQ(lstrlenW(dm2.dmDeviceName), 30);
     EXPECT_EQ(dm.dmSpecVersion, 0x401);
     EXPECT_EQ(dm.dmSize, 220);
     EXPECT_EQ(dm.dmDriverExtra, 184 + kCust);
