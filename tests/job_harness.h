@@ -20,21 +20,24 @@
 namespace q417::test {
 
 struct Event {
-    enum Kind { Write, Call } kind;
-    std::string text; // bytes written, or the plug-in entry's name
+    enum Kind { Write, Call, Mark } kind;
+    std::string text; // bytes written, the plug-in entry's name, or the test's mark
     bool operator==(const Event &) const = default;
 };
 
 inline Event W(std::string s) {
     return {Event::Write, std::move(s)};
 }
+inline Event M(std::string s) {
+    return {Event::Mark, std::move(s)};
+}
 inline Event C(std::string s) {
     return {Event::Call, std::move(s)};
 }
 
 inline void PrintTo(const Event &e, std::ostream *os) {
-    *os << (e.kind == Event::Write ? "write \"" : "call ") << e.text
-        << (e.kind == Event::Write ? "\"" : "");
+    static const char *const kinds[] = {"write ", "call ", "mark "};
+    *os << kinds[e.kind] << ::testing::PrintToString(e.text);
 }
 
 // The record as a graphics half would first send it: a letter page at 600 dpi.
@@ -173,6 +176,7 @@ class JobHarness {
 
     // ---- The stream ----
     std::vector<Event> events;
+    void Mark(const std::string &what) { events.push_back(M(what)); }
     std::string Stream() const {
         std::string s;
         for (const auto &e : events)
