@@ -2,6 +2,8 @@
 // tells it, checked through plug-ins built for the purpose and loaded by the real rule.
 #include "job_harness.h"
 
+#include "config/config.h"
+
 #include <fstream>
 
 namespace {
@@ -240,6 +242,32 @@ TEST_F(Bridge, ThePluginLoadedByAPageStartOutlivesTheJob) {
     ASSERT_EQ(DrvSplStartPage(h.job()), 1);
     EXPECT_EQ(hCustUIDLL, module);
     EXPECT_EQ(h.PluginCallNames().size(), 4u) << "one module, one record of calls";
+}
+
+} // namespace
+
+namespace {
+
+TEST(LibraryLoad, AttachClearsTheProcessStateAndDetachReleasesThePlugin) {
+    JobHarness h("attach");
+    h.InstallPlugin(Q417_PLUGIN_REC);
+    ASSERT_NE(FillFunctionTable(h.printer()), 0);
+    const HMODULE self = ghModule;
+    EXPECT_NE(self, 0u) << "the library's load has run";
+
+    EXPECT_EQ(DllEntryPoint(self, 0, nullptr), TRUE) << "detach";
+    EXPECT_EQ(hCustUIDLL, 0u);
+    EXPECT_EQ(CustDLL.OEM_StartDoc, nullptr);
+    EXPECT_EQ(hCfg, 0u);
+
+    hJobName = 0x1234; // what a crashed job could have left; a new load forgets it
+    EXPECT_EQ(DllEntryPoint(0x77, 1, nullptr), TRUE) << "attach";
+    EXPECT_EQ(ghModule, 0x77u);
+    EXPECT_EQ(hJobName, 0u);
+    EXPECT_EQ(hCustUIDLL, 0u);
+    EXPECT_EQ(DllEntryPoint(self, 1, nullptr), TRUE);
+    EXPECT_EQ(DllEntryPoint(self, 2, nullptr), TRUE) << "thread notices are ignored";
+    EXPECT_EQ(ghModule, self);
 }
 
 } // namespace
