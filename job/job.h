@@ -68,3 +68,34 @@ struct CUSTDLL {
     PFN_OEM_Unused OEM_WriteCustData;
 };
 extern CUSTDLL CustDLL;
+
+// The entries by name, in the order of CUSTDLL; X(name) for each.
+#define Q417_CUSTDLL_ENTRIES(X)                                                                    \
+    X(OEM_AbortDoc)                                                                                \
+    X(OEM_BeginSession)                                                                            \
+    X(OEM_BidiGetPrinterData)                                                                      \
+    X(OEM_DeletePrinter)                                                                           \
+    X(OEM_DevCaps)                                                                                 \
+    X(OEM_DevInstall)                                                                              \
+    X(OEM_DriverDialog)                                                                            \
+    X(OEM_EndDoc)                                                                                  \
+    X(OEM_EndSession)                                                                              \
+    X(OEM_GetConfig)                                                                               \
+    X(OEM_GetCustDataSize)                                                                         \
+    X(OEM_GetPropertyPages)                                                                        \
+    X(OEM_InitCustData)                                                                            \
+    X(OEM_InitializePrinter)                                                                       \
+    X(OEM_InitUIData)                                                                              \
+    X(OEM_PDLCustJobHeader)                                                                        \
+    X(OEM_PDLCustPageHeader)                                                                       \
+    X(OEM_PJLCustJobFooter)                                                                        \
+    X(OEM_PJLCustJobHeader)                                                                        \
+    X(OEM_ReadCustData)                                                                            \
+    X(OEM_UpdateCustData)                                                                          \
+    X(OEM_StartDoc)                                                                                \
+    X(OEM_WriteCustData)
+
+constexpr int kCustDllEntries = 23;
+static_assert(sizeof(CUSTDLL) == kCustDllEntries * sizeof(void (*)()));
+// Names of the entries, slot by slot.
+extern const char *const CustDllEntryNames[kCustDllEntries];

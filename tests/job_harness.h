@@ -1,0 +1,228 @@
+// A stand-in for the graphics half and the spooler around one job: a printer known to the host
+// API, a capture of its stream, the tagged blocks, and an event log that interleaves what the
+// printer received with what the recording plug-in was told.
+#pragma once
+
+#include "halftone/halftone.h"
+#include "job/job.h"
+#include "job/joblock.h"
+#include "q417/host.h"
+#include "q417/q417plg.h"
+#include "plugins/recplugin.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace q417::test {
+
+struct Event {
+    enum Kind { Write, Call, Mark } kind;
+    std::string text; // bytes written, the plug-in entry's name, or the test's mark
+    bool operator==(const Event &) const = default;
+};
+
+inline Event W(std::string s) {
+    return {Event::Write, std::move(s)};
+}
+inline Event M(std::string s) {
+    return {Event::Mark, std::move(s)};
+}
+inline Event C(std::string s) {
+    return {Event::Call, std::move(s)};
+}
+
+inline void PrintTo(const Event &e, std::ostream *os) {
+    static const char *const kinds[] = {"write ", "call ", "mark "};
+    *os << kinds[e.kind] << ::testing::PrintToString(e.text);
+}
+
+// The record as a graphics half would first send it: a letter page at 600 dpi.
+inline SPLDEVINFO LetterRecord() {
+    SPLDEVINFO r{};
+    r.cxPaper = 6120;
+    r.cyPaper = 7920;
+    r.cxPrintable = 5760;
+    r.cyPrintable = 7560;
+    r.cxMargin = 180;
+    r.cyMargin = 180;
+    r.nPage = 1;
+    return r;
+}
+
+class JobHarness {
+  public:
+    // A printer whose description sits in a fresh directory; plug-ins go beside it.
+    explicit JobHarness(const std::string &name) {
+        dir_ = std::filesystem::temp_directory_path() /
+               ("q417_job_" + name + "_" + std::to_string(::getpid()));
+        std::filesystem::remove_all(dir_);
+        std::filesystem::create_directories(dir_ / "driver");
+        pdd_ = (dir_ / "printer.PDD").string();
+        driverDir_ = (dir_ / "driver").string();
+        Q417_PRINTER p{};
+        p.name = "Test 417";
+        p.pdd_path = pdd_.c_str();
+        p.driver_dir = driverDir_.c_str();
+        p.port = "LPT1:";
+        hPrinter_ = Q417_AddPrinter(&p);
+        Q417_SetOutputCallback(hPrinter_, &JobHarness::Sink, this);
+    }
+    ~JobHarness() {
+        FreeFunctionTable();
+        Q417_DeletePrinter(hPrinter_);
+        std::error_code ec;
+        std::filesystem::remove_all(dir_, ec);
+    }
+    JobHarness(const JobHarness &) = delete;
+    JobHarness &operator=(const JobHarness &) = delete;
+
+    HANDLE32 printer() const { return hPrinter_; }
+    const std::filesystem::path &dir() const { return dir_; }
+    const std::string &pddPath() const { return pdd_; }
+
+    // Puts a module where the loading rule finds it first: beside the PDD, named "printer.DLL".
+    void InstallPlugin(const char *module) { Link(module, dir_ / "printer.DLL"); }
+    void InstallDriverDirPlugin(const char *module) {
+        std::filesystem::create_directories(dir_ / "driver" / "2");
+        Link(module, dir_ / "driver" / "2" / "QMARKDLG.DLL");
+    }
+
+    // The recording plug-in's view, once the library has loaded it.
+    std::vector<RecCall> PluginCalls() const {
+        std::vector<RecCall> out;
+        if (!hCustUIDLL) return out;
+        auto count = reinterpret_cast<PFN_Rec_Count>(GetProcAddress(hCustUIDLL, "Rec_Count"));
+        auto get = reinterpret_cast<PFN_Rec_Get>(GetProcAddress(hCustUIDLL, "Rec_Get"));
+        if (!count || !get) return out;
+        for (int i = 0; i < count(); ++i) out.push_back(*get(i));
+        return out;
+    }
+    std::vector<std::string> PluginCallNames() const {
+        std::vector<std::string> names;
+        for (const auto &c : PluginCalls()) names.push_back(c.entry);
+        return names;
+    }
+    // Routes the plug-in's calls into the event log; the plug-in must be loaded.
+    void ObservePlugin() {
+        auto set =
+            reinterpret_cast<PFN_Rec_SetObserver>(GetProcAddress(hCustUIDLL, "Rec_SetObserver"));
+        ASSERT_NE(set, nullptr);
+        set(&JobHarness::Observe, this);
+    }
+
+    // ---- The job ----
+    void *Start(DWORD jobId = 7) {
+        job_ = DrvSplStartDoc(hPrinter_, jobId);
+        return job_;
+    }
+    void *job() const { return job_; }
+    void Close() {
+        DrvSplClose(job_);
+        job_ = nullptr;
+    }
+
+    BOOL Send(BYTE tag, const void *payload, size_t cb, DWORD *pcWritten = nullptr) {
+        std::vector<BYTE> block(cb + 1);
+        block[0] = tag;
+        if (cb) std::memcpy(block.data() + 1, payload, cb);
+        return DrvSplWritePrinter(job_, block.data(), static_cast<DWORD>(block.size()), pcWritten);
+    }
+    BOOL SendRecord(const SPLDEVINFO &r, size_t cb = sizeof(SPLDEVINFO)) { return Send(1, &r, cb); }
+    BOOL SendDevMode(const std::vector<BYTE> &dm) { return Send(2, dm.data(), dm.size()); }
+    BOOL SendName(const std::u16string &name) {
+        return Send(8, name.data(), name.size() * sizeof(char16_t));
+    }
+    BOOL SendData(const std::string &bytes, BYTE tag = 0x30) {
+        return Send(tag, bytes.data(), bytes.size());
+    }
+
+    // A device mode as the user interface leaves it, with cbCust bytes of plug-in data.
+    std::vector<BYTE> DevMode(DWORD cbCust = 0, SHORT yRes = 600, BYTE pagesPerSheet = 1) const {
+        std::vector<BYTE> dm(sizeof(DDIDEVMODE) + cbCust);
+        Q417_InitDevMode(dm.data(), static_cast<DWORD>(dm.size()), hPrinter_, cbCust);
+        auto *pdm = reinterpret_cast<DDIDEVMODE *>(dm.data());
+        pdm->dmPrintQuality = 300; // the job makes it equal to the vertical resolution
+        pdm->dmYResolution = yRes;
+        pdm->bLayout = pagesPerSheet;
+        return dm;
+    }
+
+    // Blocks 1, 2 and 8, in the order the graphics half sends them.
+    void SendSetup(const std::vector<BYTE> &dm, const std::u16string &name = u"Report") {
+        ASSERT_TRUE(SendRecord(LetterRecord()));
+        ASSERT_TRUE(SendDevMode(dm));
+        if (!name.empty()) {
+            ASSERT_TRUE(SendName(name));
+        }
+    }
+
+    // The record as it stands in the library, for the sender to carry its fields along.
+    SPLDEVINFO Record() const {
+        q417::job::Locked<SPLDEVINFO> info(q417::job::JobOf(job_)->hDevInfo);
+        SPLDEVINFO copy{};
+        if (info) std::memcpy(&copy, info.get(), sizeof copy);
+        return copy;
+    }
+    DDIDEVMODE DevModeCopy() const {
+        q417::job::Locked<SPLDEVINFO> info(q417::job::JobOf(job_)->hDevInfo);
+        DDIDEVMODE copy{};
+        if (const DDIDEVMODE *pdm = DevModeOf(info.get())) std::memcpy(&copy, pdm, sizeof copy);
+        return copy;
+    }
+
+    // ---- The stream ----
+    std::vector<Event> events;
+    void Mark(const std::string &what) { events.push_back(M(what)); }
+    std::string Stream() const {
+        std::string s;
+        for (const auto &e : events)
+            if (e.kind == Event::Write) s += e.text;
+        return s;
+    }
+    std::vector<Event> Writes() const {
+        std::vector<Event> w;
+        for (const auto &e : events)
+            if (e.kind == Event::Write) w.push_back(e);
+        return w;
+    }
+    // Fails the write that holds byte number failAt of the stream (0 for none); every other
+    // write goes through.
+    void FailWriteAtByte(size_t failAt) { failAt_ = failAt; }
+    size_t bytesOffered = 0;
+
+  private:
+    static int Sink(void *ctx, const void *data, uint32_t size) {
+        auto *self = static_cast<JobHarness *>(ctx);
+        const size_t first = self->bytesOffered + 1;
+        self->bytesOffered += size;
+        if (self->failAt_ && self->failAt_ >= first && self->failAt_ <= self->bytesOffered)
+            return 0;
+        self->events.push_back(W(std::string(static_cast<const char *>(data), size)));
+        return 1;
+    }
+    static void Observe(void *ctx, const char *entry) {
+        static_cast<JobHarness *>(ctx)->events.push_back(C(entry));
+    }
+    static void Link(const char *module, const std::filesystem::path &to) {
+        std::filesystem::remove(to);
+        std::filesystem::create_symlink(module, to);
+    }
+
+    std::filesystem::path dir_;
+    std::string pdd_;
+    std::string driverDir_;
+    HANDLE32 hPrinter_ = 0;
+    void *job_ = nullptr;
+    size_t failAt_ = 0;
+};
+
+// Blocks that outlive every job: the transfer tables, and the plug-in's nothing.
+inline long ProcessWideBlocks() {
+    return RedXfer ? 3 : 0;
+}
+
+} // namespace q417::test

@@ -1,0 +1,273 @@
+// The plug-in bridge: where the plug-in is found, its entries by name, and what the spool side
+// tells it, checked through plug-ins built for the purpose and loaded by the real rule.
+#include "job_harness.h"
+
+#include "config/config.h"
+
+#include <fstream>
+
+namespace {
+
+using q417::test::JobHarness;
+using q417::test::LetterRecord;
+
+constexpr DWORD kSessionValue = 0x5E550001u; // what the recording plug-in's session returns
+
+struct Bridge : ::testing::Test {
+    JobHarness h{"bridge"};
+    long live0 = 0;
+    void SetUp() override {
+        FreeFunctionTable();
+        DefaultXfers();
+        live0 = q417::mem::LiveBlocks();
+    }
+    void TearDown() override {
+        if (h.job()) h.Close();
+        FreeFunctionTable();
+        EXPECT_EQ(q417::mem::LiveBlocks(), live0);
+    }
+    void StartJob(const std::u16string &name = u"Minutes") {
+        ASSERT_NE(h.Start(), nullptr);
+        h.SendSetup(h.DevMode(24), name);
+    }
+    DWORD Session() const { return h.DevModeCopy().dwSession; }
+};
+
+TEST_F(Bridge, TheLoadingRuleTriesBesideTheDescriptionThenTheDriverDirectory) {
+    struct Case {
+        const char *what;
+        const char *beside;    // module or junk at "printer.DLL"
+        const char *driverDir; // module at "driver/2/QMARKDLG.DLL"
+        bool loads;
+        bool hasEntries;
+    } cases[] = {
+        {"beside the description", Q417_PLUGIN_REC, nullptr, true, true},
+        {"driver directory", nullptr, Q417_PLUGIN_REC, true, true},
+        {"beside wins over the directory", Q417_PLUGIN_REC, Q417_PLUGIN_NONE, true, true},
+        {"not a shared object: the directory's", "junk", Q417_PLUGIN_REC, true, true},
+        {"not a shared object, nothing else", "junk", nullptr, false, false},
+        {"a plug-in without entries", Q417_PLUGIN_NONE, nullptr, true, false},
+        {"nothing at all", nullptr, nullptr, false, false},
+    };
+    for (const Case &c : cases) {
+        JobHarness p("rule");
+        if (c.beside && std::string(c.beside) == "junk") {
+            std::ofstream(p.dir() / "printer.DLL") << "MZ this is no ELF file";
+        } else if (c.beside) {
+            p.InstallPlugin(c.beside);
+        }
+        if (c.driverDir) p.InstallDriverDirPlugin(c.driverDir);
+        const int loaded = FillFunctionTable(p.printer());
+        EXPECT_EQ(loaded != 0, c.loads) << c.what;
+        EXPECT_EQ(hCustUIDLL != 0, c.loads) << c.what;
+        EXPECT_EQ(CustDLL.OEM_BeginSession != nullptr, c.hasEntries) << c.what;
+        if (c.loads) {
+            EXPECT_EQ(static_cast<HMODULE>(loaded), hCustUIDLL) << c.what;
+            EXPECT_EQ(FillFunctionTable(p.printer()), 0) << c.what << ": loaded once";
+        }
+        FreeFunctionTable();
+        EXPECT_EQ(hCustUIDLL, 0u);
+        EXPECT_EQ(CustDLL.OEM_BeginSession, nullptr) << "the entries went with the module";
+    }
+}
+
+TEST_F(Bridge, AFailedLoadIsTriedAgainAtTheNextCall) {
+    EXPECT_EQ(FillFunctionTable(h.printer()), 0);
+    h.InstallPlugin(Q417_PLUGIN_REC);
+    EXPECT_NE(FillFunctionTable(h.printer()), 0);
+}
+
+TEST_F(Bridge, EveryEntryIsFoundByItsName) {
+    h.InstallPlugin(Q417_PLUGIN_REC);
+    ASSERT_NE(FillFunctionTable(h.printer()), 0);
+    const auto *slots = reinterpret_cast<const FARPROC *>(&CustDLL);
+    for (int i = 0; i < kCustDllEntries; ++i) {
+        const FARPROC expect = GetProcAddress(hCustUIDLL, CustDllEntryNames[i]);
+        EXPECT_NE(expect, nullptr) << CustDllEntryNames[i];
+        EXPECT_EQ(slots[i], expect) << "slot " << i << " is " << CustDllEntryNames[i];
+    }
+    const char *const order[] = {"OEM_AbortDoc",
+                                 "OEM_BeginSession",
+                                 "OEM_BidiGetPrinterData",
+                                 "OEM_DeletePrinter",
+                                 "OEM_DevCaps",
+                                 "OEM_DevInstall",
+                                 "OEM_DriverDialog",
+                                 "OEM_EndDoc",
+                                 "OEM_EndSession",
+                                 "OEM_GetConfig",
+                                 "OEM_GetCustDataSize",
+                                 "OEM_GetPropertyPages",
+                                 "OEM_InitCustData",
+                                 "OEM_InitializePrinter",
+                                 "OEM_InitUIData",
+                                 "OEM_PDLCustJobHeader",
+                                 "OEM_PDLCustPageHeader",
+                                 "OEM_PJLCustJobFooter",
+                                 "OEM_PJLCustJobHeader",
+                                 "OEM_ReadCustData",
+                                 "OEM_UpdateCustData",
+                                 "OEM_StartDoc",
+                                 "OEM_WriteCustData"};
+    for (int i = 0; i < kCustDllEntries; ++i) EXPECT_STREQ(CustDllEntryNames[i], order[i]);
+    EXPECT_EQ(reinterpret_cast<FARPROC>(CustDLL.OEM_StartDoc),
+              GetProcAddress(hCustUIDLL, "OEM_StartDoc"));
+}
+
+TEST_F(Bridge, PageStartsCallTheSessionAndStartDocWithTheirArguments) {
+    h.InstallPlugin(Q417_PLUGIN_REC);
+    StartJob(u"Minutes");
+    ASSERT_EQ(DrvSplStartPage(h.job()), 1);
+    ASSERT_EQ(DrvSplEndPage(h.job()), 1);
+    // A new block 2 does not bring OEM_StartDoc back once the job header is out.
+    ASSERT_EQ(h.SendRecord(h.Record()), 1);
+    ASSERT_EQ(h.SendDevMode(h.DevMode(24)), 1);
+    ASSERT_EQ(DrvSplStartPage(h.job()), 1);
+    ASSERT_EQ(DrvSplStartPage(h.job()), 1) << "again without an end: the session is begun anew";
+
+    q417::job::Locked<SPLDEVINFO> info(q417::job::JobOf(h.job())->hDevInfo);
+    DDIDEVMODE *copy = DevModeOf(info.get());
+    EXPECT_EQ(copy->dwSession, kSessionValue);
+    const std::vector<RecCall> calls = h.PluginCalls();
+    std::vector<std::string> names;
+    for (const RecCall &c : calls) names.push_back(c.entry);
+    // The header hooks belong to the stream writers; leave them out here.
+    std::erase_if(names, [](const std::string &n) { return n.find("Cust") != std::string::npos; });
+    EXPECT_EQ(names, (std::vector<std::string>{"OEM_BeginSession", "OEM_StartDoc",
+                                               "OEM_BeginSession", "OEM_BeginSession"}));
+    for (const RecCall &c : calls) {
+        if (std::string(c.entry) == "OEM_BeginSession") {
+            EXPECT_EQ(c.arg[0], ghModule) << "the library's module";
+            EXPECT_EQ(c.arg[1], reinterpret_cast<uintptr_t>(c.pdm)) << "the device mode twice";
+            EXPECT_EQ(c.arg[2], 0u);
+            EXPECT_EQ(c.arg[3], 2u);
+            EXPECT_EQ(c.dmPrintQuality, c.dmYResolution) << "set before the session";
+            EXPECT_EQ(c.hPrinter, h.printer());
+            EXPECT_NE(c.pCustData, 0u) << "24 bytes of plug-in data behind the record";
+        }
+        if (std::string(c.entry) == "OEM_StartDoc") {
+            EXPECT_TRUE(c.hasJobName);
+            EXPECT_EQ(std::u16string(c.jobName), u"Minutes");
+        }
+    }
+    EXPECT_EQ(calls.back().pdm, copy) << "the job's current copy";
+    EXPECT_NE(ghModule, 0u);
+}
+
+TEST_F(Bridge, StartDocWithoutANameGetsNull) {
+    h.InstallPlugin(Q417_PLUGIN_REC);
+    StartJob(u"");
+    ASSERT_EQ(DrvSplStartPage(h.job()), 1);
+    const std::vector<RecCall> calls = h.PluginCalls();
+    ASSERT_GE(calls.size(), 2u);
+    EXPECT_STREQ(calls[1].entry, "OEM_StartDoc");
+    EXPECT_FALSE(calls[1].hasJobName);
+}
+
+TEST_F(Bridge, EndDocAndAbortTellThePluginWithTheDeviceMode) {
+    h.InstallPlugin(Q417_PLUGIN_REC);
+    StartJob();
+    ASSERT_EQ(DrvSplStartPage(h.job()), 1);
+    const DDIDEVMODE *copy = nullptr;
+    {
+        q417::job::Locked<SPLDEVINFO> info(q417::job::JobOf(h.job())->hDevInfo);
+        copy = DevModeOf(info.get());
+    }
+    DrvSplEndDoc(h.job());
+    EXPECT_EQ(q417::job::JobOf(h.job())->dwState, 1u | 2u);
+    DrvSplAbort(h.job());
+    EXPECT_EQ(q417::job::JobOf(h.job())->dwState, 1u | 2u | 4u);
+    std::vector<RecCall> calls = h.PluginCalls();
+    std::erase_if(calls, [](const RecCall &c) {
+        return std::string(c.entry).find("Cust") != std::string::npos;
+    });
+    ASSERT_EQ(calls.size(), 6u);
+    const char *const tail[] = {"OEM_EndDoc", "OEM_EndSession", "OEM_AbortDoc", "OEM_EndSession"};
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_STREQ(calls[2 + i].entry, tail[i]);
+        EXPECT_EQ(calls[2 + i].pdm, copy) << tail[i];
+    }
+}
+
+TEST_F(Bridge, ASessionOfZeroFailsThePageBeforeAnyHeader) {
+    h.InstallPlugin(Q417_PLUGIN_NOSESSION);
+    StartJob();
+    EXPECT_EQ(DrvSplStartPage(h.job()), 0);
+    EXPECT_EQ(Session(), 0u);
+    EXPECT_EQ(h.Record().bJobFlags & JOB_HEADER_SENT, 0) << "no header";
+    EXPECT_EQ(h.PluginCallNames(), std::vector<std::string>{"OEM_BeginSession"})
+        << "no StartDoc and no abort";
+    EXPECT_EQ(q417::job::JobOf(h.job())->dwState, 1u);
+    EXPECT_EQ(bDoWtrMrkFontHeader, 1) << "the font is still to do";
+    EXPECT_TRUE(h.events.empty());
+}
+
+TEST_F(Bridge, AStartDocRefusalAbortsTheJob) {
+    h.InstallPlugin(Q417_PLUGIN_REFUSE);
+    StartJob();
+    EXPECT_EQ(DrvSplStartPage(h.job()), 0);
+    EXPECT_EQ(h.PluginCallNames(), (std::vector<std::string>{"OEM_BeginSession", "OEM_StartDoc",
+                                                             "OEM_AbortDoc", "OEM_EndSession"}));
+    EXPECT_EQ(q417::job::JobOf(h.job())->dwState, 1u | 4u);
+    EXPECT_EQ(h.Record().bJobFlags & JOB_HEADER_SENT, 0);
+    EXPECT_TRUE(h.events.empty()) << "nothing has been written";
+    EXPECT_EQ(Session(), kSessionValue);
+}
+
+TEST_F(Bridge, APluginWithoutEntriesIsNoPlugin) {
+    for (const char *module : {Q417_PLUGIN_NONE, static_cast<const char *>(nullptr)}) {
+        JobHarness p("noentries");
+        if (module) p.InstallPlugin(module);
+        ASSERT_NE(p.Start(), nullptr);
+        p.SendSetup(p.DevMode());
+        EXPECT_EQ(DrvSplStartPage(p.job()), 1);
+        EXPECT_EQ(p.DevModeCopy().dwSession, 0u);
+        EXPECT_EQ(p.Record().bJobFlags & JOB_HEADER_SENT, JOB_HEADER_SENT);
+        EXPECT_EQ(DrvSplEndPage(p.job()), 1);
+        DrvSplEndDoc(p.job());
+        DrvSplAbort(p.job());
+        p.Close();
+        FreeFunctionTable();
+    }
+}
+
+TEST_F(Bridge, ThePluginLoadedByAPageStartOutlivesTheJob) {
+    h.InstallPlugin(Q417_PLUGIN_REC);
+    StartJob();
+    ASSERT_EQ(DrvSplStartPage(h.job()), 1);
+    const HMODULE module = hCustUIDLL;
+    h.Close();
+    EXPECT_EQ(hCustUIDLL, module);
+    StartJob();
+    ASSERT_EQ(DrvSplStartPage(h.job()), 1);
+    EXPECT_EQ(hCustUIDLL, module);
+    EXPECT_EQ(h.PluginCallNames().size(), 4u) << "one module, one record of calls";
+}
+
+} // namespace
+
+namespace {
+
+TEST(LibraryLoad, AttachClearsTheProcessStateAndDetachReleasesThePlugin) {
+    JobHarness h("attach");
+    h.InstallPlugin(Q417_PLUGIN_REC);
+    ASSERT_NE(FillFunctionTable(h.printer()), 0);
+    const HMODULE self = ghModule;
+    EXPECT_NE(self, 0u) << "the library's load has run";
+
+    EXPECT_EQ(DllEntryPoint(self, 0, nullptr), TRUE) << "detach";
+    EXPECT_EQ(hCustUIDLL, 0u);
+    EXPECT_EQ(CustDLL.OEM_StartDoc, nullptr);
+    EXPECT_EQ(hCfg, 0u);
+
+    hJobName = 0x1234; // what a crashed job could have left; a new load forgets it
+    EXPECT_EQ(DllEntryPoint(0x77, 1, nullptr), TRUE) << "attach";
+    EXPECT_EQ(ghModule, 0x77u);
+    EXPECT_EQ(hJobName, 0u);
+    EXPECT_EQ(hCustUIDLL, 0u);
+    EXPECT_EQ(DllEntryPoint(self, 1, nullptr), TRUE);
+    EXPECT_EQ(DllEntryPoint(self, 2, nullptr), TRUE) << "thread notices are ignored";
+    EXPECT_EQ(ghModule, self);
+}
+
+} // namespace

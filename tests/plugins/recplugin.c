@@ -1,0 +1,150 @@
+/* Test plug-ins, one source for four modules:
+ *   REC_ALL        every entry, each call recorded with its arguments; StartDoc agrees
+ *   REC_NOSESSION  as REC_ALL, but OEM_BeginSession returns 0
+ *   REC_REFUSE     as REC_ALL, but OEM_StartDoc refuses the job
+ *   REC_NONE       no entry at all */
+#define Q417_PLUGIN_IMPLEMENTATION
+#include "recplugin.h"
+
+#include <string.h>
+
+#define REC_EXPORT __attribute__((visibility("default")))
+
+REC_EXPORT int Rec_Count(void);
+REC_EXPORT const RecCall *Rec_Get(int index);
+REC_EXPORT void Rec_Reset(void);
+REC_EXPORT void Rec_SetObserver(REC_OBSERVER fn, void *ctx);
+
+static RecCall calls[REC_MAX_CALLS];
+static int nCalls;
+static REC_OBSERVER observer;
+static void *observerCtx;
+
+int Rec_Count(void) {
+    return nCalls;
+}
+const RecCall *Rec_Get(int index) {
+    return index >= 0 && index < nCalls ? &calls[index] : 0;
+}
+void Rec_Reset(void) {
+    nCalls = 0;
+}
+void Rec_SetObserver(REC_OBSERVER fn, void *ctx) {
+    observer = fn;
+    observerCtx = ctx;
+}
+
+#ifndef REC_NONE
+
+static RecCall *Record(const char *entry, DDIDEVMODE *pdm) {
+    static RecCall overflow;
+    RecCall *c = nCalls < REC_MAX_CALLS ? &calls[nCalls++] : &overflow;
+    memset(c, 0, sizeof *c);
+    strncpy(c->entry, entry, sizeof c->entry - 1);
+    c->pdm = pdm;
+    if (pdm) {
+        c->pJobInfo = pdm->pJobInfo;
+        c->pCustData = pdm->pCustData;
+        c->dmPrintQuality = pdm->dmPrintQuality;
+        c->dmYResolution = pdm->dmYResolution;
+        c->hPrinter = pdm->hPrinter;
+    }
+    if (observer) observer(observerCtx, entry);
+    return c;
+}
+
+/* A session value with high bits set, and a StartDoc answer whose low 16 bits alone say yes. */
+#define SESSION_VALUE 0x5E550001u
+#define STARTDOC_YES 0xABCD0001u
+#define STARTDOC_NO 0x00010002u
+
+DWORD OEM_BeginSession(DDIDEVMODE *pdm, HMODULE hLibrary, DDIDEVMODE *pdm2, DWORD reserved,
+                       DWORD mode) {
+    RecCall *c = Record("OEM_BeginSession", pdm);
+    c->arg[0] = hLibrary;
+    c->arg[1] = (unsigned long long)(size_t)pdm2;
+    c->arg[2] = reserved;
+    c->arg[3] = mode;
+#ifdef REC_NOSESSION
+    return 0;
+#else
+    return SESSION_VALUE;
+#endif
+}
+
+DWORD OEM_StartDoc(DDIDEVMODE *pdm, const WCHAR *pJobName) {
+    RecCall *c = Record("OEM_StartDoc", pdm);
+    if (pJobName) {
+        int i = 0;
+        c->hasJobName = 1;
+        for (; i < REC_NAME_CHARS - 1 && pJobName[i]; ++i) c->jobName[i] = pJobName[i];
+        c->jobName[i] = 0;
+    }
+#ifdef REC_REFUSE
+    return STARTDOC_NO;
+#else
+    return STARTDOC_YES;
+#endif
+}
+
+static DWORD CustHeader(const char *entry, DDIDEVMODE *pdm, DWORD word, void *pCustData) {
+    RecCall *c = Record(entry, pdm);
+    c->arg[0] = word;
+    c->arg[1] = (unsigned long long)(size_t)pCustData;
+    return 1;
+}
+
+DWORD OEM_PJLCustJobHeader(DDIDEVMODE *pdm, DWORD word, void *pCustData) {
+    return CustHeader("OEM_PJLCustJobHeader", pdm, word, pCustData);
+}
+DWORD OEM_PDLCustJobHeader(DDIDEVMODE *pdm, DWORD word, void *pCustData) {
+    return CustHeader("OEM_PDLCustJobHeader", pdm, word, pCustData);
+}
+DWORD OEM_PDLCustPageHeader(DDIDEVMODE *pdm, DWORD word, void *pCustData) {
+    return CustHeader("OEM_PDLCustPageHeader", pdm, word, pCustData);
+}
+DWORD OEM_PJLCustJobFooter(DDIDEVMODE *pdm, DWORD word, void *pCustData) {
+    return CustHeader("OEM_PJLCustJobFooter", pdm, word, pCustData);
+}
+
+DWORD OEM_EndDoc(DDIDEVMODE *pdm) {
+    Record("OEM_EndDoc", pdm);
+    return 1;
+}
+DWORD OEM_EndSession(DDIDEVMODE *pdm) {
+    Record("OEM_EndSession", pdm);
+    return 1;
+}
+DWORD OEM_AbortDoc(DDIDEVMODE *pdm) {
+    Record("OEM_AbortDoc", pdm);
+    return 1;
+}
+
+DWORD OEM_GetConfig(DDIDEVMODE *pdm, void *pCfgInfo) {
+    Record("OEM_GetConfig", pdm)->arg[0] = (unsigned long long)(size_t)pCfgInfo;
+    return 1;
+}
+DWORD OEM_BidiGetPrinterData(DDIDEVMODE *pdm, void *pCfgInfo) {
+    Record("OEM_BidiGetPrinterData", pdm)->arg[0] = (unsigned long long)(size_t)pCfgInfo;
+    return 1;
+}
+
+#define UNCALLED(name)                                                                             \
+    DWORD name(void) {                                                                             \
+        Record(#name, 0);                                                                          \
+        return 0;                                                                                  \
+    }
+UNCALLED(OEM_DeletePrinter)
+UNCALLED(OEM_DevCaps)
+UNCALLED(OEM_DevInstall)
+UNCALLED(OEM_DriverDialog)
+UNCALLED(OEM_GetCustDataSize)
+UNCALLED(OEM_GetPropertyPages)
+UNCALLED(OEM_InitCustData)
+UNCALLED(OEM_InitializePrinter)
+UNCALLED(OEM_InitUIData)
+UNCALLED(OEM_ReadCustData)
+UNCALLED(OEM_UpdateCustData)
+UNCALLED(OEM_WriteCustData)
+
+#endif /* REC_NONE */

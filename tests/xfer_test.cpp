@@ -1,0 +1,150 @@
+// Colour transfer tables: the defaults, the file over them, and the file's name.
+#include "halftone/halftone.h"
+#include "q417/host.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+std::u16string Wide(const std::string &s) {
+    return std::u16string(s.begin(), s.end());
+}
+
+struct Xfer : ::testing::Test {
+    std::filesystem::path dir =
+        std::filesystem::temp_directory_path() / ("q417_xfer_" + std::to_string(::getpid()));
+    void SetUp() override { std::filesystem::create_directories(dir); }
+    void TearDown() override {
+        q417::mem::FailAllocation(0);
+        q417::mem::FailLock(0);
+        std::filesystem::remove_all(dir);
+    }
+    std::string Write(const std::string &name, const std::vector<BYTE> &bytes) {
+        const auto path = (dir / name).string();
+        std::ofstream(path, std::ios::binary)
+            .write(reinterpret_cast<const char *>(bytes.data()),
+                   static_cast<std::streamsize>(bytes.size()));
+        return path;
+    }
+    static bool TablesAreDefaults(int from = 0) {
+        for (int i = from; i < 3 * kXferEntries; ++i) {
+            const BYTE *t = (i < 256 ? RedXfer : i < 512 ? GrnXfer : BluXfer);
+            const double w = (i < 256 ? 0.3001 : i < 512 ? 0.59001 : 0.11);
+            if (t[i % 256] != static_cast<BYTE>((i % 256) * w + 0.5)) return false;
+        }
+        return true;
+    }
+};
+
+TEST_F(Xfer, DefaultsMapGrayToItselfWithinOne) {
+    ASSERT_EQ(DefaultXfers(), 1);
+    EXPECT_EQ(RedXfer[255], 77);
+    EXPECT_EQ(GrnXfer[255], 150);
+    EXPECT_EQ(BluXfer[255], 28);
+    EXPECT_EQ(RedXfer[128], 38);
+    EXPECT_EQ(GrnXfer[128], 76);
+    EXPECT_EQ(BluXfer[128], 14);
+    for (int i = 0; i < 256; ++i) {
+        const int gray = RedXfer[i] + GrnXfer[i] + BluXfer[i];
+        EXPECT_LE(std::abs(gray - i), 1) << i;
+    }
+}
+
+TEST_F(Xfer, TheFileReplacesWhatItHolds) {
+    struct Case {
+        const char *what;
+        size_t size;
+        int result;
+        int replaced; // bytes of the three tables taken from the file
+    } cases[] = {
+        {"whole file", 768, 1, 768},
+        {"red and 44 of green", 300, 1, 300},
+        {"empty file", 0, 1, 0},
+        {"longer than the tables", 1000, 1, 768},
+    };
+    for (const Case &c : cases) {
+        std::vector<BYTE> bytes(c.size);
+        for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<BYTE>(255 - i % 251);
+        const std::u16string name = Wide(Write("t.xfr", bytes));
+        EXPECT_EQ(ReadXferFile(name.c_str()), c.result) << c.what;
+        for (int i = 0; i < c.replaced; ++i) {
+            const BYTE *t = (i < 256 ? RedXfer : i < 512 ? GrnXfer : BluXfer);
+            ASSERT_EQ(t[i % 256], bytes[i]) << c.what << " byte " << i;
+        }
+        EXPECT_TRUE(TablesAreDefaults(c.replaced)) << c.what;
+    }
+    const std::u16string missing = Wide((dir / "none.xfr").string());
+    EXPECT_EQ(ReadXferFile(missing.c_str()), 0) << "no file: defaults, result 0";
+    EXPECT_TRUE(TablesAreDefaults());
+}
+
+TEST_F(Xfer, TheNameTakesXfrForTheLastThreeCharacters) {
+    struct Case {
+        std::u16string in, out;
+    } cases[] = {
+        {u"C:\\drivers\\color417.PDD", u"C:\\drivers\\color417.xfr"},
+        {u"/opt/p/mono.pdd", u"/opt/p/mono.xfr"},
+        {u"noext", u"noxfr"},
+        {u"abc", u"xfr"},
+        {u"ab", u""}, // no three characters to replace: no file is named
+    };
+    for (const Case &c : cases) {
+        std::vector<WCHAR> buf(c.in.begin(), c.in.end());
+        buf.push_back(0);
+        EXPECT_EQ(MakeXferTableName(buf.data()), 1);
+        EXPECT_EQ(std::u16string(buf.data()), c.out);
+    }
+    EXPECT_EQ(MakeXferTableName(nullptr), 0);
+}
+
+TEST_F(Xfer, ReadXferTableFindsTheFileBesideThePrinterDescription) {
+    std::vector<BYTE> bytes(768, 9);
+    Write("color417.xfr", bytes);
+    const std::string pdd = (dir / "color417.pdd").string();
+    Q417_PRINTER p{};
+    p.name = "Xfer printer";
+    p.pdd_path = pdd.c_str();
+    const HANDLE32 h = Q417_AddPrinter(&p);
+    ASSERT_NE(h, 0u);
+    EXPECT_EQ(ReadXferTable(h), 1);
+    EXPECT_EQ(RedXfer[0], 9);
+    EXPECT_EQ(BluXfer[255], 9);
+    Q417_DeletePrinter(h);
+    // A printer nobody knows has no description: the defaults stand all the same.
+    EXPECT_EQ(ReadXferTable(0xFFFF1234u), 0);
+    ASSERT_NE(RedXfer, nullptr);
+    EXPECT_TRUE(TablesAreDefaults());
+}
+
+TEST_F(Xfer, AllThreeOrNone) {
+    ASSERT_EQ(DefaultXfers(), 1);
+    const long withTables = q417::mem::LiveBlocks();
+    for (long nth : {1L, 2L, 3L}) {
+        q417::mem::FailAllocation(nth);
+        EXPECT_EQ(AllocXfers(), 0) << nth;
+        EXPECT_EQ(RedXfer, nullptr);
+        EXPECT_EQ(GrnXfer, nullptr);
+        EXPECT_EQ(BluXfer, nullptr);
+        EXPECT_EQ(q417::mem::LiveBlocks(), withTables - 3) << "old tables freed, no new ones";
+        q417::mem::FailLock(nth);
+        EXPECT_EQ(DefaultXfers(), 0) << nth;
+        EXPECT_EQ(RedXfer, nullptr);
+        EXPECT_EQ(q417::mem::LiveBlocks(), withTables - 3);
+    }
+    const std::u16string any = Wide((dir / "any.xfr").string());
+    q417::mem::FailAllocation(1);
+    EXPECT_EQ(ReadXferFile(any.c_str()), 0);
+    ASSERT_EQ(DefaultXfers(), 1);
+    EXPECT_EQ(q417::mem::LiveBlocks(), withTables);
+    FreeXfers();
+    EXPECT_EQ(RedXfer, nullptr);
+    FreeXfers(); // twice is harmless
+    EXPECT_EQ(q417::mem::LiveBlocks(), withTables - 3);
+}
+
+} // namespace
