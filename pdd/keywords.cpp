@@ -504,6 +504,7 @@ int Include(PDDINFO *pPDD, char *) {
     int nResult = PDD_ParseFile(pPDD->hSelf, szPath);
     pPDD->dwLineNumber = dwLine;
     pPDD->pszFileName = pszFrom;
+    if (nResult != PDD_NO_FILE && nResult != PDD_NO_LOCK) PDDReturnedFromInclude();
     if (nResult == PDD_NO_FILE) PDDDiag("included file can't be opened");
     if (nResult == PDD_NOT_PDD) PDDDiag("included file is empty or not a PDD");
     return 0;

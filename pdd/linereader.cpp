@@ -18,6 +18,11 @@ HFILE oldfh = 0;    // the file the block came from
 // also keeps RestoreFilePos off a file the parser has ended with _end_lgets and closed.
 bool _getfilled = false;
 
+// Whether the last _lgets began by dropping a line-end byte whose unlike partner then gave an
+// empty line. Right after a switch back to a file with CR LF line ends that empty line is no
+// line of the file, and the diagnostics don't count it.
+bool _pairsplit = false;
+
 // Takes the next byte into *pc. False at the end of the file or on a failed read.
 bool TakeByte(char *pc) {
     if (_getpos == _getend) {
@@ -47,15 +52,18 @@ int _lgets(char *pszLine, int cchMax, HFILE hFile) {
         RestoreFilePos(oldfh);
         oldfh = hFile;
     }
+    _pairsplit = false;
     char c;
     if (!TakeByte(&c) || c == 0) return 0;
     if (IsLineEnd(c)) {
         if (_lastterm != 0 && c == _lastterm) {
             // An empty line ended like the line before it.
             _lastterm = 0;
-        } else if (!TakeByte(&c) || c == 0) {
+        } else {
             // The other half of the last line end, or the byte a switch of files left behind.
-            return 0;
+            char dropped = c;
+            if (!TakeByte(&c) || c == 0) return 0;
+            _pairsplit = IsLineEnd(c) && c != dropped;
         }
     }
     int count = 0;
@@ -72,6 +80,10 @@ int _lgets(char *pszLine, int cchMax, HFILE hFile) {
         ++count;
     }
     return count;
+}
+
+bool _lgets_pairsplit() {
+    return _pairsplit;
 }
 
 void _end_lgets() {

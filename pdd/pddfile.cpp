@@ -53,6 +53,10 @@ PDD_DIAGNOSTIC_HOOK g_diagFn = nullptr;
 void *g_diagCtx = nullptr;
 const PDDINFO *g_curPDD = nullptr;
 const char *g_curKey = nullptr;
+// Lines of the current file that the reader delivered but the file doesn't hold: the empty
+// line that the return from an included file gives in a file with CR LF line ends.
+DWORD g_phantoms = 0;
+bool g_returned = false;
 
 // Names of the files being parsed, outermost first; a name is valid while its parse runs.
 LPCWSTR g_files[PDD_MAXINCLUDE + 1];
@@ -101,7 +105,10 @@ struct RecordLock {
 struct FileScope {
     const PDDINFO *savedPDD = g_curPDD;
     const char *savedKey = g_curKey;
+    DWORD savedPhantoms = g_phantoms;
     FileScope(LPCWSTR pszName, const PDDINFO *pPDD) {
+        g_phantoms = 0;
+        g_returned = false;
         if (g_nFiles <= PDD_MAXINCLUDE) g_files[g_nFiles] = pszName;
         ++g_nFiles;
         g_curPDD = pPDD;
@@ -111,6 +118,8 @@ struct FileScope {
         --g_nFiles;
         g_curPDD = savedPDD;
         g_curKey = savedKey;
+        g_phantoms = savedPhantoms;
+        g_returned = false;
     }
     FileScope(const FileScope &) = delete;
     FileScope &operator=(const FileScope &) = delete;
@@ -233,7 +242,7 @@ void PDD_SetDiagnosticHook(PDD_DIAGNOSTIC_HOOK fn, void *ctx) {
 void PDDDiag(const char *pszReason) {
     if (!g_diagFn) return;
     std::string file = g_curPDD ? Utf8(g_curPDD->pszFileName) : std::string();
-    int line = g_curPDD ? static_cast<int>(g_curPDD->dwLineNumber) : 0;
+    int line = g_curPDD ? static_cast<int>(g_curPDD->dwLineNumber - g_phantoms) : 0;
     g_diagFn(g_diagCtx, file.c_str(), line, g_curKey ? g_curKey : "", pszReason);
 }
 
@@ -254,6 +263,10 @@ void PDDDiagPaper(const PDDINFO *pPDD, const PDDPAPER *pPaper, const char *pszRe
 
 int PDDFileDepth() {
     return g_nFiles;
+}
+
+void PDDReturnedFromInclude() {
+    g_returned = true;
 }
 
 LPCWSTR PDDOpenFile(int i) {
@@ -326,6 +339,10 @@ int PDD_ParseFile(HGLOBAL hPDD, LPCWSTR pszFileName) {
     int cb;
     while ((cb = ReadLine(achLine, fh)) != 0) {
         pPDD->dwLineNumber++;
+        if (g_returned) {
+            g_returned = false;
+            if (cb == 2 && _lgets_pairsplit()) ++g_phantoms;
+        }
         ParseLine(pPDD, achLine, cb);
     }
     _end_lgets();

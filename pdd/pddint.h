@@ -11,6 +11,9 @@ constexpr int PDD_MAXLINE = 128; // text bytes of a line; the buffer needs 3 mor
 int _lgets(char *pszLine, int cchMax, HFILE hFile);
 void _end_lgets();
 LONG RestoreFilePos(HFILE hFile);
+// True when the last _lgets dropped one byte of an unlike CR LF or LF CR pair and delivered
+// the other as an empty line.
+bool _lgets_pairsplit();
 
 // ---- Key table and tokenizer ---------------------------------------------------------------
 
@@ -48,6 +51,8 @@ void PDDDiagPaper(const PDDINFO *pPDD, const PDDPAPER *pPaper, const char *pszRe
 // Files being parsed: how many, and the name of the i-th, outermost first.
 int PDDFileDepth();
 LPCWSTR PDDOpenFile(int i);
+// Called by "Include:" when the reader has been to another file and comes back to this one.
+void PDDReturnedFromInclude();
 
 // ---- Handlers ------------------------------------------------------------------------------
 
