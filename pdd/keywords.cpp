@@ -50,7 +50,7 @@ int ItemOption(PDDITEM **ppHead, DWORD *pnCount, bool bCodeOptional) {
     char *pszOption = PDDReadC();
     if (!pszOption) return PDDRefuse("no option");
     PDDITEM *pItem = GetListEntry(pszOption, ppHead, pnCount);
-    if (!pItem) return PDDRefuse("no entry for the option");
+    if (!pItem) return 1; // the entry functions have told why
     char *pszCode = PDDReadW();
     if (!pszCode) return bCodeOptional ? 0 : PDDRefuse("no code behind the option");
     txtcpy(&pItem->Cmd, pszCode);
@@ -62,7 +62,7 @@ int ItemDefault(PDDITEM **ppDefault, PDDITEM **ppHead, DWORD *pnCount) {
     if (!pszWord) return PDDRefuse("no option named");
     if (IsUnknown(pszWord)) return 0;
     PDDITEM *pItem = GetListEntry(pszWord, ppHead, pnCount);
-    if (!pItem) return PDDRefuse("no entry for the option");
+    if (!pItem) return 1; // the entry functions have told why
     *ppDefault = pItem;
     return 0;
 }
@@ -216,7 +216,7 @@ int PageSize(PDDINFO *pPDD, char *) {
     char *pszOption = PDDReadC();
     if (!pszOption) return PDDRefuse("no option");
     PDDPAPER *pPaper = GetPaperEntry(pPDD, pszOption, nullptr);
-    if (!pPaper) return PDDRefuse("no entry for the paper");
+    if (!pPaper) return 1; // the entry functions have told why
     char *pszCode = PDDReadW();
     if (!pszCode) return PDDRefuse("no page size code");
     txtcpy(&pPaper->Cmd, pszCode);
@@ -228,7 +228,7 @@ int DefaultPageSize(PDDINFO *pPDD, char *) {
     if (!pszWord) return PDDRefuse("no paper named");
     if (IsUnknown(pszWord)) return 0;
     PDDPAPER *pPaper = GetPaperEntry(pPDD, pszWord, nullptr);
-    if (!pPaper) return PDDRefuse("no entry for the paper");
+    if (!pPaper) return 1; // the entry functions have told why
     pPDD->pDefaultPaper = pPaper;
     return 0;
 }
@@ -237,7 +237,7 @@ int PaperDimension(PDDINFO *pPDD, char *) {
     char *pszOption = PDDReadC();
     if (!pszOption) return PDDRefuse("no option");
     PDDPAPER *pPaper = GetPaperEntry(pPDD, pszOption, nullptr);
-    if (!pPaper) return PDDRefuse("no entry for the paper");
+    if (!pPaper) return 1; // the entry functions have told why
     if (!PDDReadq()) return PDDRefuse("no quoted size");
     char *pszWidth = PDDReadW();
     if (!pszWidth) return PDDRefuse("no width");
@@ -253,7 +253,7 @@ int ImageableArea(PDDINFO *pPDD, char *) {
     if (!pszOption) return PDDRefuse("no option");
     int nOrient;
     PDDPAPER *pPaper = GetPaperEntry(pPDD, pszOption, &nOrient);
-    if (!pPaper) return PDDRefuse("no entry for the paper");
+    if (!pPaper) return 1; // the entry functions have told why
     if (!PDDReadq()) return PDDRefuse("no quoted area");
     char *psz[4] = {PDDReadW(), nullptr, nullptr, nullptr};
     if (psz[0]) psz[1] = PDDReadW();
@@ -274,7 +274,7 @@ int CustomPageSize(PDDINFO *pPDD, char *) {
     if (!pszOption) return PDDRefuse("no option");
     PDDPAPER *pPaper = GetPaperEntry(pPDD, pszOption, nullptr);
     pPDD->pCustomPaper = pPaper;
-    if (!pPaper) return PDDRefuse("no entry for the paper");
+    if (!pPaper) return 1; // the entry functions have told why
     if (!PDDReadq()) return PDDRefuse("no quoted limits");
     char *psz = PDDReadW();
     if (!psz) return PDDRefuse("no lowest width");
@@ -349,7 +349,7 @@ int Resolution(PDDINFO *pPDD, char *) {
     char *pszOption = PDDReadC();
     if (!pszOption) return PDDRefuse("no option");
     PDDRESOLUTION *pRes = GetResolutionEntry(pPDD, pszOption);
-    if (!pRes) return PDDRefuse("no entry for the resolution");
+    if (!pRes) return 1; // the entry functions have told why
     FillResolution(pRes, pszOption);
     if (!PDDReadq()) return 0; // a resolution may have no command
     char *pszCmd = PDDReadQ();
@@ -363,7 +363,7 @@ int DefaultResolution(PDDINFO *pPDD, char *) {
     if (!pszWord) return PDDRefuse("no resolution named");
     if (IsUnknown(pszWord)) return 0;
     PDDRESOLUTION *pRes = GetResolutionEntry(pPDD, pszWord);
-    if (!pRes) return PDDRefuse("no entry for the resolution");
+    if (!pRes) return 1; // the entry functions have told why
     FillResolution(pRes, pszWord);
     pPDD->pDefaultRes = pRes;
     return 0;
