@@ -13,9 +13,13 @@ constexpr size_t kText = sizeof(PDDTEXT::achText);
 // locked for their whole life, so the pointers kept in lists and the record stay good.
 template <class T>
 T *FindOrAdd(T **ppHead, DWORD *pnCount, const char *pszName, const char *pszTrans) {
+    // Equal to txtcmp(&p->Key, pszName) == 0, with the length compared first: a name of 40
+    // bytes or more is never found, a stored key is never longer than its name.
+    size_t cchName = std::strlen(pszName);
     T **ppLink = ppHead;
     for (T *p = *ppHead; p; p = p->pNext) {
-        if (txtcmp(&p->Key, pszName) == 0) {
+        if (cchName < kText && static_cast<size_t>(p->Key.nLen) == cchName &&
+            std::memcmp(p->Key.achText, pszName, cchName) == 0) {
             // The first non-empty translation stays, wherever it came up.
             if (pszTrans && p->Translation.nLen == 0) txtcpy(&p->Translation, pszTrans);
             return p;
