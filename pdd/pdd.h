@@ -119,6 +119,8 @@ int PDD_CalcPapers(PDDINFO *pPDD);
 // Called for every line that is skipped or refused and for each paper PDD_CalcPapers can't
 // complete. file is the name as UTF-8, line counts from 1 in that file (0 when no line is at
 // hand), key is the key token or the paper's name (may be empty), reason a short phrase.
+// Lines are counted as the parser reads them: the rest of a line cut at 128 bytes or at a 0
+// byte counts as a line of its own.
 typedef void (*PDD_DIAGNOSTIC_HOOK)(void *ctx, const char *file, int line, const char *key,
                                     const char *reason);
 void PDD_SetDiagnosticHook(PDD_DIAGNOSTIC_HOOK fn, void *ctx);
