@@ -100,7 +100,7 @@ bool MakeIncludePath(LPCWSTR pszFrom, const char *pszName, WCHAR *pszOut) {
     int cch = MultiByteToWideChar(CP_ACP, 0, pszName, -1, pszOut + cchDir,
                                   static_cast<int>(kMaxPath - cchDir));
     if (cch <= 0) return false;
-    std::memcpy(pszOut, pszFrom, cchDir * sizeof(WCHAR));
+    if (cchDir) std::memcpy(pszOut, pszFrom, cchDir * sizeof(WCHAR));
     return true;
 }
 
@@ -494,7 +494,7 @@ int Include(PDDINFO *pPDD, char *) {
     char *pszName = PDDTok("\r\n\"\t ");
     if (!pszName) return PDDRefuse("no file name");
     WCHAR szPath[kMaxPath];
-    if (!MakeIncludePath(pszFrom, pszName, szPath)) return PDDRefuse("file name too long");
+    if (!MakeIncludePath(pszFrom, pszName, szPath)) return PDDRefuse("file name too long or not convertible");
     int nDepth = PDDFileDepth();
     if (nDepth > PDD_MAXINCLUDE) return PDDRefuse("includes nested deeper than 8: skipped");
     std::vector<std::u16string> normal = NormalPath(szPath);
