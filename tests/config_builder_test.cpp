@@ -35,13 +35,13 @@ TEST(WinIds, TrayNameLookupIgnoresCaseOnly) {
         std::u16string name;
         int id;
     } cases[] = {
-        {u"upper", 1},         {u"UPPER", 1},         {u"Manual Feed", 4},
-        {u"casette", 14},      {u"cassette", 256},    {u"upper ", 256},
-        {u"uppe", 256},        {u"", 9},              {u"Large Capacity", 11},
-        {u"autoselect", 7},    {u"tray 1", 256},
+        {u"upper", 1},           {u"UPPER", 1},      {u"Manual Feed", 4}, {u"casette", 14},
+        {u"cassette", 256},      {u"upper ", 256},   {u"uppe", 256},      {u"", 9},
+        {u"Large Capacity", 11}, {u"autoselect", 7}, {u"tray 1", 256},
     };
     for (auto &c : cases)
-        EXPECT_EQ(PDD_GetWinTray(c.name.c_str()), c.id) << std::string(c.name.begin(), c.name.end());
+        EXPECT_EQ(PDD_GetWinTray(c.name.c_str()), c.id)
+            << std::string(c.name.begin(), c.name.end());
 }
 
 struct Builder : LiveBlocks {};
@@ -56,17 +56,17 @@ int Build(HandPDD &pdd, CfgBlock &cfg) {
 TEST_F(Builder, WindowsIdsOfPapersAndSources) {
     HandPDD pdd;
     pdd.Res("600dpi", "", "", 600, 600);
-    pdd.Paper("Odd", "", "1", 1000, 1000);                // no Windows size: 257
-    pdd.Paper("A4", "", "26", 5952, 8418);                // 9
+    pdd.Paper("Odd", "", "1", 1000, 1000);                         // no Windows size: 257
+    pdd.Paper("A4", "", "26", 5952, 8418);                         // 9
     pdd.p->pCustomPaper = pdd.Paper("Custom", "", "", 6000, 9000); // 256, uses no user id
-    pdd.Paper("A4again", "", "", 5950, 8420);             // same size: a user id, 258
-    pdd.Paper("Letter", "", "2", 6120, 7920);             // 1
-    pdd.Paper("Odd2", "", "", 1001, 1001);                // 259
-    pdd.Tray("T1", "Upper", "1");                         // 1
-    pdd.Tray("T2", "Shelf", "2");                         // 256
-    pdd.Tray("T3", "UPPER", "3");                         // 1 again: same name, same id
-    pdd.Tray("T4", "Shelf 2", "4");                       // 257
-    pdd.Tray("T5", "manual feed", "5");                   // 4
+    pdd.Paper("A4again", "", "", 5950, 8420);                      // same size: a user id, 258
+    pdd.Paper("Letter", "", "2", 6120, 7920);                      // 1
+    pdd.Paper("Odd2", "", "", 1001, 1001);                         // 259
+    pdd.Tray("T1", "Upper", "1");                                  // 1
+    pdd.Tray("T2", "Shelf", "2");                                  // 256
+    pdd.Tray("T3", "UPPER", "3");                                  // 1 again: same name, same id
+    pdd.Tray("T4", "Shelf 2", "4");                                // 257
+    pdd.Tray("T5", "manual feed", "5");                            // 4
     CfgBlock cfg;
     ASSERT_EQ(Build(pdd, cfg), 1);
     EXPECT_EQ(U16s(cfg.c->hPaperIDs), (std::vector<uint16_t>{257, 9, 256, 258, 1, 259}));
@@ -119,19 +119,39 @@ TEST_F(Builder, TablesAtExactWidthsInListOrder) {
         HGLOBAL h;
         std::vector<std::u16string> rows;
     } tables[] = {
-        {"res names: translation, else key", c.nResolutions, DWORD(c.nDefaultRes), c.cchResName,
-         c.hResNames, {u"600 dpi", u"1200x600dpi"}},
+        {"res names: translation, else key",
+         c.nResolutions,
+         DWORD(c.nDefaultRes),
+         c.cchResName,
+         c.hResNames,
+         {u"600 dpi", u"1200x600dpi"}},
         {"res keys", 2, 1, c.cchResKey, c.hResKeys, {u"600dpi", u"1200x600dpi"}},
-        {"paper names narrower than keys", c.nPapers, DWORD(c.nDefaultPaper), c.cchPaperName,
-         c.hPaperNames, {u"US", u"A"}},
+        {"paper names narrower than keys",
+         c.nPapers,
+         DWORD(c.nDefaultPaper),
+         c.cchPaperName,
+         c.hPaperNames,
+         {u"US", u"A"}},
         {"paper keys", 2, 1, c.cchPaperKey, c.hPaperKeys, {u"Letter", u"A4"}},
         {"paper codes", 2, 1, c.cchPaperCmd, c.hPaperCmds, {u"2", u"26"}},
-        {"tray names", c.nTrays, DWORD(c.nDefaultTray), c.cchTrayName, c.hTrayNames,
+        {"tray names",
+         c.nTrays,
+         DWORD(c.nDefaultTray),
+         c.cchTrayName,
+         c.hTrayNames,
          {u"upper", u"Manual"}},
-        {"bin names", c.nDests, DWORD(c.nDefaultDest), c.cchDestName, c.hDestNames,
+        {"bin names",
+         c.nDests,
+         DWORD(c.nDefaultDest),
+         c.cchDestName,
+         c.hDestNames,
          {u"Top Bin", u"Side"}},
         {"bin codes: one empty row", 2, 1, c.cchDestCmd, c.hDestCmds, {u"", u"3"}},
-        {"media", c.nMedia, DWORD(c.nDefaultMedia), c.cchMediaName, c.hMediaNames,
+        {"media",
+         c.nMedia,
+         DWORD(c.nDefaultMedia),
+         c.cchMediaName,
+         c.hMediaNames,
          {u"Plain Paper"}},
     };
     for (auto &t : tables) {
@@ -243,7 +263,7 @@ TEST_F(Builder, EachFailureUndoesEverything) {
                 EXPECT_EQ(k, lock ? 28 : 24);
                 break;
             }
-            if (c->hResNames) {       // the id pass failed after a complete build
+            if (c->hResNames) { // the id pass failed after a complete build
                 EXPECT_EQ(c->hPaperIDs | c->hTrayIDs, 0u);
                 continue;
             }

@@ -25,7 +25,9 @@ inline HGLOBAL Block(const void *data, size_t cb) {
     return h;
 }
 
-inline HGLOBAL Text8(std::string_view s) { return Block(std::string(s).c_str(), s.size() + 1); }
+inline HGLOBAL Text8(std::string_view s) {
+    return Block(std::string(s).c_str(), s.size() + 1);
+}
 
 // A wide table of rows of `cch` characters; a text as long as the row gets no terminator.
 inline HGLOBAL WideTable(std::initializer_list<std::u16string_view> rows, DWORD cch) {
