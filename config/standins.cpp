@@ -57,32 +57,21 @@ WEAK int PDD_Shutdown(HGLOBAL) {
     return 1;
 }
 
+// File handles are descriptors moved up by 0x100, as the description parser's stand-ins
+// (_lread, _llseek) expect them.
+constexpr int kBias = 0x100;
 WEAK HFILE OpenFile(LPCSTR name, OFSTRUCT *, UINT style) {
-    int flags = (style & OF_CREATE)  ? O_CREAT | O_TRUNC | O_WRONLY
-                : (style & OF_WRITE) ? O_WRONLY
-                                     : O_RDONLY;
-    int fd = open(name, flags, 0644);
-    return fd < 0 ? HFILE_ERROR : fd;
-}
-WEAK UINT _lread(HFILE h, void *p, UINT n) {
-    UINT got = 0;
-    while (got < n) {
-        ssize_t r = read(h, static_cast<char *>(p) + got, n - got);
-        if (r <= 0) return r < 0 && !got ? UINT(HFILE_ERROR) : got;
-        got += UINT(r);
-    }
-    return got;
+    int flags = (style & OF_CREATE) ? O_CREAT | O_TRUNC | O_WRONLY
+                : (style & OF_WRITE)  ? O_WRONLY
+                                      : O_RDONLY;
+    int fd = open(name, flags | O_CLOEXEC, 0644);
+    return fd < 0 ? HFILE_ERROR : fd + kBias;
 }
 WEAK UINT _lwrite(HFILE h, LPCSTR p, UINT n) {
-    ssize_t r = write(h, p, n);
+    ssize_t r = write(h - kBias, p, n);
     return r < 0 ? UINT(HFILE_ERROR) : UINT(r);
 }
-WEAK LONG _llseek(HFILE h, LONG off, int origin) {
-    return LONG(lseek(h, off, origin));
-}
-WEAK HFILE _lclose(HFILE h) {
-    return close(h) == 0 ? 0 : HFILE_ERROR;
-}
+WEAK HFILE _lclose(HFILE h) { return close(h - kBias) == 0 ? 0 : HFILE_ERROR; }
 WEAK int _stat(LPCSTR path, Q417Stat *st) {
     struct stat s;
     if (stat(path, &s) != 0) return -1;
@@ -92,12 +81,6 @@ WEAK int _stat(LPCSTR path, Q417Stat *st) {
     return 0;
 }
 
-WEAK int MultiByteToWideChar(UINT, DWORD, LPCSTR src, int cb, LPWSTR dst, int cch) {
-    if (cb < 0) cb = int(strlen(src)) + 1;
-    int n = cb < cch ? cb : cch;
-    for (int i = 0; i < n; ++i) dst[i] = WCHAR(static_cast<unsigned char>(src[i]));
-    return n;
-}
 WEAK int WideCharToMultiByte(UINT, DWORD, LPCWSTR src, int cch, LPSTR dst, int cb, LPCSTR,
                              BOOL *lossy) {
     if (cch < 0) cch = lstrlenW(src) + 1;
