@@ -7,7 +7,13 @@
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <filesystem>
+#include <fstream>
 #include <cstring>
 #include <deque>
 #include <string>
@@ -145,6 +151,73 @@ struct CfgBlock {
         GlobalFree(h);
     }
 };
+
+namespace fs = std::filesystem;
+
+struct TempDir {
+    fs::path dir;
+    TempDir() {
+        // Memory-backed when the host has it: some tests rewrite the file a thousand times.
+        std::string tmpl =
+            fs::is_directory("/dev/shm") ? "/dev/shm/q417cfgXXXXXX" : "/tmp/q417cfgXXXXXX";
+        dir = mkdtemp(tmpl.data());
+    }
+    ~TempDir() { fs::remove_all(dir); }
+    std::string operator/(const char *name) const { return (dir / name).string(); }
+};
+
+inline std::vector<uint8_t> ReadAll(const std::string &path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+inline void WriteAll(const std::string &path, const std::vector<uint8_t> &bytes) {
+    std::ofstream(path, std::ios::binary | std::ios::trunc)
+        .write(reinterpret_cast<const char *>(bytes.data()), std::streamsize(bytes.size()));
+}
+
+inline void SetMTime(const std::string &path, time_t sec, long nsec) {
+    timespec t[2] = {{sec, nsec}, {sec, nsec}};
+    ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), t, 0), 0);
+}
+
+// Everything but the handles must come back; the handles are new, the version field "N/A"
+// where the description had none.
+inline void ExpectSameRecord(const CFGINFO &a, const CFGINFO &b) {
+    CFGINFO x, y;
+    std::memcpy(&x, &a, CFGINFO_SIZE);
+    std::memcpy(&y, &b, CFGINFO_SIZE);
+    auto clear = [](CFGINFO &r) {
+        for (HGLOBAL *h :
+             {&r.hPDD,       &r.hResKeys,    &r.hResNames,    &r.hResCmds,     &r.hResValues,
+              &r.hPaperKeys, &r.hPaperNames, &r.hPaperCmds,   &r.hPaperDims,   &r.hPaperIDs,
+              &r.hTrayKeys,  &r.hTrayNames,  &r.hTrayCmds,    &r.hTrayIDs,     &r.hDestKeys,
+              &r.hDestNames, &r.hDestCmds,   &r.hMediaKeys,   &r.hMediaNames,  &r.hMediaCmds,
+              &r.hPlugIn,    &r.hModelName,  &r.hFileVersion, &r.hPortraitCmd, &r.hLandscapeCmd})
+            *h = 0;
+    };
+    clear(x), clear(y);
+    EXPECT_EQ(std::memcmp(&x, &y, CFGINFO_SIZE), 0) << "counts, widths, defaults and flags";
+    for (auto [ha, hb] : {std::pair{a.hResKeys, b.hResKeys}, {a.hResNames, b.hResNames},
+                          {a.hResCmds, b.hResCmds},          {a.hResValues, b.hResValues},
+                          {a.hPaperKeys, b.hPaperKeys},      {a.hPaperNames, b.hPaperNames},
+                          {a.hPaperCmds, b.hPaperCmds},      {a.hPaperDims, b.hPaperDims},
+                          {a.hPaperIDs, b.hPaperIDs},        {a.hTrayKeys, b.hTrayKeys},
+                          {a.hTrayNames, b.hTrayNames},      {a.hTrayCmds, b.hTrayCmds},
+                          {a.hTrayIDs, b.hTrayIDs},          {a.hDestKeys, b.hDestKeys},
+                          {a.hDestNames, b.hDestNames},      {a.hDestCmds, b.hDestCmds},
+                          {a.hMediaKeys, b.hMediaKeys},      {a.hMediaNames, b.hMediaNames},
+                          {a.hMediaCmds, b.hMediaCmds},      {a.hPortraitCmd, b.hPortraitCmd},
+                          {a.hLandscapeCmd, b.hLandscapeCmd}}) {
+        EXPECT_EQ(ha == 0, hb == 0);
+        EXPECT_EQ(Bytes(ha), Bytes(hb));
+    }
+}
+
+inline std::string Text(HGLOBAL h) {
+    auto b = Bytes(h);
+    return std::string(b.begin(), std::find(b.begin(), b.end(), 0));
+}
 
 // Leak accounting around one test.
 struct LiveBlocks : ::testing::Test {
