@@ -104,9 +104,9 @@ TEST_F(Builder, TablesAtExactWidthsInListOrder) {
     ASSERT_EQ(Build(pdd, cfg), 1);
     const CFGINFO &c = *cfg.c;
     EXPECT_EQ(c.wVersion, 11);
-    EXPECT_EQ(c.dwDuplex, 1u);
-    EXPECT_EQ(c.dwColors, 3u);
-    EXPECT_EQ(c.dwLanguageLevel, 5u);
+    EXPECT_EQ(+c.dwDuplex, 1u);
+    EXPECT_EQ(+c.dwColors, 3u);
+    EXPECT_EQ(+c.dwLanguageLevel, 5u);
     EXPECT_EQ(c.bLangID, 7);
     EXPECT_EQ(c.bMeasUnits, 1);
     EXPECT_EQ(c.bFontPitch, 10);
@@ -178,7 +178,7 @@ TEST_F(Builder, TablesAtExactWidthsInListOrder) {
     auto plug = Bytes(c.hPlugIn);
     ASSERT_EQ(plug.size(), 20u);
     EXPECT_EQ(std::u16string(reinterpret_cast<const char16_t *>(plug.data())), u"sample.so");
-    EXPECT_EQ(c.hPortraitCmd | c.hLandscapeCmd, 0u);
+    EXPECT_EQ(+c.hPortraitCmd | +c.hLandscapeCmd, 0u);
 }
 
 TEST_F(Builder, FullLengthTextsAndRawOrientationBytes) {
@@ -203,10 +203,10 @@ TEST_F(Builder, FullLengthTextsAndRawOrientationBytes) {
     EXPECT_EQ(c.nCustomPaper, 0);
     EXPECT_EQ(c.dwCustMinWidth, 216u);
     EXPECT_EQ(c.dwCustMarginBottom, 12u);
-    EXPECT_EQ(c.cbPortraitCmd, 8u);
-    EXPECT_EQ(Bytes(c.hPortraitCmd), (std::vector<uint8_t>{'@', 'P', 'J', 'L', '\n', 0, 0, 0}));
-    EXPECT_EQ(c.hLandscapeCmd, 0u);
-    EXPECT_EQ(c.cbLandscapeCmd, 0u);
+    EXPECT_EQ(+c.cbPortraitCmd, 8u);
+    EXPECT_EQ(Bytes(+c.hPortraitCmd), (std::vector<uint8_t>{'@', 'P', 'J', 'L', '\n', 0, 0, 0}));
+    EXPECT_EQ(+c.hLandscapeCmd, 0u);
+    EXPECT_EQ(+c.cbLandscapeCmd, 0u);
     EXPECT_EQ(c.hFileVersion, 0u);
     EXPECT_EQ(c.hPlugIn, 0u);
     EXPECT_EQ(c.nDests | c.nMedia | c.cchDestName | c.cchMediaName, 0u);

@@ -136,8 +136,8 @@ TEST_F(Copy, WidthsBecomeFixedAndTextsAreCutWithoutTerminator) {
 
     // Three blocks pass to the copy; every other table is its own.
     EXPECT_EQ(d.hFileVersion, src.s->hFileVersion);
-    EXPECT_EQ(d.hPortraitCmd, src.s->hPortraitCmd);
-    EXPECT_EQ(d.hLandscapeCmd, src.s->hLandscapeCmd);
+    EXPECT_EQ(+d.hPortraitCmd, +src.s->hPortraitCmd);
+    EXPECT_EQ(+d.hLandscapeCmd, +src.s->hLandscapeCmd);
     EXPECT_NE(d.hPaperDims, src.s->hPaperDims);
     EXPECT_NE(d.hModelName, src.s->hModelName);
 

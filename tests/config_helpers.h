@@ -188,27 +188,29 @@ inline void ExpectSameRecord(const CFGINFO &a, const CFGINFO &b) {
     std::memcpy(&x, &a, CFGINFO_SIZE);
     std::memcpy(&y, &b, CFGINFO_SIZE);
     auto clear = [](CFGINFO &r) {
-        for (HGLOBAL *h :
-             {&r.hPDD,       &r.hResKeys,    &r.hResNames,    &r.hResCmds,     &r.hResValues,
-              &r.hPaperKeys, &r.hPaperNames, &r.hPaperCmds,   &r.hPaperDims,   &r.hPaperIDs,
-              &r.hTrayKeys,  &r.hTrayNames,  &r.hTrayCmds,    &r.hTrayIDs,     &r.hDestKeys,
-              &r.hDestNames, &r.hDestCmds,   &r.hMediaKeys,   &r.hMediaNames,  &r.hMediaCmds,
-              &r.hPlugIn,    &r.hModelName,  &r.hFileVersion, &r.hPortraitCmd, &r.hLandscapeCmd})
-            *h = 0;
+#define H(f) offsetof(CFGINFO, f)
+        for (size_t off :
+             {H(hPDD),       H(hResKeys),    H(hResNames),    H(hResCmds),     H(hResValues),
+              H(hPaperKeys), H(hPaperNames), H(hPaperCmds),   H(hPaperDims),   H(hPaperIDs),
+              H(hTrayKeys),  H(hTrayNames),  H(hTrayCmds),    H(hTrayIDs),     H(hDestKeys),
+              H(hDestNames), H(hDestCmds),   H(hMediaKeys),   H(hMediaNames),  H(hMediaCmds),
+              H(hPlugIn),    H(hModelName),  H(hFileVersion), H(hPortraitCmd), H(hLandscapeCmd)})
+            std::memset(reinterpret_cast<uint8_t *>(&r) + off, 0, 4);
+#undef H
     };
     clear(x), clear(y);
     EXPECT_EQ(std::memcmp(&x, &y, CFGINFO_SIZE), 0) << "counts, widths, defaults and flags";
-    for (auto [ha, hb] : {std::pair{a.hResKeys, b.hResKeys}, {a.hResNames, b.hResNames},
-                          {a.hResCmds, b.hResCmds},          {a.hResValues, b.hResValues},
-                          {a.hPaperKeys, b.hPaperKeys},      {a.hPaperNames, b.hPaperNames},
-                          {a.hPaperCmds, b.hPaperCmds},      {a.hPaperDims, b.hPaperDims},
-                          {a.hPaperIDs, b.hPaperIDs},        {a.hTrayKeys, b.hTrayKeys},
-                          {a.hTrayNames, b.hTrayNames},      {a.hTrayCmds, b.hTrayCmds},
-                          {a.hTrayIDs, b.hTrayIDs},          {a.hDestKeys, b.hDestKeys},
-                          {a.hDestNames, b.hDestNames},      {a.hDestCmds, b.hDestCmds},
-                          {a.hMediaKeys, b.hMediaKeys},      {a.hMediaNames, b.hMediaNames},
-                          {a.hMediaCmds, b.hMediaCmds},      {a.hPortraitCmd, b.hPortraitCmd},
-                          {a.hLandscapeCmd, b.hLandscapeCmd}}) {
+    for (auto [ha, hb] : {std::pair{+a.hResKeys, +b.hResKeys}, {+a.hResNames, +b.hResNames},
+                          {+a.hResCmds, +b.hResCmds},          {+a.hResValues, +b.hResValues},
+                          {+a.hPaperKeys, +b.hPaperKeys},      {+a.hPaperNames, +b.hPaperNames},
+                          {+a.hPaperCmds, +b.hPaperCmds},      {+a.hPaperDims, +b.hPaperDims},
+                          {+a.hPaperIDs, +b.hPaperIDs},        {+a.hTrayKeys, +b.hTrayKeys},
+                          {+a.hTrayNames, +b.hTrayNames},      {+a.hTrayCmds, +b.hTrayCmds},
+                          {+a.hTrayIDs, +b.hTrayIDs},          {+a.hDestKeys, +b.hDestKeys},
+                          {+a.hDestNames, +b.hDestNames},      {+a.hDestCmds, +b.hDestCmds},
+                          {+a.hMediaKeys, +b.hMediaKeys},      {+a.hMediaNames, +b.hMediaNames},
+                          {+a.hMediaCmds, +b.hMediaCmds},      {+a.hPortraitCmd, +b.hPortraitCmd},
+                          {+a.hLandscapeCmd, +b.hLandscapeCmd}}) {
         EXPECT_EQ(ha == 0, hb == 0);
         EXPECT_EQ(Bytes(ha), Bytes(hb));
     }
