@@ -242,13 +242,12 @@ int ReadCfgBinary(CFGINFO *pCfg, const char *pszPath) {
     if (!pCfg || !pszPath || !*pszPath) return 0;
     File f(pszPath, OF_READ);
     if (!f) return 0;
+    // Until the header's handles are cleared they are the writer's numbers, which may well
+    // name live blocks of this process: nothing is freed on the way there.
     LONG cbFile = _llseek(f.Get(), 0, FILE_END);
-    if (cbFile < LONG(CFGINFO_SIZE) || _llseek(f.Get(), 0, FILE_BEGIN) != 0) {
-        FailRead(pCfg);
-        return 0;
-    }
-    if (_lread(f.Get(), pCfg, CFGINFO_SIZE) != CFGINFO_SIZE || pCfg->wVersion != CFGINFO_VERSION) {
-        FailRead(pCfg);
+    if (cbFile < LONG(CFGINFO_SIZE) || _llseek(f.Get(), 0, FILE_BEGIN) != 0 ||
+        _lread(f.Get(), pCfg, CFGINFO_SIZE) != CFGINFO_SIZE || pCfg->wVersion != CFGINFO_VERSION) {
+        std::memset(pCfg, 0, CFGINFO_SIZE);
         return 0;
     }
 

@@ -320,6 +320,20 @@ TEST_F(BadFile, HeadersThatLie) {
     ExpectRefused({}, "empty file");
 }
 
+// The handles in a header are another process's numbers; one that happens to name a live
+// block here must not be freed, whatever else is wrong with the file.
+TEST_F(BadFile, HeaderHandlesAreNeverFreed) {
+    HGLOBAL mine = GlobalAlloc(GHND, 16);
+    for (uint16_t version : {11, 10}) {
+        auto b = WithU32(offsetof(CFGINFO, hPaperNames), mine);
+        std::memcpy(&b[offsetof(CFGINFO, wVersion)], &version, 2);
+        if (version == 11) std::memcpy(&b[offsetof(CFGINFO, nDefaultPaper)], "\x09\0\0\0", 4);
+        ExpectRefused(b, version == 11 ? "lying header" : "old version");
+        EXPECT_EQ(GlobalSize(mine), 16u) << "still alive";
+    }
+    GlobalFree(mine);
+}
+
 TEST_F(BadFile, RefusedBeforeAnyAllocation) {
     WriteAll(path, WithU32(offsetof(CFGINFO, nPapers), 0x00800000u));
     CFGINFO rec{};
