@@ -15,6 +15,9 @@ namespace {
 
 std::string path;
 
+// Blocks that live across runs: a header's handle numbers may name them, and they must stay.
+HGLOBAL canaries[8];
+
 bool WriteInput(const uint8_t *data, size_t size) {
     FILE *f = std::fopen(path.c_str(), "wb");
     if (!f) return false;
@@ -32,6 +35,8 @@ void ReadOnce() {
         if (std::memcmp(&rec, &zero, CFGINFO_SIZE) != 0) std::abort();
     }
     if (q417::mem::LiveBlocks() != live) std::abort();
+    for (HGLOBAL h : canaries)
+        if (GlobalSize(h) != 16) std::abort();
 }
 
 } // namespace
@@ -40,6 +45,7 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
     const char *dir = access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp";
     path = std::string(dir) + "/q417_fuzz_cfgbin_" + std::to_string(getpid()) + ".bdd";
     std::atexit([] { unlink(path.c_str()); });
+    for (HGLOBAL &h : canaries) h = GlobalAlloc(GHND, 16);
     return 0;
 }
 
