@@ -312,6 +312,7 @@ TEST_F(StreamTest, NamesThatDoNotFitAreCut) {
     EXPECT_EQ(PJL_WriteJobName(info), 1);
     EXPECT_EQ(Take(), "@PJL COMMENT Job Name: " + std::string(399, 'n') + "\n");
     EXPECT_EQ(strlen(tbuf), 399u);
+    EXPECT_EQ(GlobalFlags(dm->hJobName) & 0xFF, 0u); // the name is unlocked again
 
     // 399 characters fit as they are.
     EXPECT_EQ(strlen(TStr2Str(longName.substr(0, 399).c_str())), 399u);
