@@ -247,14 +247,20 @@ void *Ptr32To(PTR32 v) {
 
 namespace q417::mem {
 
-void FailAllocation(long nth) { heap().failAllocIn = nth > 0 ? nth : 0; }
-void FailLock(long nth) { heap().failLockIn = nth > 0 ? nth : 0; }
+void FailAllocation(long nth) {
+    heap().failAllocIn = nth > 0 ? nth : 0;
+}
+void FailLock(long nth) {
+    heap().failLockIn = nth > 0 ? nth : 0;
+}
 void FailAllocationsFrom(long nth) {
     auto &hp = heap();
     hp.allocCount = 0;
     hp.failAllocFrom = nth > 0 ? nth : 0;
 }
-long LiveBlocks() { return heap().live; }
+long LiveBlocks() {
+    return heap().live;
+}
 
 void Reset() {
     auto &hp = heap();
