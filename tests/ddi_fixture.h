@@ -1,0 +1,225 @@
+// Hand-made configurations and device modes for the settings interface tests: a CFGINFO with
+// its wide tables in global blocks, laid out either as a PDD build makes them (each table as
+// wide as its longest text plus 1) or as the long-lived copy has them (rows of 24, 64 for
+// paper keys and names, cut without a terminator).
+#pragma once
+
+#include "ddi/ddi.h"
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+namespace ddi_test {
+
+enum class Widths { Pdd, Copy };
+
+struct Option {
+    std::u16string key;
+    std::u16string name; // empty: no translation, the name is the key
+    const std::u16string &display() const { return name.empty() ? key : name; }
+};
+
+struct PaperDims {
+    DWORD width, height, left, top, imageWidth, imageHeight;
+};
+
+struct Spec {
+    WORD version = CFGINFO_VERSION;
+    std::vector<Option> papers, media, trays, dests, res;
+    std::vector<WORD> paperIds, trayIds;
+    std::vector<PaperDims> portrait, landscape;
+    std::vector<std::pair<DWORD, DWORD>> resValues;
+    INT defPaper = 0, defMedia = 0, defTray = 0, defDest = 0, defRes = 0;
+    INT customPaper = -1;
+    DWORD custLimits[10] = {}; // min w, min h, max w, max h, def w, def h, margins l t r b
+    BYTE langId = 9, measUnits = 0;
+    std::u16string plugIn;
+    std::string model;
+};
+
+// A printer with every family filled, one custom paper and texts of the awkward lengths: a
+// 40-character paper name, a 24-character tray key, papers without a translation.
+inline Spec SamplePrinter() {
+    Spec s;
+    s.papers = {{u"Letter", u"Letter 8.5 x 11 in"},
+                {u"A4", u""},
+                {u"Legal", u"Legal 8.5 x 14 in"},
+                {u"Env10", u"Envelope #10, 4 1/8 x 9 1/2 in, portrait"}, // 40 characters
+                {u"Custom", u"Custom size"}};
+    s.paperIds = {1, 9, 5, 20, 256};
+    s.portrait = {{6120, 7920, 120, 120, 5880, 7680},
+                  {5953, 8419, 120, 120, 5713, 8179},
+                  {6120, 10080, 120, 120, 5880, 9840},
+                  {2970, 6840, 144, 144, 2682, 6552},
+                  {6120, 7920, 100, 200, 5920, 7520}};
+    s.landscape = {{6120, 7920, 180, 60, 5760, 7800},
+                   {5953, 8419, 180, 60, 5593, 8299},
+                   {6120, 10080, 180, 60, 5760, 9960},
+                   {2970, 6840, 200, 100, 2570, 6640},
+                   {6120, 7920, 50, 150, 6020, 7620}};
+    s.defPaper = 0;
+    s.customPaper = 4;
+    s.custLimits[0] = 2160; // 3 in
+    s.custLimits[1] = 3600; // 5 in
+    s.custLimits[2] = 8640; // 12 in
+    s.custLimits[3] = 12960;
+    s.custLimits[4] = 6120;
+    s.custLimits[5] = 7920;
+    s.custLimits[6] = 100;
+    s.custLimits[7] = 200;
+    s.custLimits[8] = 300;
+    s.custLimits[9] = 400;
+    s.media = {{u"Plain", u"Plain paper"},
+               {u"Transparency", u""},
+               {u"HeavyGlossy", u"Heavy glossy paper 163-220 g/m2"}}; // cut to 24 in a copy
+    s.defMedia = 0;
+    s.trays = {{u"Upper", u"Upper tray"},
+               {u"Lower", u"Lower tray"},
+               {u"LargeCapacityFeederUnit2", u"Large capacity feeder"}, // 24 characters
+               {u"Manual", u""}};
+    s.trayIds = {1, 2, 11, 4};
+    s.defTray = 1;
+    s.dests = {{u"Top", u"Face down"}, {u"Rear", u"Face up"}};
+    s.defDest = 1;
+    s.res = {{u"300dpi", u"300 x 300 dpi"}, {u"600dpi", u"600 x 600 dpi"}, {u"1200x600", u""}};
+    s.resValues = {{300, 300}, {600, 600}, {1200, 600}};
+    s.defRes = 1;
+    s.langId = 7;
+    s.measUnits = 1;
+    s.plugIn = u"QMPLUG.DLL";
+    s.model = "Lindgate ColorLaser 417";
+    return s;
+}
+
+// The width a table gets: the longest text plus 1, or the copy's fixed width.
+inline DWORD TableWidth(const std::vector<Option> &rows, bool keys, Widths w, DWORD copyWidth) {
+    if (w == Widths::Copy) return copyWidth;
+    size_t longest = 0;
+    for (const Option &o : rows) longest = std::max(longest, (keys ? o.key : o.display()).size());
+    return static_cast<DWORD>(longest + 1);
+}
+
+inline HGLOBAL Block(const void *data, size_t size) {
+    HGLOBAL h = GlobalAlloc(GHND, size);
+    if (h && data) {
+        std::memcpy(GlobalLock(h), data, size);
+        GlobalUnlock(h);
+    }
+    return h;
+}
+
+// Rows of a fixed width; a text as long as its row or longer keeps no terminator.
+inline HGLOBAL WideTable(const std::vector<Option> &rows, bool keys, DWORD width) {
+    if (rows.empty()) return 0;
+    std::vector<WCHAR> cells(rows.size() * width, 0);
+    for (size_t r = 0; r < rows.size(); ++r) {
+        const std::u16string &t = keys ? rows[r].key : rows[r].display();
+        std::memcpy(&cells[r * width], t.data(), std::min<size_t>(t.size(), width) * 2);
+    }
+    return Block(cells.data(), cells.size() * 2);
+}
+
+// Builds the CFGINFO block with its tables; free it with FreeConfig.
+inline HGLOBAL BuildConfig(const Spec &s, Widths w) {
+    CFGINFO c{};
+    c.wVersion = s.version;
+    c.bLangID = s.langId;
+    c.bMeasUnits = s.measUnits;
+
+    auto family = [&](const std::vector<Option> &rows, DWORD copyWidth, HGLOBAL &hKeys,
+                      DWORD &cchKey, HGLOBAL &hNames, DWORD &cchName) {
+        if (rows.empty()) return;
+        cchKey = TableWidth(rows, true, w, copyWidth);
+        cchName = TableWidth(rows, false, w, copyWidth);
+        hKeys = WideTable(rows, true, cchKey);
+        hNames = WideTable(rows, false, cchName);
+    };
+    family(s.papers, 64, c.hPaperKeys, c.cchPaperKey, c.hPaperNames, c.cchPaperName);
+    family(s.media, 24, c.hMediaKeys, c.cchMediaKey, c.hMediaNames, c.cchMediaName);
+    family(s.trays, 24, c.hTrayKeys, c.cchTrayKey, c.hTrayNames, c.cchTrayName);
+    family(s.dests, 24, c.hDestKeys, c.cchDestKey, c.hDestNames, c.cchDestName);
+    family(s.res, 24, c.hResKeys, c.cchResKey, c.hResNames, c.cchResName);
+    c.nPapers = DWORD(s.papers.size());
+    c.nMedia = DWORD(s.media.size());
+    c.nTrays = DWORD(s.trays.size());
+    c.nDests = DWORD(s.dests.size());
+    c.nResolutions = DWORD(s.res.size());
+    c.nDefaultPaper = s.defPaper;
+    c.nDefaultMedia = s.defMedia;
+    c.nDefaultTray = s.defTray;
+    c.nDefaultDest = s.defDest;
+    c.nDefaultRes = s.defRes;
+
+    if (!s.paperIds.empty()) c.hPaperIDs = Block(s.paperIds.data(), s.paperIds.size() * 2);
+    if (!s.trayIds.empty()) c.hTrayIDs = Block(s.trayIds.data(), s.trayIds.size() * 2);
+    if (!s.resValues.empty()) {
+        std::vector<DWORD> v;
+        for (auto [x, y] : s.resValues) v.insert(v.end(), {x, y});
+        c.hResValues = Block(v.data(), v.size() * 4);
+    }
+    if (!s.portrait.empty()) {
+        std::vector<PaperDims> d = s.portrait;
+        if (s.version > 8) d.insert(d.end(), s.landscape.begin(), s.landscape.end());
+        c.hPaperDims = Block(d.data(), d.size() * sizeof(PaperDims));
+    }
+    std::memcpy(&c.dwCustMinWidth, s.custLimits, sizeof s.custLimits);
+    c.nCustomPaper = s.customPaper;
+    if (!s.plugIn.empty()) {
+        std::u16string p = s.plugIn;
+        p.resize(32, u'\0');
+        c.hPlugIn = Block(p.data(), 64);
+    }
+    if (!s.model.empty()) {
+        std::string m = s.model;
+        m.resize(32, '\0');
+        c.hModelName = Block(m.data(), 32);
+    }
+    return Block(&c, sizeof c);
+}
+
+inline void FreeConfig(HGLOBAL h) {
+    if (!h) return;
+    FreeConfigTables(static_cast<CFGINFO *>(GlobalLock(h)));
+    GlobalUnlock(h);
+    GlobalFree(h);
+}
+
+// Runs f on the locked CFGINFO behind h.
+template <class F>
+void EditConfig(HGLOBAL h, F f) {
+    f(*static_cast<CFGINFO *>(GlobalLock(h)));
+    GlobalUnlock(h);
+}
+
+// A device mode as a user interface would make one, with room for custom data behind it.
+struct DevMode {
+    DDIDEVMODE dm;
+    BYTE cust[16];
+};
+
+inline DevMode MakeDevMode(HGLOBAL hConfig = 0) {
+    DevMode d;
+    std::memset(&d, 0, sizeof d);
+    std::memcpy(d.dm.dmDeviceName, u"Lindgate 417", 13 * 2);
+    d.dm.dmSize = DEVMODEW_SIZE;
+    d.dm.dmDriverExtra = DDIDEVMODE_EXTRA;
+    d.dm.wRecordSize = DDIDEVMODE_SIZE;
+    d.dm.dmOrientation = 1;
+    d.dm.dmCopies = 1;
+    d.dm.bLayout = 1;
+    for (DDICOLORCORRECT &cc : d.dm.ColorCorrect) cc.bLightness = cc.bSaturation = 100;
+    d.dm.hConfig = hConfig;
+    return d;
+}
+
+// A configuration for the length of a test.
+struct ScopedConfig {
+    HGLOBAL h;
+    explicit ScopedConfig(const Spec &s, Widths w = Widths::Pdd) : h(BuildConfig(s, w)) {}
+    ~ScopedConfig() { FreeConfig(h); }
+    ScopedConfig(const ScopedConfig &) = delete;
+    ScopedConfig &operator=(const ScopedConfig &) = delete;
+};
+
+} // namespace ddi_test
