@@ -8,6 +8,7 @@
 #include <cstring>
 #include <map>
 #include <optional>
+#include <string>
 
 namespace {
 
@@ -16,6 +17,7 @@ using q417::fonts::Value;
 
 constexpr HDC kDisplayDC = 0x0D0C0001u;
 constexpr HKEY kFontsKey = 0x0F0E0001u;
+constexpr size_t kMaxDataChars = 39; // what a reader with 80 bytes of data can take
 const char16_t kFontsSubKey[] = u"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\Fonts";
 
 struct FontTable {
@@ -77,6 +79,11 @@ int LogFontWeight(int fcWeight) {
     return std::clamp(w, 100, 900);
 }
 
+// How far a style is from its family's regular one: width first, then weight, then slant.
+int Regularity(const Face &f) {
+    return std::abs(f.width - 100) * 10000 + std::abs(f.weight - 400) * 10 + (f.italic ? 1 : 0);
+}
+
 void IndexFiles(FontTable &t) {
     for (const Face &f : t.faces) t.files.emplace(Folded(BaseName(f.file)), f.file);
 }
@@ -129,20 +136,42 @@ FontTable LoadFontconfig() {
     // A fixed order whatever fontconfig's cache holds.
     std::sort(fonts.begin(), fonts.end(),
               [](const Font &a, const Font &b) { return a.face.file < b.face.file; });
+    // Registry data holds 39 characters: a longer file name is given a short alias.
+    auto dataName = [&t](const std::string &file) {
+        std::u16string name = BaseName(file);
+        if (name.size() <= kMaxDataChars) return name;
+        std::string alias = "q417font" + std::to_string(t.files.size()) + ".ttf";
+        t.files.emplace(Folded(FromUtf8(alias.c_str())), file);
+        return FromUtf8(alias.c_str());
+    };
     std::vector<std::u16string> seen;
+    auto addValue = [&](const std::u16string &name, const std::string &file) {
+        if (std::any_of(seen.begin(), seen.end(),
+                        [&](const std::u16string &n) { return EqualNoCase(n, name); }))
+            return;
+        seen.push_back(name);
+        t.values.push_back({name, dataName(file)});
+    };
     for (const Font &f : fonts) {
         for (const auto &family : f.families) {
             Face face = f.face;
             face.family = family;
             t.faces.push_back(face);
         }
-        std::u16string name = f.face.fullName + u" (TrueType)";
-        if (std::none_of(seen.begin(), seen.end(),
-                         [&](const std::u16string &n) { return EqualNoCase(n, name); })) {
-            seen.push_back(name);
-            t.values.push_back({name, BaseName(f.face.file)});
-        }
+        addValue(f.face.fullName + u" (TrueType)", f.face.file);
     }
+    // As on Windows, a family's name stands for its regular style: the entry a style that
+    // the registry doesn't name falls back on.
+    std::vector<const Face *> regular;
+    for (const Face &f : t.faces) {
+        auto it = std::find_if(regular.begin(), regular.end(),
+                               [&](const Face *r) { return EqualNoCase(r->family, f.family); });
+        if (it == regular.end())
+            regular.push_back(&f);
+        else if (Regularity(f) < Regularity(**it))
+            *it = &f;
+    }
+    for (const Face *f : regular) addValue(f->family + u" (TrueType)", f->file);
     IndexFiles(t);
     return t;
 }
