@@ -85,7 +85,8 @@ TEST_P(FreeTypeProof, RebuiltFontRendersLikeTheOriginal) {
 
     // A repeated letter, spaces, accented letters, and the Windows codes 130 to 159.
     std::string text = "NO\xCB"
-                       "L \xC9T\xC9 \xE0 \xE7a \xF1 ";
+                       "L \xC9T\xC9 \xE0 \xE7"
+                       "a \xF1 ";
     for (int c = 130; c <= 159; ++c) text += char(c);
 
     wmtest::Job job;
@@ -104,7 +105,9 @@ TEST_P(FreeTypeProof, RebuiltFontRendersLikeTheOriginal) {
     std::map<unsigned, unsigned> sent; // code -> glyph
     for (const auto &c : sf.chars) {
         composites += c.glyphBytes.size() >= 2 && uint8_t(c.glyphBytes[0]) == 0xFF;
-        if (c.code < 256) EXPECT_TRUE(sent.emplace(c.code, c.glyph).second) << "twice: " << c.code;
+        if (c.code < 256) {
+            EXPECT_TRUE(sent.emplace(c.code, c.glyph).second) << "twice: " << c.code;
+        }
     }
     EXPECT_GT(composites, 0) << "the text should hold accented letters made of components";
     EXPECT_EQ(sent.count(' '), 0u);
