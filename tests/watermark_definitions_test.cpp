@@ -38,8 +38,8 @@ TEST_F(DefinitionsTest, NumbersCountValidLinesOnly) {
     Ini({"1,2,3,0,50,0,450,700,1,100,Arial,First",
          "1,2,3,0,50,0,450,700,1,100,Second", // eleven tokens
          "1,2,3,0,50,0,450,700,1,100,Arial,Third",
-         "1,2,,3,0,50,0,450,700,1,100,Arial,Fourth", // a run of commas is one separator
-         "1,2,,3,0,50,0,450,700,1,100,Arial,Fifth,Sixth",
+         "1,2,,0,50,0,450,700,1,100,Arial,Fourth", // a run of commas is one separator
+         "1,2,,0,50,0,450,700,1,100,Arial,Fifth,Sixth",
          ",,1,2,3,0,50,0,450,700,1,100,Arial,Seventh,and more"});
     EXPECT_EQ(Select(0), "-");
     EXPECT_EQ(Select(1), "First");

@@ -11,12 +11,14 @@ namespace {
 
 using ttftest::Bytes;
 
-// Windows Latin 1 to Unicode for 128..159, as the code page defines it (undefined codes stay).
+// Windows Latin 1 to Unicode as the soft font's map has it: the code page's values for 130 to
+// 159 but 142 and 158, and the bullet operator for the middle dot; every other code stays.
 unsigned Cp1252(unsigned c) {
-    static const unsigned k[32] = {0x20AC, 0x81,   0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021,
-                                   0x02C6, 0x2030, 0x0160, 0x2039, 0x0152, 0x8D,   0x017D, 0x8F,
+    if (c == 183) return 0x2219;
+    static const unsigned k[32] = {0x80,   0x81,   0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021,
+                                   0x02C6, 0x2030, 0x0160, 0x2039, 0x0152, 0x8D,   0x8E,   0x8F,
                                    0x90,   0x2018, 0x2019, 0x201C, 0x201D, 0x2022, 0x2013, 0x2014,
-                                   0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x9D,   0x017E, 0x0178};
+                                   0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x9D,   0x9E,   0x0178};
     return c >= 128 && c < 160 ? k[c - 128] : c;
 }
 

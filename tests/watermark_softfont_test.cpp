@@ -92,8 +92,8 @@ TEST_F(SoftFontTest, HeaderWithTheFiveTablesOnly) {
                                   "\x01\x00",               // TrueType scaling, variety
                                   72)));
     // PANOSE and GT segment heads.
-    EXPECT_EQ(Escaped(h.substr(72, 18)),
-              Escaped(std::string("PA\x00\x0A\x02\x03\x04\x05\x06\x07\x08\x09\x0A\x0BGT", 18)));
+    EXPECT_EQ(Escaped(h.substr(72, 16)),
+              Escaped(std::string("PA\x00\x0A\x02\x03\x04\x05\x06\x07\x08\x09\x0A\x0BGT", 16)));
     EXPECT_EQ(Get16(b + 88), S - 96);
     // Offset table: the file's, with numTables 5.
     EXPECT_EQ(Get32(b + 90), 0x00010000u);
@@ -291,15 +291,16 @@ TEST_F(SoftFontTest, CharacterRecordLayout) {
     const std::string out = job.Take();
     const size_t at = out.find("\x1b*c66E");
     ASSERT_NE(at, std::string::npos);
-    // 17 glyph bytes: the record is 8 + 17 + 2 = 27 bytes.
-    const Bytes glyph = ttftest::SimpleGlyph(0xB2, 17);
-    std::string expect = "\x1b*c66E\x1b(s27W" +
+    // 17 glyph bytes and loca's padding byte: the record is 8 + 18 + 2 = 28 bytes.
+    Bytes glyph = ttftest::SimpleGlyph(0xB2, 17);
+    glyph.push_back(0);
+    std::string expect = "\x1b*c66E\x1b(s28W" +
                          std::string("\x0F\x00\x02\x0F" // format 15, class 15
-                                     "\x00\x15"         // character data size 17 + 4
+                                     "\x00\x16"         // character data size 18 + 4
                                      "\x00\x03",        // glyph 3
                                      8) +
                          std::string(glyph.begin(), glyph.end()) + std::string(1, '\0');
-    unsigned sum = 0x15 + 0x03;
+    unsigned sum = 0x16 + 0x03;
     for (uint8_t g : glyph) sum += g;
     expect += char((256 - sum % 256) % 256);
     EXPECT_EQ(Escaped(out.substr(at)), Escaped(expect));
