@@ -93,7 +93,10 @@ FontTable LoadFontconfig() {
     FcPattern *pat = FcPatternCreate();
     FcObjectSet *os = FcObjectSetBuild(FC_FAMILY, FC_FULLNAME, FC_STYLE, FC_WEIGHT, FC_SLANT,
                                        FC_WIDTH, FC_FILE, FC_FONTFORMAT, FC_INDEX, nullptr);
-    FcFontSet *set = (pat && os) ? FcFontList(nullptr, pat, os) : nullptr;
+    // A configuration of our own, gone once the list is copied: fontconfig's default one
+    // would live, unreleased, for the rest of the process.
+    FcConfig *config = FcInitLoadConfigAndFonts();
+    FcFontSet *set = (config && pat && os) ? FcFontList(config, pat, os) : nullptr;
     struct Font {
         std::vector<std::u16string> families;
         Face face;
@@ -132,6 +135,7 @@ FontTable LoadFontconfig() {
     if (set) FcFontSetDestroy(set);
     if (os) FcObjectSetDestroy(os);
     if (pat) FcPatternDestroy(pat);
+    if (config) FcConfigDestroy(config);
 
     // A fixed order whatever fontconfig's cache holds.
     std::sort(fonts.begin(), fonts.end(),
