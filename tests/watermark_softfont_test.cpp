@@ -448,6 +448,39 @@ TEST_F(SoftFontTest, BrokenGlyphsAreSkipped) {
     }
 }
 
+// The Microsoft subtable of a built font (the builder puts it 20 bytes into cmap).
+uint8_t *Subtable(Bytes &font) {
+    const unsigned n = Get16(font.data() + 4);
+    for (unsigned i = 0; i < n; ++i)
+        if (std::memcmp(font.data() + 12 + 16 * i, "cmap", 4) == 0)
+            return font.data() + Get32(font.data() + 12 + 16 * i + 8) + 20;
+    return nullptr;
+}
+
+TEST_F(SoftFontTest, MapsThatLeadOutsideTheTable) {
+    FontSpec spec = BasicSpec();
+    spec.map = {{65, 2}, {66, 3}};
+    spec.rangeOffsets = true;
+    Bytes font = ttftest::Build(spec);
+    ASSERT_EQ(Send(font, "AB"), 1);
+    EXPECT_EQ(Records(job.Take()), (std::vector<Rec>{{65, 2}, {66, 3}}));
+
+    // idRangeOffset of A's segment far past the end of the table: A has no glyph.
+    Bytes far = font;
+    uint8_t *sub = Subtable(far);
+    const unsigned segs = Get16(sub + 6) / 2;
+    sub[16 + 6 * segs] = 0xFF, sub[16 + 6 * segs + 1] = 0xFE;
+    ASSERT_EQ(Send(far, "AB"), 1);
+    EXPECT_EQ(Records(job.Take()), (std::vector<Rec>{{65, 0}, {66, 3}}));
+
+    // segCountX2 whose arrays can't fit: no usable map, the font is refused.
+    Bytes many = font;
+    sub = Subtable(many);
+    sub[6] = 0xFF, sub[7] = 0xFE;
+    EXPECT_EQ(Send(many, "AB"), 0);
+    EXPECT_TRUE(job.Take().empty());
+}
+
 TEST_F(SoftFontTest, AMissingCharacterSendsGlyphZero) {
     ASSERT_EQ(Send(ttftest::Build(BasicSpec()), "Z"), 1);
     EXPECT_EQ(Records(job.Take()), (std::vector<Rec>{{90, 0}}));
