@@ -43,7 +43,9 @@ bool FindValue(HKEY hKey, const WCHAR *pSearch, WCHAR *pFile) {
         if (rc != ERROR_SUCCESS && rc != ERROR_MORE_DATA) return false;
         if (rc == ERROR_MORE_DATA) continue; // too long to be the one
         if (_wcsicmp(name, pSearch) != 0) continue;
-        data[sizeof data / sizeof data[0] - 1] = 0;
+        // Data need not carry its terminator: end it where its size says.
+        const DWORD cch = cbData / sizeof(WCHAR);
+        data[cch < kDataBytes / sizeof(WCHAR) ? cch : kDataBytes / sizeof(WCHAR) - 1] = 0;
         std::copy(data, data + WLen(data) + 1, pFile);
         return true;
     }
