@@ -17,3 +17,40 @@ int MakeXferTableName(WCHAR *pName);
 int AllocXfers();
 void FreeXfers();
 int DefaultXfers();
+
+// ---- Colour transfer tables ----
+// Each a locked block of 256 bytes: a component's share of the gray level. All three null, or
+// all three allocated.
+extern BYTE *RedXfer;
+extern BYTE *GrnXfer;
+extern BYTE *BluXfer;
+
+// ---- Gray brushes and the user-defined pattern ----
+struct BITMAP {
+    LONG bmType;
+    LONG bmWidth;
+    LONG bmHeight;
+    LONG bmWidthBytes;
+    WORD bmPlanes;
+    WORD bmBitsPixel;
+    void *bmBits;
+};
+
+enum : DWORD { GRAYBRUSH_TYPE = 3 };
+
+// A gray brush lives in a movable block that stays locked from creation to destruction.
+struct GRAYBRUSH {
+    DWORD nType; // GRAYBRUSH_TYPE
+    DWORD nReserved;
+    HGLOBAL hBitmap; // block with the brush's BITMAP
+    WORD wGray;      // level 0..255, also the pattern's identity in wCurPattern
+};
+
+extern const BITMAP DefBitmap;
+extern BYTE DitherBits[32];
+extern const BYTE ClusterThresh[16][16];
+
+GRAYBRUSH *CreateGrayBrush(SPLDEVINFO *pInfo, int nGray);
+int DestroyGrayBrush(GRAYBRUSH *pBrush);
+int PCLWritePattern(SPLDEVINFO *pInfo, GRAYBRUSH *pBrush);
+int PCLWritePatternBits(SPLDEVINFO *pInfo, const BITMAP *pBitmap, int nEncoding);

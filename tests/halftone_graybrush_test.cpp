@@ -1,0 +1,108 @@
+// Gray brushes and the pattern download: pattern bytes per level and both header formats.
+#include "halftone/halftone.h"
+#include "tests/watermark/harness.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using wmtest::Escaped;
+
+// Eight rows of the cell; the pattern repeats them below.
+std::string Rows(const std::string &eight) {
+    return eight + eight;
+}
+
+std::string Download(wmtest::Job &job, int level) {
+    GRAYBRUSH *b = CreateGrayBrush(&job.info, level);
+    EXPECT_NE(b, nullptr);
+    EXPECT_EQ(PCLWritePattern(&job.info, b), 1);
+    EXPECT_EQ(DestroyGrayBrush(b), 1);
+    return job.Take();
+}
+
+TEST(GrayBrush, PatternBytesPerLevel) {
+    const std::string solid = Rows(std::string(16, '\xFF'));
+    struct Case {
+        int level;
+        std::string rows;
+    } cases[] = {
+        {0, solid},
+        {1, solid},
+        // threshold 1 alone clears: row 6, columns 1 and 9
+        {2,
+         Rows(std::string("\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xBF\xBF\xFF\xFF", 16))},
+        // and the pixels of threshold 5: row 2 column 5, row 5 column 1
+        {6,
+         Rows(std::string("\xFF\xFF\xFF\xFF\xFB\xFB\xFF\xFF\xFF\xFF\xBF\xBF\xBF\xBF\xFF\xFF", 16))},
+        {250, std::string(32, '\0')},
+        {-7, solid},                  // below 0 acts as 0
+        {300, std::string(32, '\0')}, // above 255 acts as 255
+    };
+    for (const Case &c : cases) {
+        wmtest::Job job;
+        job.dm.wEmulation = 1;                                       // format 0
+        const std::string expect = "\x1b*c2g40W"                     // 8 + 32 bytes follow
+                                   + std::string("\x00\x00\x01\x00"  // format 0, 1 bit a pixel
+                                                 "\x00\x10\x00\x10", // 16 high, 16 wide
+                                                 8) +
+                                   c.rows;
+        EXPECT_EQ(Escaped(Download(job, c.level)), Escaped(expect)) << "level " << c.level;
+        EXPECT_EQ(job.info.wCurPattern, std::clamp(c.level, 0, 255));
+    }
+}
+
+TEST(GrayBrush, Format20CarriesTheXResolutionTwice) {
+    wmtest::Job job;
+    job.dm.wEmulation = 2;
+    job.dm.dmPrintQuality = 600;
+    job.dm.dmYResolution = 1200; // not used by the pattern
+    const std::string expect = "\x1b*c2g44W" +
+                               std::string("\x14\x00\x01\x00"  // format 20
+                                           "\x00\x10\x00\x10"  // 16 by 16
+                                           "\x02\x58\x02\x58", // 600 and 600 dpi
+                                           12) +
+                               std::string(32, '\0');
+    EXPECT_EQ(Escaped(Download(job, 250)), Escaped(expect));
+}
+
+TEST(GrayBrush, SameLevelStandingIsNotSentAgainButLevelZeroIs) {
+    wmtest::Job job;
+    EXPECT_FALSE(Download(job, 100).empty());
+    EXPECT_TRUE(Download(job, 100).empty());
+    EXPECT_FALSE(Download(job, 101).empty());
+    EXPECT_FALSE(Download(job, 0).empty());
+    EXPECT_FALSE(Download(job, 0).empty());
+}
+
+TEST(GrayBrush, BadBrushesAndEncodings) {
+    wmtest::Job job;
+    EXPECT_EQ(DestroyGrayBrush(nullptr), 0);
+    GRAYBRUSH fake{};
+    fake.nType = 2;
+    EXPECT_EQ(DestroyGrayBrush(&fake), 0);
+    EXPECT_EQ(PCLWritePattern(&job.info, &fake), 0);
+    EXPECT_EQ(PCLWritePatternBits(&job.info, &DefBitmap, 8), 0);
+    EXPECT_TRUE(job.Take().empty());
+}
+
+TEST(GrayBrush, NoMemoryLeavesNothingBehind) {
+    wmtest::Job job;
+    const long before = q417::mem::LiveBlocks();
+    for (long n : {1, 2}) {
+        q417::mem::FailAllocation(n);
+        EXPECT_EQ(CreateGrayBrush(&job.info, 10), nullptr) << n;
+        EXPECT_EQ(q417::mem::LiveBlocks(), before);
+    }
+    q417::mem::FailAllocation(0);
+}
+
+TEST(GrayBrush, LeavesHpglForPcl) {
+    wmtest::Job job;
+    job.info.bOutputMode = OUTPUT_HPGL;
+    std::string s = Download(job, 250);
+    EXPECT_EQ(s.substr(0, 4), "\x1b%0A");
+    EXPECT_EQ(job.info.bOutputMode, OUTPUT_PCL);
+}
+
+} // namespace

@@ -1,0 +1,149 @@
+// Whole jobs with a watermark, through the exported spooler entries: the font goes out once
+// behind the first page's headers, a label ends each page that asks for one, the font is
+// deleted at the end.
+#include "tests/watermark/harness.h"
+
+#include "q417/q417plg.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+size_t Count(const std::string &s, const std::string &what) {
+    size_t n = 0;
+    for (size_t at = s.find(what); at != std::string::npos; at = s.find(what, at + 1)) ++n;
+    return n;
+}
+
+class WaterMarkJob : public ::testing::Test {
+  protected:
+    wmtest::TempDir dir;
+    std::string out;
+    HANDLE32 hPrinter = 0;
+
+    void SetUp() override {
+        Q417_PRINTER pr{};
+        pr.name = "wmjob";
+        pr.pdd_path = "/nonexistent/wmjob.pdd";
+        pr.port = "FILE:";
+        pr.windows_dir = dir.path.c_str();
+        hPrinter = Q417_AddPrinter(&pr);
+        Q417_SetOutputCallback(hPrinter, wmtest::Job::Sink, &out);
+        WinRoot[0] = 0;
+    }
+    void TearDown() override { Q417_DeletePrinter(hPrinter); }
+
+    void Definition(const std::string &value) {
+        dir.WriteText("QMWMARK.INI", "[Watermarks]\nW1=" + value + "\n");
+    }
+
+    struct Options {
+        WORD emulation = 3;
+        BYTE firstPageOnly = 0;
+        BYTE layout = 1;
+        int pages = 2;
+    };
+
+    void Send(void *job, BYTE tag, const void *data, size_t size) {
+        std::string block(1, char(tag));
+        block.append(static_cast<const char *>(data), size);
+        DWORD written = 0;
+        DrvSplWritePrinter(job, block.data(), DWORD(block.size()), &written);
+    }
+
+    std::string Run(const Options &o) {
+        void *job = DrvSplStartDoc(hPrinter, 7);
+        EXPECT_NE(job, nullptr);
+        SPLDEVINFO rec{};
+        rec.cxPaper = 6120, rec.cyPaper = 7920;
+        rec.cxPrintable = 5760, rec.cyPrintable = 7560;
+        rec.cxMargin = 180, rec.cyMargin = 180;
+        rec.bJobFlags = JOB_WATERMARK;
+        std::vector<BYTE> dm(DDIDEVMODE_SIZE);
+        Q417_InitDevMode(dm.data(), DWORD(dm.size()), hPrinter, 0);
+        auto *pdm = reinterpret_cast<DDIDEVMODE *>(dm.data());
+        pdm->dmPrintQuality = 600;
+        pdm->dmYResolution = 600;
+        pdm->dmPaperSize = 1;
+        pdm->dmOrientation = 1;
+        pdm->wEmulation = o.emulation;
+        pdm->wWaterMark = 1;
+        pdm->bWMFirstPage = o.firstPageOnly;
+        pdm->bLayout = o.layout;
+        Send(job, 1, &rec, sizeof rec);
+        Send(job, 2, dm.data(), dm.size());
+        for (int page = 1; page <= o.pages; ++page) {
+            // The sender counts pages: the head of the record up to nSubPage.
+            rec.nPage = DWORD(page);
+            rec.nSubPage = DWORD(page - 1);
+            Send(job, 1, &rec, offsetof(SPLDEVINFO, nSubPage) + 4);
+            Send(job, 2, dm.data(), dm.size());
+            EXPECT_EQ(DrvSplStartPage(job), 1);
+            const std::string data = "<page " + std::to_string(page) + ">";
+            Send(job, 0, data.data(), data.size());
+            EXPECT_EQ(DrvSplEndPage(job), 1);
+        }
+        DrvSplEndDoc(job);
+        DrvSplClose(job);
+        std::string s;
+        s.swap(out);
+        return s;
+    }
+};
+
+TEST_F(WaterMarkJob, ColourEmulation) {
+    Definition("1,2,3,0,50,0,450,700,0,100,DejaVu Sans,CONFIDENTIAL");
+    const std::string s = Run({});
+    ASSERT_EQ(Count(s, "\x1b)s"), 1u) << wmtest::Escaped(s.substr(0, 400));
+    const size_t font = s.find("\x1b*c32766D\x1b)s");
+    const size_t page1 = s.find("<page 1>");
+    EXPECT_LT(font, page1); // behind the headers, ahead of the page
+    // C, O, N, F, I, D, E, T, A, L once each; the repeated letters aren't sent again.
+    EXPECT_EQ(Count(s, "\x1b(s"), 10u);
+    EXPECT_EQ(Count(s, "PC1,255,0,0SP1FT"), 2u);
+    EXPECT_EQ(Count(s, "LO5LBCONFIDENTIAL\x03;LO21DI"), 2u);
+    EXPECT_EQ(Count(s, "\x1b*c2g"), 0u);
+    EXPECT_LT(s.find("LO5LB"), s.find("<page 2>"));
+    // Deleted once, at the end.
+    EXPECT_EQ(Count(s, "\x1b*c32766D\x1b*c2F"), 1u);
+    EXPECT_GT(s.rfind("\x1b*c32766D\x1b*c2F"), s.find("<page 2>"));
+}
+
+TEST_F(WaterMarkJob, MonochromeWithAGrayPatternOnFirstPageOnly) {
+    Definition("1,2,3,240,50,-10,0,400,0,60,DejaVu Sans,DRAFT");
+    Options o;
+    o.emulation = 1;
+    o.firstPageOnly = 1;
+    o.pages = 3;
+    const std::string s = Run(o);
+    EXPECT_EQ(Count(s, "\x1b*c2g40W"), 1u);
+    EXPECT_EQ(Count(s, "FT22,2SP1"), 1u);
+    EXPECT_EQ(Count(s, "LO5LBDRAFT"), 1u);
+    EXPECT_LT(s.find("LO5LBDRAFT"), s.find("<page 2>"));
+    EXPECT_EQ(Count(s, "\x1b*c32766D\x1b*c2F"), 1u);
+}
+
+TEST_F(WaterMarkJob, FourUpOneLabelPerCellHeightScaledOnce) {
+    Definition("1,2,3,0,50,0,0,400,0,100,DejaVu Sans,COPY");
+    Options o;
+    o.layout = 4;
+    o.pages = 4;
+    const std::string s = Run(o);
+    // 100 points at scale 285 and 600 dpi: 47, on every cell.
+    EXPECT_EQ(Count(s, "SBSD4,47FI32766"), 4u) << wmtest::Escaped(s);
+    // Each cell's centre: the page centre (2400, 3150) scaled by 285/600, plus the origin.
+    for (const char *pa : {"PA1200,1575", "PA3600,1575", "PA1200,4725", "PA3600,4725"})
+        EXPECT_EQ(Count(s, pa), 1u) << pa;
+}
+
+TEST_F(WaterMarkJob, AFaceThatCantBeFoundLeavesNoTrace) {
+    Definition("1,2,3,0,50,0,0,400,0,100,No Such Face Anywhere,SECRET");
+    const std::string s = Run({});
+    EXPECT_EQ(Count(s, "\x1b*c32766D"), 0u);
+    EXPECT_EQ(Count(s, "\x1b)s"), 0u);
+    EXPECT_EQ(Count(s, "LB"), 0u);
+    EXPECT_EQ(Count(s, "\x1b*c2F"), 0u);
+    EXPECT_NE(s.find("<page 2>"), std::string::npos);
+}
+
+} // namespace
