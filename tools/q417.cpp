@@ -1,23 +1,46 @@
 // q417: the command line of the driver engineer, a host of libq417plg.so like any other.
-#include "q417/host.h"
+#include "tool.h"
 
-#include <CLI/CLI.hpp>
-
+#include <cstdarg>
 #include <cstdio>
 
 #ifndef Q417_VERSION
 #define Q417_VERSION "1.0.9"
 #endif
 
+namespace q417tool {
+
+void Fail(const char *fmt, ...) {
+    char buf[1024];
+    va_list ap;
+    va_start(ap, fmt);
+    vsnprintf(buf, sizeof buf, fmt, ap);
+    va_end(ap);
+    throw ToolError(buf);
+}
+
+} // namespace q417tool
+
 int main(int argc, char **argv) {
+    using namespace q417tool;
     CLI::App app{"q417: run print jobs, compile printer descriptions, inspect settings and "
                  "printer streams through libq417plg"};
     app.set_version_flag("--version", std::string("q417 ") + Q417_VERSION);
     app.require_subcommand(0, 1);
+    app.fallthrough(false);
+    const Command commands[] = {AddPrintCommand(app), AddPddCommand(app), AddDevmodeCommand(app),
+                                AddDumpCommand(app)};
     CLI11_PARSE(app, argc, argv);
-    if (app.get_subcommands().empty()) {
-        std::fputs(app.help().c_str(), stdout);
-        return 0;
+    try {
+        for (const auto &c : commands)
+            if (c.sub->parsed()) return c.run();
+    } catch (const ToolError &e) {
+        std::fprintf(stderr, "q417: %s\n", e.what());
+        return 1;
+    } catch (const std::exception &e) {
+        std::fprintf(stderr, "q417: %s\n", e.what());
+        return 1;
     }
+    std::fputs(app.help().c_str(), stdout);
     return 0;
 }
