@@ -2,6 +2,7 @@
 #include "tool.h"
 
 #include <cerrno>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -18,6 +19,15 @@ struct EmbeddedFile {
 };
 extern const EmbeddedFile kEmbeddedFiles[];
 extern const size_t kEmbeddedFileCount;
+
+void Fail(const char *fmt, ...) {
+    char buf[1024];
+    va_list ap;
+    va_start(ap, fmt);
+    vsnprintf(buf, sizeof buf, fmt, ap);
+    va_end(ap);
+    throw ToolError(buf);
+}
 
 std::vector<uint8_t> ReadWholeFile(const std::string &path) {
     int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);

@@ -1,25 +1,11 @@
 // q417: the command line of the driver engineer, a host of libq417plg.so like any other.
 #include "tool.h"
 
-#include <cstdarg>
 #include <cstdio>
 
 #ifndef Q417_VERSION
 #define Q417_VERSION "1.0.9"
 #endif
-
-namespace q417tool {
-
-void Fail(const char *fmt, ...) {
-    char buf[1024];
-    va_list ap;
-    va_start(ap, fmt);
-    vsnprintf(buf, sizeof buf, fmt, ap);
-    va_end(ap);
-    throw ToolError(buf);
-}
-
-} // namespace q417tool
 
 int main(int argc, char **argv) {
     using namespace q417tool;
