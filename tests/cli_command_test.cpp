@@ -347,13 +347,15 @@ TEST_F(CliTest, PddShowMatchesTheSampleFile) {
     has("portrait command   \"@PJL SET ORIENTATION=PORTRAIT\\n\"");
     has("Papers: 8");
     // A4: 595.2 x 841.8 pt; portrait area 12 12 583 829, landscape 14 12 581 829 turned.
-    has("0*  A4           A4 210 x 297 mm            9    26  595.2 x 841.8   210.0 x 297.0 "
-        "  12.0,12.0 571.0 x 817.0     12.0,14.0 817.0 x 567.0");
-    has("1   Letter       US Letter                  1     2  612.0 x 792.0   215.9 x 279.4");
+    has("0*  A4           A4 210 x 297 mm            9    26  595.2 x 841.8   210.0 x 297.0   "
+        "12.0,12.0 571.0 x 817.0     12.0,14.0 817.0 x 567.0");
+    has("1   Letter       US Letter                  1     2  612.0 x 792.0   215.9 x 279.4   "
+        "12.0,12.0 588.0 x 768.0     14.0,12.0 764.0 x 588.0");
     has("7C  Custom       Custom Size              256   101");
     has("custom size: 216.0 x 360.0 pt to 612.0 x 1008.0 pt, default 576.0 x 720.0 pt");
     has("Paper sources: 5");
     has("0*  Tray1            upper                      1        1");
+    has("2   Manual           manual feed                2        4");
     has("Output bins: 2");
     has("Media types: 4");
     has("Resolutions: 3");

@@ -192,7 +192,7 @@ int RunShow(const PddOptions &o) {
     std::printf("\nPapers: %u (* default, C custom)\n", c.nPapers);
     auto keys = Table(c.hPaperKeys), names = Table(c.hPaperNames), cmds = Table(c.hPaperCmds),
          dims = Table(c.hPaperDims), ids = Table(c.hPaperIDs);
-    std::printf("  %3s  %-12s %-22s %5s %5s  %-15s %-13s %-27s %s\n", "#", "key", "name", "win",
+    std::printf("  %3s  %-12s %-22s %5s %5s  %-15s %-15s %-27s %s\n", "#", "key", "name", "win",
                 "pcl", "size pt", "size mm", "portrait area pt l,t w x h",
                 "landscape area pt l,t w x h");
     bool twoHalves = c.wVersion > 8;
@@ -208,7 +208,7 @@ int RunShow(const PddOptions &o) {
                          Pt(U32(dims, p + 4)) + " x " + Pt(U32(dims, p + 5));
         std::string la = Pt(U32(dims, l + 2)) + "," + Pt(U32(dims, l + 3)) + " " +
                          Pt(U32(dims, l + 4)) + " x " + Pt(U32(dims, l + 5));
-        std::printf("  %2u%c  %-12s %-22s %5u %5s  %-15s %-13s %-27s %s\n", r, mark,
+        std::printf("  %2u%c  %-12s %-22s %5u %5s  %-15s %-15s %-27s %s\n", r, mark,
                     Row(keys, c.cchPaperKey, r).c_str(), Row(names, c.cchPaperName, r).c_str(),
                     U16(ids, r), cmd.empty() ? "-" : cmd.c_str(), size.c_str(), mm.c_str(),
                     pa.c_str(), la.c_str());

@@ -32,11 +32,12 @@ struct PrintOptions {
     std::string output = "q417-job.prn";
     std::string paper, source, bin, media, resolution;
     std::string orientation, duplex, emulation, custom, jobName, windir, devmode;
-    int copies = 1;
+    // -1: not given, the device mode's value stands
+    int copies = -1;
     bool collate = false;
-    int nup = 1;
+    int nup = -1;
     int pages = 1;
-    int watermark = 0;
+    int watermark = -1;
     bool watermarkFirstPage = false;
     std::vector<std::string> images;
 };
@@ -226,12 +227,14 @@ void ApplySettings(DDIDEVMODE *pdm, const PrintOptions &o) {
             Fail("--emulation %s: out of range (PCL5, PCL5e, PCL5C, PCL5eC or 1 to 6)",
                  o.emulation.c_str());
     }
-    if (!DDISetDWord(pdm, DDI_PAGESPERSHEET, static_cast<DWORD>(o.nup)))
+    if (o.nup != -1 && !DDISetDWord(pdm, DDI_PAGESPERSHEET, static_cast<DWORD>(o.nup)))
         Fail("--nup %d: out of range (1, 2, 4, 6, 9 or 16)", o.nup);
-    if (o.watermark < 0 || o.watermark > 65535)
-        Fail("--watermark %d: out of range (0 to 65535)", o.watermark);
-    DDISetDWord(pdm, DDI_WATERMARK, static_cast<DWORD>(o.watermark));
-    DDISetDWord(pdm, DDI_WMFIRSTPAGE, o.watermarkFirstPage ? 1 : 0);
+    if (o.watermark != -1) {
+        if (o.watermark < 0 || o.watermark > 65535)
+            Fail("--watermark %d: out of range (0 to 65535)", o.watermark);
+        DDISetDWord(pdm, DDI_WATERMARK, static_cast<DWORD>(o.watermark));
+    }
+    if (o.watermarkFirstPage) DDISetDWord(pdm, DDI_WMFIRSTPAGE, 1);
     if (!o.custom.empty()) {
         CFGINFO cfg{};
         Q417_ReadBlock(pdm->hConfig, &cfg, sizeof cfg);
@@ -329,7 +332,7 @@ int RunPrint(const PrintOptions &o) {
     rec->cxMargin = g.cxMargin, rec->cyMargin = g.cyMargin;
     rec->nPage = 1;
     rec->nSubPage = 0;
-    if (o.watermark) rec->bJobFlags = JOB_WATERMARK;
+    if (DDIGetDWord(pdm, DDI_WATERMARK) != 0) rec->bJobFlags = JOB_WATERMARK;
     std::string name = o.jobName.empty() ? "q417 sample job" : o.jobName;
     std::u16string wname = Widen(name);
 
@@ -388,18 +391,17 @@ Command AddPrintCommand(CLI::App &app) {
     sub->add_option("--resolution", o->resolution, "Resolution by name or index");
     sub->add_option("--orientation", o->orientation,
                     "portrait, landscape, reverse-portrait, reverse-landscape");
-    sub->add_option("--copies", o->copies, "Number of copies")->capture_default_str();
+    sub->add_option("--copies", o->copies, "Number of copies (default: 1, or the device mode's)");
     sub->add_option("--duplex", o->duplex, "none, long or short");
     sub->add_flag("--collate", o->collate, "Collate copies");
     sub->add_option("--emulation", o->emulation,
                     "PCL5, PCL5e, PCL5C, PCL5eC or 1 to 6 (default: by the printer's colours)");
-    sub->add_option("-n,--nup", o->nup, "Pages per sheet: 1, 2, 4, 6, 9 or 16")
-        ->capture_default_str();
+    sub->add_option("-n,--nup", o->nup,
+                    "Pages per sheet: 1, 2, 4, 6, 9 or 16 (default: 1, or the device mode's)");
     sub->add_option("--pages", o->pages, "Number of test pages when no image is given")
         ->capture_default_str();
     sub->add_option("--watermark", o->watermark,
-                    "Watermark number in QMWMARK.INI, from 1; 0 for none")
-        ->capture_default_str();
+                    "Watermark number in QMWMARK.INI, from 1; 0 for none (the default)");
     sub->add_flag("--watermark-first-page", o->watermarkFirstPage,
                   "The watermark on the first page only");
     sub->add_option("--custom", o->custom,
