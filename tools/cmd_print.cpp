@@ -211,8 +211,11 @@ void ApplySettings(DDIDEVMODE *pdm, const PrintOptions &o) {
                  "reverse-landscape or 0 to 3)",
                  o.orientation.c_str());
     }
-    if (o.copies < 1 || o.copies > 32767) Fail("--copies %d: out of range (1 to 32767)", o.copies);
-    DDISetDWord(pdm, DDI_COPIES, static_cast<DWORD>(o.copies));
+    if (o.copies != -1) {
+        if (o.copies < 1 || o.copies > 32767)
+            Fail("--copies %d: out of range (1 to 32767)", o.copies);
+        DDISetDWord(pdm, DDI_COPIES, static_cast<DWORD>(o.copies));
+    }
     if (!o.duplex.empty()) {
         DWORD d =
             Word(o.duplex, "--duplex", {{"none", 1}, {"simplex", 1}, {"long", 2}, {"short", 3}});
