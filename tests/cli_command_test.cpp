@@ -202,7 +202,7 @@ TEST_F(CliTest, SixPagesFourUpDecodeToTheExpectedSequence) {
                               "PP1",
                               "ESC&l1X",
                               "ESC&l26A",
-                              "ESC&l1O",
+                              "ESC&l0O",
                               "ESC&l1H",
                               "ESC*r0F",
                               "IP",
