@@ -263,9 +263,12 @@ int RunCheck(const PddOptions &o) {
     Q417_SetPDDDiagnosticHook(nullptr, nullptr);
     if (!ran) Fail("%s: the library could not check it", o.file.c_str());
     for (const auto &d : diags) {
-        std::printf("%s:%d: %s%s%s\n", d.file.empty() ? o.file.c_str() : d.file.c_str(), d.line,
-                    d.key.empty() ? "" : d.key.c_str(), d.key.empty() ? "" : ": ",
-                    d.reason.c_str());
+        const std::string &file = d.file.empty() ? o.file : d.file;
+        std::string key = d.key.empty() ? "" : "\"" + d.key + "\": ";
+        if (d.line > 0)
+            std::printf("%s:%d: %s%s\n", file.c_str(), d.line, key.c_str(), d.reason.c_str());
+        else
+            std::printf("%s: %s%s\n", file.c_str(), key.c_str(), d.reason.c_str());
     }
     bool usable = true;
     if (r.nParseResult == 2) {
