@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <netinet/in.h>
+#include <png.h>
 #include <poll.h>
 #include <sstream>
 #include <string>
@@ -239,6 +240,39 @@ TEST_F(CliTest, SettingsReachTheStream) {
                         "page size: Legal", "orientation: landscape", "paper source: manual feed"}),
         -1)
         << l;
+}
+
+// Images become raster graphics at the job's resolution, one page each; a colour PNG and a
+// gray PGM on a colour printer, and standard output as the port.
+TEST_F(CliTest, ImagesBecomeRasterRows) {
+    if (!LibraryReady()) GTEST_SKIP() << "the library's subsystems are still stand-ins";
+    const uint8_t rgb[] = {255, 0, 0, 0, 255, 0, 0, 0, 255, 0, 0, 0, 255, 255, 255, 128, 128, 128};
+    png_image img{};
+    img.version = PNG_IMAGE_VERSION;
+    img.width = 3, img.height = 2, img.format = PNG_FORMAT_RGB;
+    ASSERT_TRUE(png_image_write_to_file(&img, (dir_ / "rgb.png").c_str(), 0, rgb, 0, nullptr));
+    std::ofstream(dir_ / "gray.pgm") << "P2 2 2 255\n0 128\n255 64\n";
+    Result r = Run({"print", "rgb.png", "gray.pgm", "--nup", "2", "-o", "-"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    ASSERT_EQ(r.out.rfind("\x1b%-12345X", 0), 0u);
+    std::ofstream(dir_ / "img.prn", std::ios::binary) << r.out;
+    r = Run({"dump", "img.prn"});
+    const std::string &l = r.out;
+    EXPECT_EQ(Count(l, "start raster graphics"), 2u) << l;
+    EXPECT_EQ(Count(l, "raster compression: delta row"), 2u);
+    // The row count of each image is its raster height.
+    for (size_t at = l.find("raster height: "); at != std::string::npos;
+         at = l.find("raster height: ", at + 1)) {
+        int height = std::stoi(l.substr(at + 15));
+        size_t rows = l.find("raster data: ", at);
+        ASSERT_NE(rows, std::string::npos);
+        EXPECT_EQ(std::stoi(l.substr(rows + 13)), height) << l.substr(at, 300);
+    }
+    EXPECT_LT(fs::file_size(dir_ / "img.prn"), 200000u); // enlarged rows repeat: no bytes
+
+    std::ofstream(dir_ / "bad.png") << "\x89PNG\r\n\x1a\nnot really";
+    ExpectOneErrorLine(Run({"print", "bad.png", "-o", "bad.prn"}), "bad.png");
+    EXPECT_FALSE(fs::exists(dir_ / "bad.prn"));
 }
 
 TEST_F(CliTest, SettingErrorsLeaveNoOutput) {

@@ -1,5 +1,5 @@
 // The renderer's pieces of q417 print: N-up placement as the library places cells, the
-// PackBits coder, the PBM/PGM/PPM reader.
+// delta row coder, the PBM/PGM/PPM reader.
 #include "raster.h"
 #include "render.h"
 #include "tool.h"
@@ -65,22 +65,29 @@ TEST(CliRender, TestPageLandsInItsCell) {
     EXPECT_NE(pcl.find("Page 2"), std::string::npos);
 }
 
-TEST(CliRender, PackBits) {
+TEST(CliRender, DeltaRow) {
     struct {
-        std::vector<uint8_t> in, out;
+        const char *name;
+        std::vector<uint8_t> row, seed, out;
     } cases[] = {
-        {{1, 1, 1, 2, 3, 4, 4}, {0xFE, 1, 0x01, 2, 3, 0xFF, 4}}, // run, literal, run
-        {{9}, {0x00, 9}},                                        // a single byte
-        {std::vector<uint8_t>(130, 7), {0x81, 7, 0xFF, 7}},      // runs stop at 128
-        {{}, {}},
+        {"equal rows cost nothing", {1, 2, 3}, {1, 2, 3}, {}},
+        {"one byte at the start", {9, 2, 3}, {1, 2, 3}, {0x00, 9}},
+        {"runs of at most 8",
+         std::vector<uint8_t>(10, 7),
+         std::vector<uint8_t>(10, 0),
+         {0xE0, 7, 7, 7, 7, 7, 7, 7, 7, 0x20, 7, 7}},
+        {"offset counts from the last replacement", {5, 0, 0, 6}, {0, 0, 0, 0}, {0x00, 5, 0x02, 6}},
     };
-    for (auto &c : cases) EXPECT_EQ(PackBits(c.in.data(), c.in.size()), c.out);
-    std::vector<uint8_t> literal(200);
-    for (size_t i = 0; i < literal.size(); ++i) literal[i] = static_cast<uint8_t>(i);
-    std::vector<uint8_t> packed = PackBits(literal.data(), literal.size());
-    ASSERT_EQ(packed.size(), 202u); // two literal stretches of 128 and 72
-    EXPECT_EQ(packed[0], 127);
-    EXPECT_EQ(packed[129], 71);
+    for (auto &c : cases)
+        EXPECT_EQ(DeltaRow(c.row.data(), c.seed.data(), c.row.size()), c.out) << c.name;
+    // Offsets of 31 and more go on in further bytes: 31 + 255 + 14 = 300.
+    std::vector<uint8_t> seed(301), row(301);
+    row[300] = 1;
+    EXPECT_EQ(DeltaRow(row.data(), seed.data(), row.size()),
+              (std::vector<uint8_t>{0x1F, 255, 14, 1}));
+    row.assign(31, 0), seed.assign(32, 0);
+    row.push_back(1); // offset exactly 31: one more byte, 0
+    EXPECT_EQ(DeltaRow(row.data(), seed.data(), row.size()), (std::vector<uint8_t>{0x1F, 0, 1}));
 }
 
 std::vector<uint8_t> Bytes(const std::string &s) {

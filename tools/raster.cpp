@@ -1,4 +1,4 @@
-// Image readers and the PackBits coder.
+// Image readers and the delta row coder of raster rows.
 #include "raster.h"
 
 #include "tool.h"
@@ -135,27 +135,29 @@ Image LoadImage(const std::string &path) {
     return DecodePnm(data, path);
 }
 
-std::vector<uint8_t> PackBits(const uint8_t *row, size_t n) {
+std::vector<uint8_t> DeltaRow(const uint8_t *row, const uint8_t *seed, size_t n) {
     std::vector<uint8_t> out;
-    size_t i = 0;
-    while (i < n) {
-        size_t run = 1;
-        while (i + run < n && run < 128 && row[i + run] == row[i]) ++run;
-        if (run >= 2) {
-            out.push_back(static_cast<uint8_t>(257 - run)); // -(run - 1)
-            out.push_back(row[i]);
-            i += run;
+    size_t pos = 0; // behind the last replacement
+    for (size_t i = 0; i < n;) {
+        if (row[i] == seed[i]) {
+            ++i;
             continue;
         }
-        // A literal stretch ends where a run of two or more begins.
-        size_t start = i, len = 0;
-        while (i < n && len < 128) {
-            if (i + 1 < n && row[i + 1] == row[i]) break;
-            ++i;
-            ++len;
+        size_t j = i;
+        while (j < n && j - i < 8 && row[j] != seed[j]) ++j;
+        // Command byte: count - 1 in bits 5-7, offset in bits 0-4; an offset of 31 or more
+        // goes on in further bytes, 255 meaning that yet another follows.
+        size_t offset = i - pos;
+        uint8_t cmd = static_cast<uint8_t>((j - i - 1) << 5);
+        if (offset < 31) {
+            out.push_back(static_cast<uint8_t>(cmd | offset));
+        } else {
+            out.push_back(static_cast<uint8_t>(cmd | 31));
+            for (offset -= 31; offset >= 255; offset -= 255) out.push_back(255);
+            out.push_back(static_cast<uint8_t>(offset));
         }
-        out.push_back(static_cast<uint8_t>(len - 1));
-        out.insert(out.end(), row + start, row + start + len);
+        out.insert(out.end(), row + i, row + j);
+        pos = i = j;
     }
     return out;
 }

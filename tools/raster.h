@@ -20,7 +20,9 @@ Image LoadImage(const std::string &path);
 // The PNM reader on bytes, for files and tests; `name` is used in messages.
 Image DecodePnm(const std::vector<uint8_t> &data, const std::string &name);
 
-// PCL compression method 2 (TIFF PackBits) of one row.
-std::vector<uint8_t> PackBits(const uint8_t *row, size_t n);
+// PCL compression method 3 (delta row) of one row against the seed row, the row sent last
+// (zeros at the start of raster graphics). A row equal to its seed costs no byte, so an image
+// enlarged to the printer's resolution stays small.
+std::vector<uint8_t> DeltaRow(const uint8_t *row, const uint8_t *seed, size_t n);
 
 } // namespace q417tool

@@ -186,8 +186,9 @@ std::string RenderImagePage(const Image &img, const PageInfo &info, const PageGe
     int x0 = (W - w) / 2, y0 = (H - h) / 2;
     int sw = place.L(w), sh = place.L(h);
     std::string out =
-        Fmt("\x1b*p%dx%dY\x1b*r%dS\x1b*r%dT\x1b*b2M\x1b*r1A", place.X(x0), place.Y(y0), sw, sh);
+        Fmt("\x1b*p%dx%dY\x1b*r%dS\x1b*r%dT\x1b*b3M\x1b*r1A", place.X(x0), place.Y(y0), sw, sh);
     std::vector<uint8_t> row(info.colour ? static_cast<size_t>(sw) * 3 : (sw + 7) / 8);
+    std::vector<uint8_t> seed(row.size()); // raster graphics start with a zero seed row
     static const uint8_t kBayer[8][8] = {
         {0, 32, 8, 40, 2, 34, 10, 42},  {48, 16, 56, 24, 50, 18, 58, 26},
         {12, 44, 4, 36, 14, 46, 6, 38}, {60, 28, 52, 20, 62, 30, 54, 22},
@@ -210,9 +211,10 @@ std::string RenderImagePage(const Image &img, const PageInfo &info, const PageGe
                     row[x / 8] |= static_cast<uint8_t>(0x80 >> (x % 8));
             }
         }
-        std::vector<uint8_t> packed = PackBits(row.data(), row.size());
-        out += Fmt("\x1b*b%zuW", packed.size());
-        out.append(reinterpret_cast<const char *>(packed.data()), packed.size());
+        std::vector<uint8_t> delta = DeltaRow(row.data(), seed.data(), row.size());
+        out += Fmt("\x1b*b%zuW", delta.size());
+        out.append(reinterpret_cast<const char *>(delta.data()), delta.size());
+        seed.swap(row);
     }
     out += "\x1b*rC";
     return out;
