@@ -416,11 +416,12 @@ class Decoder {
     void Pjl() {
         static const char kTag[] = "@PJL";
         size_t avail = n_ - pos_;
-        if (avail < 4 && std::memcmp(d_ + pos_, kTag, avail) == 0) {
+        bool tag = std::memcmp(d_ + pos_, kTag, avail < 4 ? avail : 4) == 0;
+        if (tag && avail < 4) {
             Truncated(pos_, "a PJL line");
             return;
         }
-        if (std::memcmp(d_ + pos_, kTag, 4) != 0) {
+        if (!tag) {
             if (d_[pos_] == '\n' || d_[pos_] == '\r') {
                 ++pos_;
                 return;
