@@ -1,6 +1,7 @@
 // q417: the command line of the driver engineer, a host of libq417plg.so like any other.
 #include "tool.h"
 
+#include <csignal>
 #include <cstdio>
 
 #ifndef Q417_VERSION
@@ -17,6 +18,8 @@ int main(int argc, char **argv) {
     const Command commands[] = {AddPrintCommand(app), AddPddCommand(app), AddDevmodeCommand(app),
                                 AddDumpCommand(app)};
     CLI11_PARSE(app, argc, argv);
+    // A reader that goes away (q417 print -o - | head) is a failed write, not a signal.
+    std::signal(SIGPIPE, SIG_IGN);
     try {
         for (const auto &c : commands)
             if (c.sub->parsed()) return c.run();
