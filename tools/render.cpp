@@ -42,9 +42,14 @@ std::string Fmt(const char *fmt, ...) {
     return buf;
 }
 
+// Every page's data begins by entering PCL: after a watermark on a cell that opened no page
+// header, the library leaves the printer in whatever language it found it, and that may be
+// HP-GL/2.
+constexpr char kEnterPcl[] = "\x1b%0A";
+
 class Canvas {
   public:
-    explicit Canvas(const Placement &p) : p_(p) {}
+    explicit Canvas(const Placement &p) : out(kEnterPcl), p_(p) {}
     void Rect(int x, int y, int w, int h) {
         out += Fmt("\x1b*p%dx%dY\x1b*c%da%db0P", p_.X(x), p_.Y(y), p_.L(w), p_.L(h));
     }
