@@ -118,6 +118,14 @@ const Case kCases[] = {
      "          segment null, 0 bytes\n"
      "          checksum ok\n"
      "00000090  ESC(32766X                  select primary font by id: 32766\n"},
+    {"font header whose descriptor claims more than it holds",
+     "\x1b)s64W" + S("\xff\xff\x0f\x02", 4) + std::string(60, '\0'),
+     "00000000  ESC)s64W                    font header, 64 bytes\n"
+     "          descriptor: 65535 bytes, format 15 (TrueType, 16-bit segments), font type 2, "
+     "spacing 0 (fixed)\n"
+     "          symbol set 0 (0@), pitch 0, height 0, style 0, stroke weight 0, typeface 0\n"
+     "          name \"\"\n"
+     "          checksum ok\n"},
     {"character download",
      "\x1b*c65E" + // code 'A'
          Sized("\x1b(s", S("\x0f\x00\x02\x0f\x00\x06\x00\x24\x01\x02\x00\xd3", 12)),

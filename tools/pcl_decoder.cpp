@@ -699,7 +699,7 @@ class Decoder {
         // Segments follow the descriptor: id, size (16 bits in format 15, 32 in 16), data.
         size_t p = descSize;
         size_t sizeWidth = format == 15 ? 2 : 4;
-        while (n - p >= 2 + sizeWidth) {
+        while (p <= n && n - p >= 2 + sizeWidth) {
             uint16_t id = Be16(b + p);
             size_t size = sizeWidth == 2
                               ? Be16(b + p + 2)
@@ -732,7 +732,7 @@ class Decoder {
         std::string s = Format(": %u tables", numTables);
         for (unsigned i = 0; i < numTables; ++i) {
             size_t e = 12 + 16 * static_cast<size_t>(i);
-            if (n - e < 16 || e > n) return s + ", directory cut";
+            if (e > n || n - e < 16) return s + ", directory cut";
             std::string tag(reinterpret_cast<const char *>(g + e), 4);
             unsigned long len =
                 static_cast<unsigned long>(Be16(g + e + 12)) << 16 | Be16(g + e + 14);
