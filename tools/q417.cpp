@@ -1,8 +1,7 @@
 // q417: the command line of the driver engineer, a host of libq417plg.so like any other.
-#include "q417/host.h"
+#include "tool.h"
 
-#include <CLI/CLI.hpp>
-
+#include <csignal>
 #include <cstdio>
 
 #ifndef Q417_VERSION
@@ -10,14 +9,27 @@
 #endif
 
 int main(int argc, char **argv) {
+    using namespace q417tool;
     CLI::App app{"q417: run print jobs, compile printer descriptions, inspect settings and "
                  "printer streams through libq417plg"};
     app.set_version_flag("--version", std::string("q417 ") + Q417_VERSION);
     app.require_subcommand(0, 1);
+    app.fallthrough(false);
+    const Command commands[] = {AddPrintCommand(app), AddPddCommand(app), AddDevmodeCommand(app),
+                                AddDumpCommand(app)};
     CLI11_PARSE(app, argc, argv);
-    if (app.get_subcommands().empty()) {
-        std::fputs(app.help().c_str(), stdout);
-        return 0;
+    // A reader that goes away (q417 print -o - | head) is a failed write, not a signal.
+    std::signal(SIGPIPE, SIG_IGN);
+    try {
+        for (const auto &c : commands)
+            if (c.sub->parsed()) return c.run();
+    } catch (const ToolError &e) {
+        std::fprintf(stderr, "q417: %s\n", e.what());
+        return 1;
+    } catch (const std::exception &e) {
+        std::fprintf(stderr, "q417: %s\n", e.what());
+        return 1;
     }
+    std::fputs(app.help().c_str(), stdout);
     return 0;
 }

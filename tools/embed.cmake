@@ -1,0 +1,16 @@
+# Turns the files under share/ into a C++ source, so the tool carries its sample printers.
+# Called with -DOUT=<generated .cpp> -DDIR=<share directory> -DFILES=<names separated by ;>
+set(body "")
+set(table "")
+set(i 0)
+foreach(name IN LISTS FILES)
+  file(READ "${DIR}/${name}" hex HEX)
+  string(LENGTH "${hex}" hexlen)
+  math(EXPR size "${hexlen} / 2")
+  string(REGEX REPLACE "([0-9a-f][0-9a-f])" "0x\\1," bytes "${hex}")
+  string(APPEND body "const unsigned char kFile${i}[] = {${bytes}0};\n")
+  string(APPEND table "    {\"${name}\", kFile${i}, ${size}},\n")
+  math(EXPR i "${i} + 1")
+endforeach()
+file(WRITE "${OUT}.tmp" "// Generated from share/ by tools/embed.cmake; do not edit.\n#include <cstddef>\nnamespace q417tool {\nstruct EmbeddedFile { const char *name; const unsigned char *data; size_t size; };\nnamespace {\n${body}}\nextern const EmbeddedFile kEmbeddedFiles[] = {\n${table}};\nextern const size_t kEmbeddedFileCount = ${i};\n}\n")
+file(COPY_FILE "${OUT}.tmp" "${OUT}" ONLY_IF_DIFFERENT)
