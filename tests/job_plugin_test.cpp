@@ -4,6 +4,7 @@
 
 #include "config/config.h"
 
+#include <algorithm>
 #include <fstream>
 
 namespace {
@@ -241,7 +242,12 @@ TEST_F(Bridge, ThePluginLoadedByAPageStartOutlivesTheJob) {
     StartJob();
     ASSERT_EQ(DrvSplStartPage(h.job()), 1);
     EXPECT_EQ(hCustUIDLL, module);
-    EXPECT_EQ(h.PluginCallNames().size(), 4u) << "one module, one record of calls";
+    // The header writers call hooks of their own; the session calls show both jobs in one record.
+    const std::vector<std::string> names = h.PluginCallNames();
+    const auto starts = std::count_if(names.begin(), names.end(), [](const std::string &n) {
+        return n == "OEM_BeginSession" || n == "OEM_StartDoc";
+    });
+    EXPECT_EQ(starts, 4) << "one module, one record of calls";
 }
 
 } // namespace
