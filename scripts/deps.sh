@@ -3,7 +3,7 @@
 # sudo available); skips the install when everything is present already.
 set -euo pipefail
 pkgs=(
-  build-essential cmake pkg-config
+  build-essential cmake pkg-config ccache
   libgtest-dev libgmock-dev libbenchmark-dev libcli11-dev
   libfontconfig-dev libfreetype-dev libpng-dev
   fonts-dejavu-core fonts-dejavu-extra fonts-liberation2
