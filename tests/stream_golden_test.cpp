@@ -165,6 +165,9 @@ TEST_F(StreamTest, TwoUpSheetSetUp) {
 namespace {
 struct HookLog {
     int pjlJobHeader = 0, pdlJobHeader = 0, pdlPageHeader = 0, pjlJobFooter = 0;
+    // Bytes the printer had received when each hook ran: where the hook stands in the stream.
+    const Sink *sink = nullptr;
+    size_t atPJLJobHeader = 0, atPDLJobHeader = 0, atPDLPageHeader = 0, atPJLJobFooter = 0;
     PTR32 jobInfo = 0;
     void *custData = nullptr;
     DWORD custWord = 0;
@@ -172,6 +175,7 @@ struct HookLog {
 
 DWORD PJLJobHeader(DDIDEVMODE *pdm, DWORD word, void *cust) {
     ++hooks.pjlJobHeader;
+    hooks.atPJLJobHeader = hooks.sink ? hooks.sink->bytes.size() : 0;
     hooks.jobInfo = pdm->pJobInfo;
     hooks.custData = cust;
     hooks.custWord = word;
@@ -179,14 +183,17 @@ DWORD PJLJobHeader(DDIDEVMODE *pdm, DWORD word, void *cust) {
     return 1;
 }
 DWORD PDLJobHeader(DDIDEVMODE *, DWORD, void *) {
+    hooks.atPDLJobHeader = hooks.sink ? hooks.sink->bytes.size() : 0;
     return ++hooks.pdlJobHeader, 1;
 }
 DWORD PDLPageHeader(DDIDEVMODE *pdm, DWORD, void *) {
     ++hooks.pdlPageHeader;
+    hooks.atPDLPageHeader = hooks.sink ? hooks.sink->bytes.size() : 0;
     pdm->wSourceIndex = kTray4; // honoured by the second tray selection
     return 1;
 }
 DWORD PJLJobFooter(DDIDEVMODE *, DWORD, void *) {
+    hooks.atPJLJobFooter = hooks.sink ? hooks.sink->bytes.size() : 0;
     return ++hooks.pjlJobFooter, 1;
 }
 } // namespace
@@ -203,8 +210,10 @@ TEST_F(StreamTest, PlugInHooksChangeResolutionAndTray) {
     dm->wPaperIndex = kLetter;
     dm->wSourceIndex = kTray1;
 
+    hooks.sink = &sink;
     OpenSheet(true);
-    EXPECT_STREAM(Take(),
+    const std::string header = Take();
+    EXPECT_STREAM(header,
                   Stream({
                       R"(\x1b%-12345X)", // universal exit language
                       R"(@PJL COMMENT Quillmark PCL5e Driver Version 1.0.0009 on NT 4\n)", // label
@@ -234,8 +243,18 @@ TEST_F(StreamTest, PlugInHooksChangeResolutionAndTray) {
                       R"(IP0,10668,8128,0SC0,2400,0,6300;)", // 300*5760/720, 600*7560/720
                       R"(\x1b%0A)",                          // PCL
                   }));
+    // Each hook runs right behind its step: the PJL hook after the description's PJL, the PDL
+    // hook after the copy count, the page hook after the raster presentation mode.
+    auto ranAfter = [&](size_t at, const char *command) {
+        const std::string bytes = Unescape(command);
+        return at >= bytes.size() && header.compare(at - bytes.size(), bytes.size(), bytes) == 0;
+    };
+    EXPECT_TRUE(ranAfter(hooks.atPJLJobHeader, R"(@PJL SET ORIENTATION=PORTRAIT\n)"));
+    EXPECT_TRUE(ranAfter(hooks.atPDLJobHeader, R"(\x1b&l1X)"));
+    EXPECT_TRUE(ranAfter(hooks.atPDLPageHeader, R"(\x1b*r0F)"));
     WritePCLJobFooter(info);
-    EXPECT_STREAM(Take(), Stream({R"(\x1b%-12345X)"})); // the footer hook follows it
+    EXPECT_STREAM(Take(), Stream({R"(\x1b%-12345X)"}));
+    EXPECT_EQ(hooks.atPJLJobFooter, 9u); // the footer hook follows the exit language
 
     EXPECT_EQ(hooks.pjlJobHeader, 1);
     EXPECT_EQ(hooks.pdlJobHeader, 1);
