@@ -21,7 +21,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr WCHAR kPoison = 0xBEEF;
 constexpr DWORD kNone = 0xFFFFFFFFu;
 
 struct Item {
@@ -185,43 +184,14 @@ class SamplePrinters : public testing::TestWithParam<Case> {
     long live0_ = 0;
 };
 
-// Size query, exact fit, one short, and nothing written past what the length reports.
-void CheckOption(DDIDEVMODE *dm, DWORD id, INT index, const std::u16string &key,
-                 const std::u16string &name) {
-    SCOPED_TRACE(testing::Message() << "keyword " << id << " index " << index);
-    struct Call {
-        BOOL (*fn)(DDIDEVMODE *, DWORD, INT, WCHAR *, DWORD *);
-        BOOL result;
-        const std::u16string &text;
-    };
-    for (const Call &c : {Call{DDIGetKeywordOptionString, TRUE, key},
-                          Call{DDIGetKeywordOptionTranslation, FALSE, name}}) {
-        const DWORD n = DWORD(c.text.size() + 1);
-        WCHAR buf[80];
-        std::fill(std::begin(buf), std::end(buf), kPoison);
-        DWORD len = 0;
-        EXPECT_EQ(c.fn(dm, id, index, buf, &len), c.result);
-        EXPECT_EQ(len, n) << "size query";
-        EXPECT_EQ(buf[0], kPoison);
-        len = n;
-        EXPECT_EQ(c.fn(dm, id, index, buf, &len), c.result);
-        EXPECT_EQ(len, n);
-        EXPECT_EQ(std::u16string(buf), c.text);
-        EXPECT_EQ(buf[n], kPoison);
-        std::fill(std::begin(buf), std::end(buf), kPoison);
-        len = n - 1;
-        EXPECT_EQ(c.fn(dm, id, index, buf, &len), c.result);
-        EXPECT_EQ(len, n - 1);
-        EXPECT_EQ(std::u16string(buf), c.text.substr(0, n - 2));
-        EXPECT_EQ(buf[n - 1], kPoison);
-    }
-}
-
 template <class T>
 void CheckList(DDIDEVMODE *dm, DWORD id, const std::vector<T> &rows, INT def) {
     EXPECT_EQ(DDIGetKeywordNumOptions(dm, id), INT(rows.size())) << id;
     EXPECT_EQ(DDIGetKeywordDefaultOption(dm, id), def) << id;
-    for (INT i = 0; i < INT(rows.size()); ++i) CheckOption(dm, id, i, rows[i].key, rows[i].name);
+    for (INT i = 0; i < INT(rows.size()); ++i) {
+        CheckText(dm, DDIGetKeywordOptionString, TRUE, id, i, rows[i].key);
+        CheckText(dm, DDIGetKeywordOptionTranslation, FALSE, id, i, rows[i].name);
+    }
     for (INT bad : {INT(rows.size()), -1, INT_MIN, INT_MAX}) {
         WCHAR buf[8];
         std::fill(std::begin(buf), std::end(buf), kPoison);
