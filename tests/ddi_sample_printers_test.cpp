@@ -13,6 +13,7 @@
 
 #include <climits>
 #include <filesystem>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -134,6 +135,9 @@ struct Case {
     const Printer *printer;
     Layout layout;
 };
+void PrintTo(const Case &c, std::ostream *os) {
+    *os << c.printer->file << (c.layout == Layout::Copy ? " as copied" : " as parsed");
+}
 
 // A printer made known to the host with a copy of the description. The parsed layout is the
 // working record that DDIStartup and a parse leave behind hConfig; the copy layout is what the
