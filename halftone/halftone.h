@@ -18,13 +18,6 @@ int AllocXfers();
 void FreeXfers();
 int DefaultXfers();
 
-// ---- Colour transfer tables ----
-// Each a locked block of 256 bytes: a component's share of the gray level. All three null, or
-// all three allocated.
-extern BYTE *RedXfer;
-extern BYTE *GrnXfer;
-extern BYTE *BluXfer;
-
 // ---- Gray brushes and the user-defined pattern ----
 struct BITMAP {
     LONG bmType;

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 namespace {
 
 class DefinitionsTest : public ::testing::Test {
@@ -212,9 +214,12 @@ TEST_F(FontLookupTest, EveryInstalledFamilyAndStyle) {
         bool italic;
     };
     std::vector<Style> styles;
+    std::vector<std::u16string> fullNames; // of the styles enumerated, "<name> (TrueType)"
     static std::vector<Style> *sink;
+    static std::vector<std::u16string> *sinkNames;
     sink = &styles;
-    std::vector<std::u16string> families;
+    sinkNames = &fullNames;
+    std::vector<std::u16string> families, valueNames;
     // Families as the enumeration gives them: ask for each registry family name.
     for (DWORD i = 0;; ++i) {
         WCHAR name[256];
@@ -227,6 +232,7 @@ TEST_F(FontLookupTest, EveryInstalledFamilyAndStyle) {
         RegCloseKey(h);
         if (rc == ERROR_NO_MORE_ITEMS) break;
         ASSERT_EQ(rc, ERROR_SUCCESS);
+        valueNames.push_back(std::u16string(name, cch));
         families.push_back(std::u16string(name, cch - 11)); // less " (TrueType)"
     }
     ASSERT_FALSE(families.empty());
@@ -238,6 +244,9 @@ TEST_F(FontLookupTest, EveryInstalledFamilyAndStyle) {
             GetDC(0), family.c_str(),
             [](const LOGFONTW *lf, const TEXTMETRICW *, DWORD, LPARAM) {
                 sink->push_back({lf->lfFaceName, int(lf->lfWeight), lf->lfItalic != 0});
+                sinkNames->push_back(
+                    std::u16string(reinterpret_cast<const ENUMLOGFONTW *>(lf)->elfFullName) +
+                    u" (TrueType)");
                 return 1;
             },
             0);
@@ -255,6 +264,14 @@ TEST_F(FontLookupTest, EveryInstalledFamilyAndStyle) {
         }
     }
     EXPECT_GT(tried, 0);
+    // A style is had by its weight and slant only if the registry names its full name; else
+    // the lookup falls back on the family's regular file without a sign.
+    for (const auto &full : fullNames) {
+        if (full.size() > 79) continue; // longer than a value name can be read
+        EXPECT_TRUE(std::any_of(valueNames.begin(), valueNames.end(), [&](const std::u16string &v) {
+            return v == full;
+        })) << std::string(full.begin(), full.end());
+    }
 
     const std::u16string bold = Lookup(u"DejaVu Sans", 700, 0);
     EXPECT_EQ(bold, fonts + u"DejaVuSans-Bold.ttf");
@@ -262,6 +279,32 @@ TEST_F(FontLookupTest, EveryInstalledFamilyAndStyle) {
     ASSERT_TRUE(q417::fonts::HostFontFile(bold.c_str(), host, 1024));
     EXPECT_EQ(std::u16string(host), u"/usr/share/fonts/truetype/dejavu/DejaVuSans-Bold.ttf");
     EXPECT_EQ(Lookup(u"dejavu sans", 400, 1), fonts + u"DejaVuSans-Oblique.ttf");
+}
+
+// The Debian fonts the tests install: each style by weight and slant, the normal width ahead
+// of the condensed one, and a weight the family lacks from the family's own entry.
+TEST_F(FontLookupTest, InstalledStylesByWeightAndSlant) {
+    q417::fonts::UseFontconfig();
+    struct Case {
+        const char16_t *face;
+        int weight, italic;
+        const char16_t *file;
+    } cases[] = {
+        {u"DejaVu Sans", 400, 0, u"DejaVuSans.ttf"},
+        {u"DejaVu Sans", 700, 1, u"DejaVuSans-BoldOblique.ttf"},
+        {u"DejaVu Sans", 200, 0, u"DejaVuSans-ExtraLight.ttf"},
+        {u"DejaVu Sans", 500, 0, u"DejaVuSans.ttf"}, // no such weight: the family's entry
+        {u"DejaVu Sans Condensed", 700, 0, u"DejaVuSansCondensed-Bold.ttf"},
+        {u"DejaVu Serif", 700, 1, u"DejaVuSerif-BoldItalic.ttf"},
+        {u"DejaVu Sans Mono", 400, 1, u"DejaVuSansMono-Oblique.ttf"},
+        {u"Liberation Sans", 700, 0, u"LiberationSans-Bold.ttf"},
+        {u"Liberation Serif", 400, 1, u"LiberationSerif-Italic.ttf"},
+        {u"Liberation Mono", 700, 1, u"LiberationMono-BoldItalic.ttf"},
+    };
+    for (const Case &c : cases)
+        EXPECT_EQ(Lookup(c.face, c.weight, c.italic), fonts + c.file)
+            << std::string(c.face, c.face + std::char_traits<char16_t>::length(c.face)) << " "
+            << c.weight << " " << c.italic;
 }
 
 } // namespace

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <climits>
+
 namespace {
 
 using wmtest::Escaped;
@@ -27,11 +29,17 @@ TEST(WaterMarkColour, HslTokensToRgb) {
     } cases[] = {
         {0, 50, 0, {255, 0, 0}},       // m2 = 1, m1 = 0
         {0, -50, 50, {221, 221, 221}}, // gray, lightness capped at 0.87
-        {120, 50, 0, {0, 255, 0}},     {240, 50, 0, {0, 0, 255}},
+        {120, 50, 0, {0, 255, 0}},
+        {240, 50, 0, {0, 0, 255}},
         {480, 50, 0, {0, 255, 0}},     // wraps to 120
         {-120, 50, 0, {0, 0, 255}},    // wraps to 240
         {30, 50, -25, {127, 63, 0}},   // l = 0.25: m2 0.5, m1 0
         {200, 0, 30, {178, 212, 229}}, // l = 0.8: m2 0.9, m1 0.7
+        // Nothing keeps a component within a byte: s = 500.5, m2 = 250.75, m1 = -249.75.
+        {0, 50000, 0, {63941, -63686, -63686}},
+        // Past 32 bits each component is the lowest integer, whatever its sign.
+        {0, INT_MAX, 0, {INT_MIN, INT_MIN, INT_MIN}},
+        {0, -50, INT_MIN, {INT_MIN, INT_MIN, INT_MIN}},
     };
     for (const Case &c : cases)
         EXPECT_EQ(FromTokens(c.hue, c.sat, c.light), c.rgb)
@@ -95,6 +103,27 @@ TEST_F(DrawTest, DirectionStrings) {
         {-2700, "DI+0.000,+0.999"},
     };
     for (const Case &c : cases) EXPECT_EQ(Direction(c.angle), c.di) << c.angle;
+}
+
+TEST_F(DrawTest, CentreInThirtyTwoBitArithmetic) {
+    struct Case {
+        int cx, cy;
+        SHORT xres, yres;
+        const char *pa;
+    } cases[] = {
+        {5760, 7560, 600, 600, "PA2400,3150"},
+        {5761, 7561, 300, 1200, "PA1200,6300"}, // each division cuts: 12601.67, then 6300.5
+        {4000000, 3000000, 600, 1200, "PA-1315949,-482616"}, // the products wrap
+    };
+    for (const Case &c : cases) {
+        job.info.cxPrintable = c.cx, job.info.cyPrintable = c.cy;
+        job.dm.dmPrintQuality = c.xres, job.dm.dmYResolution = c.yres;
+        job.dm.wEmulation = 3;
+        EXPECT_EQ(DrawWaterMark(&job.info), 1);
+        const std::string s = job.Take();
+        const size_t at = s.find("PA");
+        EXPECT_EQ(s.substr(at, s.find("DI") - at), c.pa) << c.cx;
+    }
 }
 
 TEST_F(DrawTest, ColourEmulationGetsPenColourAndNoPattern) {

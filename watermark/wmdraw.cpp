@@ -7,7 +7,9 @@
 #include "job/job.h"
 #include "stream/stream.h"
 
+#include <climits>
 #include <cmath>
+#include <cstdint>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -23,6 +25,21 @@ constexpr int kLabelOriginRestore = 21;
 // The default luminance shares, for a job whose transfer tables were never loaded.
 int XferOr(const BYTE *table, unsigned i, double weight) {
     return table ? table[i] : static_cast<int>(i * weight + 0.5);
+}
+
+// A double cut towards zero to a 32-bit integer. A value outside the range comes out as the
+// processor's "integer indefinite", the lowest integer, as the conversion instruction gives it;
+// definitions may hold any saturation and lightness, so this happens.
+INT CutToInt(double v) {
+    if (v > -2147483649.0 && v < 2147483648.0) return static_cast<INT>(v);
+    return INT_MIN;
+}
+
+// Resolution times decipoints / 720 / 2, all in 32 bits: a product past the range wraps.
+int CentreDots(int resolution, int decipoints) {
+    const auto product =
+        static_cast<int32_t>(static_cast<uint32_t>(resolution) * static_cast<uint32_t>(decipoints));
+    return product / 720 / 2;
 }
 
 } // namespace
@@ -53,12 +70,12 @@ void hsl_to_rgb(double h, double s, double l, INT *pRed, INT *pGreen, INT *pBlue
     const double m2 = l <= 0.5 ? (s + 1.0) * l : s + l - s * l;
     const double m1 = 2.0 * l - m2;
     if (s == 0.0) {
-        *pRed = *pGreen = *pBlue = static_cast<INT>(l * 255.0);
+        *pRed = *pGreen = *pBlue = CutToInt(l * 255.0);
         return;
     }
-    *pRed = static_cast<INT>(rgbvalue(m1, m2, h + 120.0) * 255.0);
-    *pGreen = static_cast<INT>(rgbvalue(m1, m2, h) * 255.0);
-    *pBlue = static_cast<INT>(rgbvalue(m1, m2, h - 120.0) * 255.0);
+    *pRed = CutToInt(rgbvalue(m1, m2, h + 120.0) * 255.0);
+    *pGreen = CutToInt(rgbvalue(m1, m2, h) * 255.0);
+    *pBlue = CutToInt(rgbvalue(m1, m2, h - 120.0) * 255.0);
 }
 
 void SetWaterMarkColor(SPLDEVINFO *pInfo, DWORD dwColor) {
@@ -101,8 +118,8 @@ int DrawWaterMark(SPLDEVINFO *pInfo) {
     textA[sizeof textA - 1] = 0;
 
     // Centre of the frame in printer dots, moved into the current cell under N-up.
-    int x = pdm->dmPrintQuality * pInfo->cxPrintable / 720 / 2;
-    int y = pdm->dmYResolution * pInfo->cyPrintable / 720 / 2;
+    int x = CentreDots(pdm->dmPrintQuality, pInfo->cxPrintable);
+    int y = CentreDots(pdm->dmYResolution, pInfo->cyPrintable);
     x = ScaleNupPosX(pInfo, x);
     y = ScaleNupPosY(pInfo, y);
 
