@@ -3,6 +3,7 @@
 #include "job_harness.h"
 
 #include "config/config.h"
+#include "q417/host_tools.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -365,6 +366,44 @@ TEST_F(Bridge, AWholeJobCallsEachEntryAtItsPointWithItsArguments) {
 
     h.Close();
     DiscardDeviceInfo(nullptr);
+}
+
+// GetConfig loads the plug-in for itself when no page start has, and unloads it when it ends;
+// a plug-in that a page start loaded stays. The test holds a load of its own, so that the
+// module and its record of calls survive the library's unload.
+TEST_F(Bridge, APluginLoadedByGetConfigIsUnloadedWhenItEnds) {
+    std::filesystem::copy_file(std::string(Q417_TEST_DATA) + "/config/minimal.pdd", h.pddPath());
+    h.InstallPlugin(Q417_PLUGIN_REC);
+    const std::u16string path = (h.dir() / "printer.DLL").u16string();
+    const HMODULE own = LoadLibraryW(path.c_str());
+    ASSERT_NE(own, 0u);
+    auto count = reinterpret_cast<PFN_Rec_Count>(GetProcAddress(own, "Rec_Count"));
+    auto get = reinterpret_cast<PFN_Rec_Get>(GetProcAddress(own, "Rec_Get"));
+    ASSERT_TRUE(count && get);
+
+    std::vector<BYTE> dm = h.DevMode();
+    auto *pdm = reinterpret_cast<DDIDEVMODE *>(dm.data());
+    for (bool loadedBefore : {false, true}) {
+        SCOPED_TRACE(loadedBefore ? "loaded by a page start" : "not loaded");
+        if (loadedBefore) {
+            ASSERT_NE(FillFunctionTable(h.printer()), 0);
+        }
+        const HMODULE module = hCustUIDLL;
+        const int first = count();
+        BYTE cfg[CFGINFO_SIZE] = {};
+        ASSERT_EQ(GetConfig(pdm, cfg), 1);
+        EXPECT_EQ(hCustUIDLL, module);
+        EXPECT_EQ(CustDLL.OEM_GetConfig != nullptr, loadedBefore) << "the table goes with it";
+        ASSERT_EQ(count() - first, 2);
+        for (int i = first; i < count(); ++i) {
+            EXPECT_STREQ(get(i)->entry, i == first ? "OEM_GetConfig" : "OEM_BidiGetPrinterData");
+            EXPECT_EQ(get(i)->pdm, pdm);
+            EXPECT_EQ(get(i)->arg[0], reinterpret_cast<uintptr_t>(cfg)) << "the caller's block";
+        }
+        Q417_FreeConfig(cfg);
+    }
+    FreeFunctionTable();
+    FreeLibrary(own);
 }
 
 } // namespace
