@@ -5,6 +5,7 @@
 //
 // Input: 404 bytes of device mode, 343 bytes of CFGINFO, then per table handle a u16 block
 // size and that many bytes of content (short input: zeros), then u32 values for the setters.
+// The device mode's reserved bytes 400-403 arm a failing lock and a failing allocation.
 #include "ddi/ddi.h"
 #include "q417/q417plg.h"
 
@@ -74,6 +75,12 @@ void WithCapacities(F fn) {
     }
 }
 
+uint16_t ReservedWord(const DDIDEVMODE &dm, size_t off) {
+    uint16_t v;
+    std::memcpy(&v, reinterpret_cast<const BYTE *>(&dm) + off, sizeof v);
+    return v;
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
@@ -106,6 +113,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     dm.hCfgCache = 0;
     dm.pJobInfo = (dm.bJobStatus & 1) ? Ptr32From(&info) : 0;
     SetCustDataPtr(&dm);
+
+    // Two reserved words of the record, which nothing reads, pick the lock and the allocation
+    // that fail, so that the paths of a failed lock are walked too.
+    q417::mem::FailLock(ReservedWord(dm, 400));
+    q417::mem::FailAllocation(ReservedWord(dm, 402));
 
     for (DWORD id = 0; id <= 80; ++id) DDIGetDWord(&dm, id);
     for (DWORD id = 0; id <= 80; ++id) {
@@ -143,6 +155,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     DDIGetCustDataPtr(&dm, &cust);
     DDISetDialogResult(&dm, in.u32() & 3);
 
+    q417::mem::FailLock(0);
+    q417::mem::FailAllocation(0);
     GlobalFree(dm.hJobName);
     dm.hConfig = hCfg;
     dm.hCfgCache = 0;

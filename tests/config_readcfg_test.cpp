@@ -260,12 +260,14 @@ TEST_F(ReadCfg, NoMemoryAnywhere) {
                 CFGINFO zero{};
                 EXPECT_EQ(std::memcmp(&Rec(dm.hConfig), &zero, CFGINFO_SIZE), 0);
             }
+            const HGLOBAL hPDD = Rec(dm.hConfig).hPDD;
             Drop(dm.hConfig);
-            if (!fromFile && q417::mem::LiveBlocks() == live + 13 && live == 0) {
+            if (!fromFile && ok && q417::mem::LiveBlocks() == live + 13) {
                 // The parser frees nothing when it can't lock its record at shutdown: the
-                // record and its 12 entries stay. That is the parser's rule, not a leak here.
-                q417::mem::Reset();
-                continue;
+                // record and its 12 entries stay, and the configuration is still good. That is
+                // the parser's rule, not a leak here; the stale handle still names the record.
+                ASSERT_EQ(GlobalSize(hPDD), sizeof(PDDINFO));
+                PDD_Shutdown(hPDD);
             }
             ASSERT_EQ(q417::mem::LiveBlocks(), live);
         }

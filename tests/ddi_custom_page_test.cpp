@@ -74,6 +74,25 @@ TEST(DdiCustomPage, SizesAreLimitedConvertedAndWrittenToTheCustomRow) {
     }
 }
 
+// A description may give a minimum above its maximum. The minimum is tested first, and a size
+// below it is not tested against the maximum after that; one equal to it is.
+TEST(DdiCustomPage, MinimumIsTestedBeforeAMaximumBelowIt) {
+    struct Case {
+        INT value;
+        WORD stored;
+    };
+    for (const Case &c : {Case{4000, 5000}, Case{6000, 3000}, Case{5000, 3000}}) {
+        Spec spec = SamplePrinter();
+        spec.custLimits[0] = spec.custLimits[1] = 5000; // minimum width and height
+        spec.custLimits[2] = spec.custLimits[3] = 3000; // maximum width and height
+        ScopedConfig cfg(spec);
+        DevMode d = MakeDevMode(cfg.h);
+        EXPECT_EQ(DDISetCustomPageSize(&d.dm, c.value, c.value), 1);
+        EXPECT_EQ(d.dm.wCustWidth, c.stored) << c.value;
+        EXPECT_EQ(d.dm.wCustHeight, c.stored) << c.value;
+    }
+}
+
 TEST(DdiCustomPage, NegativeWidthWithOnlyAMaximumStaysAsItsLow16Bits) {
     Spec spec = SamplePrinter();
     spec.custLimits[0] = 0;

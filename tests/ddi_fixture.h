@@ -1,10 +1,14 @@
 // Hand-made configurations and device modes for the settings interface tests: a CFGINFO with
 // its wide tables in global blocks, laid out either as a PDD build makes them (each table as
 // wide as its longest text plus 1) or as the long-lived copy has them (rows of 24, 64 for
-// paper keys and names, cut without a terminator).
+// paper keys and names, cut without a terminator). And the check that a text getter answers a
+// size query, an exact fit and a cut as GetString does.
 #pragma once
 
 #include "ddi/ddi.h"
+#include "q417/q417plg.h"
+
+#include <gtest/gtest.h>
 
 #include <cstring>
 #include <string>
@@ -221,5 +225,36 @@ struct ScopedConfig {
     ScopedConfig(const ScopedConfig &) = delete;
     ScopedConfig &operator=(const ScopedConfig &) = delete;
 };
+
+constexpr WCHAR kPoison = 0xBEEF;
+
+using TextCall = BOOL (*)(DDIDEVMODE *, DWORD, INT, WCHAR *, DWORD *);
+
+// Asks for the size, then fetches with an exact fit and one short; checks nothing lands past
+// what the length reports.
+inline void CheckText(DDIDEVMODE *dm, TextCall call, BOOL expectResult, DWORD id, INT index,
+                      const std::u16string &want) {
+    SCOPED_TRACE(testing::Message() << "id " << id << " index " << index);
+    const DWORD n = DWORD(want.size() + 1);
+    WCHAR buf[80];
+    std::fill(std::begin(buf), std::end(buf), kPoison);
+    DWORD len = 0;
+    EXPECT_EQ(call(dm, id, index, buf, &len), expectResult);
+    EXPECT_EQ(len, n) << "size query";
+    EXPECT_EQ(buf[0], kPoison) << "a size query writes nothing";
+
+    len = n;
+    EXPECT_EQ(call(dm, id, index, buf, &len), expectResult);
+    EXPECT_EQ(len, n);
+    EXPECT_EQ(std::u16string(buf), want);
+    EXPECT_EQ(buf[n], kPoison);
+
+    std::fill(std::begin(buf), std::end(buf), kPoison);
+    len = n - 1;
+    EXPECT_EQ(call(dm, id, index, buf, &len), expectResult);
+    EXPECT_EQ(len, n - 1) << "a cut text returns the capacity";
+    EXPECT_EQ(std::u16string(buf), want.substr(0, n - 2));
+    EXPECT_EQ(buf[n - 1], kPoison);
+}
 
 } // namespace ddi_test

@@ -13,8 +13,6 @@ using namespace ddi_test;
 
 namespace {
 
-constexpr WCHAR kPoison = 0xBEEF;
-
 struct FamilyCase {
     DWORD id;
     const std::vector<Option> Spec::*options;
@@ -28,35 +26,6 @@ const FamilyCase kFamilies[] = {
     {DDI_PAPERDEST, &Spec::dests, &Spec::defDest, 24},
     {DDI_RESOLUTION, &Spec::res, &Spec::defRes, 24},
 };
-
-using TextCall = BOOL (*)(DDIDEVMODE *, DWORD, INT, WCHAR *, DWORD *);
-
-// Asks for the size, then fetches with an exact fit and one short; checks nothing lands past
-// what the length reports.
-void CheckText(DDIDEVMODE *dm, TextCall call, BOOL expectResult, DWORD id, INT index,
-               const std::u16string &want) {
-    SCOPED_TRACE(testing::Message() << "id " << id << " index " << index);
-    const DWORD n = DWORD(want.size() + 1);
-    WCHAR buf[80];
-    std::fill(std::begin(buf), std::end(buf), kPoison);
-    DWORD len = 0;
-    EXPECT_EQ(call(dm, id, index, buf, &len), expectResult);
-    EXPECT_EQ(len, n) << "size query";
-    EXPECT_EQ(buf[0], kPoison) << "a size query writes nothing";
-
-    len = n;
-    EXPECT_EQ(call(dm, id, index, buf, &len), expectResult);
-    EXPECT_EQ(len, n);
-    EXPECT_EQ(std::u16string(buf), want);
-    EXPECT_EQ(buf[n], kPoison);
-
-    std::fill(std::begin(buf), std::end(buf), kPoison);
-    len = n - 1;
-    EXPECT_EQ(call(dm, id, index, buf, &len), expectResult);
-    EXPECT_EQ(len, n - 1) << "a cut text returns the capacity";
-    EXPECT_EQ(std::u16string(buf), want.substr(0, n - 2));
-    EXPECT_EQ(buf[n - 1], kPoison);
-}
 
 class Selections : public testing::TestWithParam<Widths> {};
 

@@ -78,37 +78,6 @@ inline std::string Stream(std::initializer_list<const char *> lines) {
 #define EXPECT_STREAM(actual, expected)                                                            \
     EXPECT_EQ(::streamtest::Escape(actual), ::streamtest::Escape(expected))
 
-// The job header of a monochrome PCL 5e job "Quarterly report" on the Quill 4100 at 600 dpi,
-// portrait, one copy.
-inline std::string MonoJobHeader() {
-    return Stream({
-        R"(\x1b%-12345X)", // universal exit language
-        R"(@PJL COMMENT Quillmark PCL5e Driver Version 1.0.0009 on NT 4\n)", // emulation label
-        R"(@PJL COMMENT for Quill 4100 at 600 by 600 DPI\n)",                // device, resolution
-        R"(@PJL COMMENT PDD Version: 2.10\n)",                               // description version
-        R"(@PJL COMMENT Driver Release: 070199\n)",                          // build
-        R"(@PJL COMMENT Job Name: Quarterly report\n)", // job name, last comment
-        R"(@PJL SET ORIENTATION=PORTRAIT\n)",           // the description's PJL
-        R"(@PJL SET RESOLUTION=600\n)",                 // PJL resolution
-        R"(@PJL ENTER LANGUAGE=PCL\n)",                 // into PCL
-        R"(\x1b%0A)",                                   // PCL mode
-        R"(\x1b&u600D)",                                // unit of measure 600
-        R"(\x1b*t600R)",                                // raster resolution 600
-        R"(\x1b*c0F)",                                  // delete soft fonts
-        R"(\x1b%0B)",                                   // HP-GL/2
-        R"(WU0LT0,10,1;LTPW0)",                         // pen width, line type
-        R"(TR0CF2LA1,1,2,2)",                           // transparency, fill, line attrs
-        R"(LO21)",                                      // label origin
-        R"(PP1)",                                       // pixel placement
-        R"(\x1b%0A)",                                   // back to PCL
-        R"(\x1b&l1X)",                                  // one copy
-    });
-}
-
-// HP-GL/2 scale of a 5760 x 7560 decipoint frame at 600 dpi: P1/P2 at 10668 by 8128 plotter
-// units, 4800 by 6300 user units.
-inline const char kLetterScale[] = R"(IP0,10668,8128,0SC0,4800,0,6300;)";
-
 struct Sink {
     std::string bytes;
     int calls = 0;

@@ -325,6 +325,29 @@ TEST_F(StreamTest, NamesThatDoNotFitAreCut) {
     EXPECT_EQ(Take(), "@PJL COMMENT for ABCDEFGHIJKLMNOPQRSTUVWXYZABCDEF at 600 by 600 DPI\n");
 }
 
+// In a code page of several bytes a character, the cut falls on a whole character that still
+// leaves room for the terminator.
+TEST_F(StreamTest, LongNamesAreCutOnWholeCharactersOfTheCodePage) {
+    struct Case {
+        const char *codePage;
+        const char *encoded; // U+3042 in that code page
+        size_t charsKept;    // of 300
+    };
+    const Case cases[] = {
+        {"CP932", "\x82\xa0", 199},     // 2 bytes: 398 of 399
+        {"UTF-8", "\xe3\x81\x82", 133}, // 3 bytes: 399 exactly
+        {"WINDOWS-1252", "?", 300},     // not in it: one default byte each, all fit
+    };
+    const std::u16string name(300, u'\u3042');
+    for (const Case &c : cases) {
+        ASSERT_TRUE(Q417_SetAnsiCodePage(c.codePage));
+        std::string expected;
+        for (size_t i = 0; i < c.charsKept; ++i) expected += c.encoded;
+        EXPECT_EQ(std::string(TStr2Str(name.c_str())), expected) << c.codePage;
+    }
+    ASSERT_TRUE(Q417_SetAnsiCodePage("WINDOWS-1252"));
+}
+
 TEST_F(StreamTest, VersionOfFortyBytesHasNoTerminator) {
     RemoveConfig();
     const std::string forty(40, 'v');

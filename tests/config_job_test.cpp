@@ -1,0 +1,119 @@
+// A whole job through the exported entries on a real description: the codes of the rows the
+// device mode chose, the description's version and its PJL orientation text reach the stream,
+// the first job leaves the binary file behind and the next one is served from the cache.
+#include "job_harness.h"
+#include "stream_support.h"
+
+#include "config/config.h"
+#include "halftone/halftone.h"
+
+#include <filesystem>
+
+namespace {
+
+using q417::test::JobHarness;
+
+struct ConfigJob : ::testing::Test {
+    JobHarness h{"cfgjob"};
+    long live0 = 0;
+    void SetUp() override {
+        DefaultXfers();
+        live0 = q417::mem::LiveBlocks();
+        std::filesystem::copy_file(std::string(Q417_TEST_DATA) + "/config/full.pdd", h.pddPath());
+    }
+    void TearDown() override {
+        DiscardDeviceInfo(nullptr);
+        FreeFunctionTable();
+        EXPECT_EQ(q417::mem::LiveBlocks(), live0) << "the cache frees what it owns";
+    }
+
+    // One page with the given rows and orientation; the bytes the printer got.
+    std::string Job(WORD paperRow, WORD trayRow, SHORT orientation) {
+        h.events.clear();
+        EXPECT_NE(h.Start(), nullptr);
+        std::vector<BYTE> dm = h.DevMode();
+        auto *pdm = reinterpret_cast<DDIDEVMODE *>(dm.data());
+        pdm->wPaperIndex = paperRow;
+        pdm->wSourceIndex = trayRow;
+        pdm->dmOrientation = orientation;
+        h.SendSetup(dm);
+        EXPECT_EQ(DrvSplStartPage(h.job()), 1);
+        EXPECT_EQ(h.SendData("<page>"), 1);
+        EXPECT_EQ(DrvSplEndPage(h.job()), 1);
+        DrvSplEndDoc(h.job());
+        h.Close();
+        return h.Stream();
+    }
+};
+
+bool Has(const std::string &stream, const std::string &piece) {
+    return stream.find(piece) != std::string::npos;
+}
+
+// The first job parses full.pdd: A4 (row 1, code 26), the drawer (row 2, code 5), landscape.
+TEST_F(ConfigJob, TheFirstJobCarriesTheDescriptionsCodesAndTexts) {
+    // clang-format off
+    EXPECT_STREAM(Job(1, 2, 2), streamtest::Stream({
+        R"(\x1b%-12345X)",                                                  // UEL
+        R"(@PJL COMMENT Quillmark PCL5 Driver Version 1.0.0009 on NT 4\n)",
+        R"(@PJL COMMENT for Test 417 at 600 by 600 DPI\n)",
+        R"(@PJL COMMENT PDD Version: 2.10\n)",                               // *FileVersion
+        R"(@PJL COMMENT Driver Release: 070199\n)",
+        R"(@PJL COMMENT Job Name: Report\n)",
+        R"(@PJL SET ORIENTATION=LANDSCAPE\n)",                               // *Orientation
+        R"(@PJL SET RESOLUTION=600\n)",
+        R"(@PJL ENTER LANGUAGE=PCL\n)",
+        R"(\x1b%0A\x1b&u600D\x1b*t600R\x1b*c0F)",                           // PCL set-up
+        R"(\x1b%0BWU0LT0,10,1;LTPW0TR0CF2LA1,1,2,2LO21PP1\x1b%0A)",          // HP-GL/2 context
+        R"(\x1b&l1X)",                                                       // one copy
+        R"(\x1b&l26a1o4d1E)",                  // page size code 26, landscape, 4 lpi, margin
+        R"(\x1b*pxY\x1b*c5760x7560y0T)",                                     // frame
+        R"(\x1b&l5H)",                                                       // tray code 5
+        R"(\x1b*r0F)",
+        R"(\x1b%0BIP0,10668,8128,0SC0,4800,0,6300;\x1b%0A)",
+        R"(<page>)",
+        R"(\x1b%-12345X)",                                                   // job footer
+    }));
+    // clang-format on
+    EXPECT_GT(
+        std::filesystem::file_size(std::filesystem::path(h.pddPath()).replace_extension(".bdd")),
+        CFGINFO_SIZE)
+        << "the parse leaves the binary file beside the description";
+}
+
+// Later jobs are served from the cache that the first one filled: only the rows differ.
+TEST_F(ConfigJob, LaterJobsTakeTheirRowsFromTheCache) {
+    Job(1, 2, 2);
+    ASSERT_NE(hCfg, 0u);
+    const HGLOBAL cached = hCfg;
+    std::filesystem::remove(h.pddPath()); // a parse now would fail
+    struct Case {
+        WORD paperRow, trayRow;
+        SHORT orientation;
+        const char *orient, *pageSize, *tray;
+    } cases[] = {
+        {0, 0, 1, "@PJL SET ORIENTATION=PORTRAIT\n", "\x1b&l2a0o4d1E", "\x1b&l1H"},
+        {2, 1, 1, "@PJL SET ORIENTATION=PORTRAIT\n", "\x1b&l101a0o4d1E", "\x1b&l2H"},
+        {1, 0, 2, "@PJL SET ORIENTATION=LANDSCAPE\n", "\x1b&l26a1o4d1E", "\x1b&l1H"},
+    };
+    for (const Case &c : cases) {
+        std::string s = Job(c.paperRow, c.trayRow, c.orientation);
+        EXPECT_TRUE(Has(s, "@PJL COMMENT PDD Version: 2.10\n")) << c.pageSize;
+        EXPECT_TRUE(Has(s, c.orient)) << c.pageSize;
+        EXPECT_TRUE(Has(s, std::string("\x1b&l1X") + c.pageSize)) << c.pageSize;
+        EXPECT_TRUE(Has(s, std::string("\x1b*c5760x7560y0T") + c.tray)) << c.pageSize;
+        EXPECT_EQ(hCfg, cached);
+    }
+}
+
+TEST_F(ConfigJob, WithoutTheDescriptionNothingIsCachedAndNoCodeIsSent) {
+    std::filesystem::remove(h.pddPath());
+    std::string s = Job(1, 2, 2);
+    EXPECT_EQ(hCfg, 0u);
+    EXPECT_FALSE(Has(s, "PDD Version"));
+    EXPECT_FALSE(Has(s, "ORIENTATION="));
+    EXPECT_TRUE(Has(s, "\x1b&l0a")) << "code 0 for a paper without a configuration";
+    EXPECT_TRUE(Has(s, "<page>"));
+}
+
+} // namespace
