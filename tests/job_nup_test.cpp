@@ -144,6 +144,54 @@ TEST(NUp, EveryGridOfTheTable) {
     }
 }
 
+// Frames that do not divide evenly. Here the single-precision stores decide the last unit: keep
+// every cell and image size in double, or take the constants as doubles, and the scale or the
+// image size moves by one. Values from a separate model of the same arithmetic.
+TEST(NUp, UnevenFramesShowTheSinglePrecisionStores) {
+    struct Case {
+        const char *what;
+        BYTE n;
+        SHORT orient, res;
+        INT paper[2], frame[2];
+        int scale, cx, cy;
+        Origins origins;
+    } cases[] = {
+        // clang-format off
+        {"5216 by 7370, four up, 300 dpi: 143 with double constants",
+         4, 1, 300, {5216, 7370}, {4976, 7130}, 142, 985, 1411,
+         {{25, 37}, {1062, 37}, {25, 1522}, {1062, 1522}}},
+        {"A4, four up, 300 dpi: 142 without the stores",
+         4, 1, 300, {5953, 8419}, {5713, 8179}, 143, 1130, 1618,
+         {{29, 42}, {1220, 42}, {29, 1746}, {1220, 1746}}},
+        {"legal, two up: 332 and 2825 without the stores",
+         2, 1, 600, {6120, 10080}, {5880, 9840}, 333, 2826, 4655,
+         {{636, 122}, {4736, 122}}},
+        {"A4, six up turned: the page is narrowed in its cell",
+         6, 2, 600, {5953, 8419}, {5713, 8179}, 125, 1032, 1460,
+         {{1136, 63}, {4545, 63}, {1136, 1650}, {4545, 1650}, {1136, 3237}, {4545, 3237}}},
+        {"A4, nine up, 1200 dpi",
+         9, 1, 1200, {5953, 8419}, {5713, 8179}, 380, 3015, 4316,
+         {{80, 113}, {3253, 113}, {6426, 113}, {80, 4656}, {3253, 4656}, {6426, 4656},
+          {80, 9201}, {3253, 9201}, {6426, 9201}}},
+        // clang-format on
+    };
+    for (const Case &c : cases) {
+        Sheet s(c.n, c.orient, c.res);
+        s.info.cxPaper = c.paper[0];
+        s.info.cyPaper = c.paper[1];
+        s.info.cxPrintable = c.frame[0];
+        s.info.cyPrintable = c.frame[1];
+        s.info.cxMargin = s.info.cyMargin = 120;
+        InitSubPages(&s.info);
+        SCOPED_TRACE(c.what);
+        EXPECT_EQ(s.info.nScaleX, c.scale);
+        EXPECT_EQ(s.info.nScaleY, c.scale);
+        EXPECT_EQ(s.info.cxSubPage, c.cx);
+        EXPECT_EQ(s.info.cySubPage, c.cy);
+        EXPECT_EQ(s.Origins(), c.origins);
+    }
+}
+
 TEST(NUp, SixUpTurnedUsesItsOwnScaleAndLeftGap) {
     // Orientation 2: 0.92 for the image, the cell's 0.05 halved as the left gap. Any other
     // orientation but 1 takes the same grid and scale, and the centred gap.

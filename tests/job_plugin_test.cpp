@@ -3,8 +3,10 @@
 #include "job_harness.h"
 
 #include "config/config.h"
+#include "q417/host_tools.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
 
 namespace {
@@ -248,6 +250,160 @@ TEST_F(Bridge, ThePluginLoadedByAPageStartOutlivesTheJob) {
         return n == "OEM_BeginSession" || n == "OEM_StartDoc";
     });
     EXPECT_EQ(starts, 4) << "one module, one record of calls";
+}
+
+// A whole job on a printer with a description, the recording plug-in loaded by an earlier job:
+// each entry at its point of the job, in its order, with its arguments.
+TEST_F(Bridge, AWholeJobCallsEachEntryAtItsPointWithItsArguments) {
+    std::filesystem::copy_file(std::string(Q417_TEST_DATA) + "/config/minimal.pdd", h.pddPath());
+    DiscardDeviceInfo(nullptr); // the configuration is read at this job's first page
+    live0 = q417::mem::LiveBlocks();
+    h.InstallPlugin(Q417_PLUGIN_REC);
+    ASSERT_NE(FillFunctionTable(h.printer()), 0);
+    h.ObservePlugin();
+
+    ASSERT_NE(h.Start(), nullptr);
+    std::vector<BYTE> dm = h.DevMode(24);
+    reinterpret_cast<DDIDEVMODE *>(dm.data())->dwCustDataWord = 0x600DCAFE;
+    h.SendSetup(dm, u"Ledger");
+    const std::string pages[2] = {"<first page>", "<second page>"};
+    for (int page = 0; page < 2; ++page) {
+        if (page) {
+            SPLDEVINFO r = h.Record();
+            r.nPage = 2;
+            ASSERT_EQ(h.SendRecord(r), 1);
+            ASSERT_EQ(h.SendDevMode(dm), 1);
+        }
+        h.Mark("StartPage");
+        ASSERT_EQ(DrvSplStartPage(h.job()), 1);
+        ASSERT_EQ(h.SendData(pages[page]), 1);
+        h.Mark("EndPage");
+        ASSERT_EQ(DrvSplEndPage(h.job()), 1);
+    }
+    h.Mark("EndDoc");
+    DrvSplEndDoc(h.job());
+
+    // The log with each run of the library's commands as one "commands" entry.
+    std::vector<std::string> got;
+    for (const q417::test::Event &e : h.events) {
+        std::string item = e.text;
+        if (e.kind == q417::test::Event::Write && e.text != pages[0] && e.text != pages[1])
+            item = "commands";
+        if (item == "commands" && !got.empty() && got.back() == "commands") continue;
+        got.push_back(item);
+    }
+    const std::vector<std::string> expect = {
+        "StartPage",
+        "OEM_GetConfig",          // the configuration, before the copy is made
+        "OEM_BidiGetPrinterData", // after it: the description was found
+        "OEM_BeginSession",
+        "OEM_StartDoc",
+        "commands", // job header: PJL part
+        "OEM_PJLCustJobHeader",
+        "commands",
+        "OEM_PDLCustJobHeader", // PCL part
+        "commands",             // page header
+        "OEM_PDLCustPageHeader",
+        "commands",
+        pages[0],
+        "EndPage", // no watermark: nothing
+        "StartPage",
+        "OEM_BeginSession", // every page, the job's StartDoc only once
+        "commands",         // the next sheet's page header
+        "OEM_PDLCustPageHeader",
+        "commands",
+        pages[1],
+        "EndPage",
+        "EndDoc",
+        "commands", // job footer
+        "OEM_PJLCustJobFooter",
+        "OEM_EndDoc",
+        "OEM_EndSession",
+    };
+    EXPECT_EQ(got, expect);
+
+    // Arguments, against the job's own blocks.
+    const SPLDEVINFO *record = nullptr;
+    const DDIDEVMODE *copy = nullptr;
+    {
+        q417::job::Locked<SPLDEVINFO> info(q417::job::JobOf(h.job())->hDevInfo);
+        record = info.get();
+        copy = DevModeOf(info.get());
+    }
+    const void *cfgBlock = nullptr;
+    {
+        q417::job::Locked<BYTE> cfg(hCfg);
+        cfgBlock = cfg.get();
+    }
+    ASSERT_NE(cfgBlock, nullptr) << "the configuration was read";
+    const std::vector<RecCall> calls = h.PluginCalls();
+    ASSERT_FALSE(calls.empty());
+    for (const RecCall &c : calls) {
+        const std::string entry = c.entry;
+        SCOPED_TRACE(entry);
+        // Every entry sees a copy of the job's device mode; the last block 2 made the one
+        // that ends the job.
+        ASSERT_NE(c.pdm, nullptr);
+        EXPECT_EQ(c.hPrinter, h.printer());
+        if (entry == "OEM_GetConfig" || entry == "OEM_BidiGetPrinterData") {
+            EXPECT_EQ(c.arg[0], reinterpret_cast<uintptr_t>(cfgBlock)) << "the CFGINFO block";
+        } else if (entry == "OEM_BeginSession") {
+            EXPECT_EQ(c.arg[0], ghModule);
+            EXPECT_EQ(c.arg[1], reinterpret_cast<uintptr_t>(c.pdm));
+            EXPECT_EQ(c.arg[2], 0u);
+            EXPECT_EQ(c.arg[3], 2u);
+        } else if (entry == "OEM_StartDoc") {
+            EXPECT_EQ(std::u16string(c.jobName), u"Ledger");
+        } else if (entry.find("Cust") != std::string::npos) {
+            EXPECT_EQ(c.arg[0], 0x600DCAFEu) << "dwCustDataWord";
+            EXPECT_EQ(c.arg[1], reinterpret_cast<uintptr_t>(c.pdm) + sizeof(DDIDEVMODE))
+                << "the plug-in's data behind the record";
+            EXPECT_EQ(Ptr32To(c.pJobInfo), record) << "pJobInfo is the job's record";
+        }
+    }
+    EXPECT_EQ(calls.back().pdm, copy);
+    EXPECT_STREQ(calls.back().entry, "OEM_EndSession");
+
+    h.Close();
+    DiscardDeviceInfo(nullptr);
+}
+
+// GetConfig loads the plug-in for itself when no page start has, and unloads it when it ends;
+// a plug-in that a page start loaded stays. The test holds a load of its own, so that the
+// module and its record of calls survive the library's unload.
+TEST_F(Bridge, APluginLoadedByGetConfigIsUnloadedWhenItEnds) {
+    std::filesystem::copy_file(std::string(Q417_TEST_DATA) + "/config/minimal.pdd", h.pddPath());
+    h.InstallPlugin(Q417_PLUGIN_REC);
+    const std::u16string path = (h.dir() / "printer.DLL").u16string();
+    const HMODULE own = LoadLibraryW(path.c_str());
+    ASSERT_NE(own, 0u);
+    auto count = reinterpret_cast<PFN_Rec_Count>(GetProcAddress(own, "Rec_Count"));
+    auto get = reinterpret_cast<PFN_Rec_Get>(GetProcAddress(own, "Rec_Get"));
+    ASSERT_TRUE(count && get);
+
+    std::vector<BYTE> dm = h.DevMode();
+    auto *pdm = reinterpret_cast<DDIDEVMODE *>(dm.data());
+    for (bool loadedBefore : {false, true}) {
+        SCOPED_TRACE(loadedBefore ? "loaded by a page start" : "not loaded");
+        if (loadedBefore) {
+            ASSERT_NE(FillFunctionTable(h.printer()), 0);
+        }
+        const HMODULE module = hCustUIDLL;
+        const int first = count();
+        BYTE cfg[CFGINFO_SIZE] = {};
+        ASSERT_EQ(GetConfig(pdm, cfg), 1);
+        EXPECT_EQ(hCustUIDLL, module);
+        EXPECT_EQ(CustDLL.OEM_GetConfig != nullptr, loadedBefore) << "the table goes with it";
+        ASSERT_EQ(count() - first, 2);
+        for (int i = first; i < count(); ++i) {
+            EXPECT_STREQ(get(i)->entry, i == first ? "OEM_GetConfig" : "OEM_BidiGetPrinterData");
+            EXPECT_EQ(get(i)->pdm, pdm);
+            EXPECT_EQ(get(i)->arg[0], reinterpret_cast<uintptr_t>(cfg)) << "the caller's block";
+        }
+        Q417_FreeConfig(cfg);
+    }
+    FreeFunctionTable();
+    FreeLibrary(own);
 }
 
 } // namespace

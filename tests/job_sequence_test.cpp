@@ -2,6 +2,8 @@
 // results on records that cannot be used, and whole jobs through the exported entries.
 #include "job_harness.h"
 
+#include "config/config.h"
+
 #include <functional>
 #include <set>
 
@@ -216,6 +218,50 @@ TEST_F(Entries, EachEntryRefreshesThePrinterAndThePluginDataPointer) {
     }
 }
 
+// Locks: the job block and the device mode copy stay locked once for their life; the record,
+// the name and the configuration are unlocked again by every entry, whichever lock failed in it.
+TEST_F(Entries, EveryEntryReleasesTheLocksItTook) {
+    const HGLOBAL hDevInfo = q417::job::JobOf(h.job())->hDevInfo;
+    auto locks = [](HGLOBAL hMem) { return GlobalFlags(hMem) & 0xFF; };
+    auto check = [&](const std::string &what) {
+        EXPECT_EQ(locks(GlobalHandle(h.job())), 1u) << what;
+        EXPECT_EQ(locks(hDevInfo), 0u) << what;
+        if (hJobName) {
+            EXPECT_EQ(locks(hJobName), 0u) << what;
+        }
+        if (hCfg) {
+            EXPECT_EQ(locks(hCfg), 0u) << what;
+        }
+        q417::job::Locked<SPLDEVINFO> info(hDevInfo);
+        if (const DDIDEVMODE *copy = DevModeOf(info.get())) {
+            EXPECT_EQ(locks(GlobalHandle(copy)), 1u) << what;
+        }
+    };
+    using Step = std::function<void()>;
+    const std::pair<const char *, Step> steps[] = {
+        {"block 1", [&] { h.SendRecord(LetterRecord()); }},
+        {"block 2", [&] { h.SendDevMode(h.DevMode(8)); }},
+        {"block 8", [&] { h.SendName(u"Locks"); }},
+        {"print data", [&] { h.SendData("data"); }},
+        {"StartPage", [&] { DrvSplStartPage(h.job()); }},
+        {"EndPage", [&] { DrvSplEndPage(h.job()); }},
+        {"EndDoc", [&] { DrvSplEndDoc(h.job()); }},
+        {"Abort", [&] { DrvSplAbort(h.job()); }},
+    };
+    h.SendSetup(h.DevMode(8), u"Locks");
+    for (long failLock = 0; failLock <= 6; ++failLock) {
+        for (const auto &[name, step] : steps) {
+            q417::mem::FailLock(failLock);
+            step();
+            q417::mem::FailLock(0);
+            check(std::string(name) + ", lock " + std::to_string(failLock) + " fails");
+        }
+        h.SendSetup(h.DevMode(8), u"Locks"); // a failed block may have left no copy
+    }
+    // A failed lock of a new configuration block leaves it cached, empty; it is the process's.
+    DiscardDeviceInfo(nullptr);
+}
+
 // ---- Whole jobs ------------------------------------------------------------------------------
 
 // What happened between two marks of the test: plug-in calls, print data, and the library's own
@@ -225,6 +271,7 @@ struct Segment {
     std::vector<std::string> calls;
     std::vector<std::string> data;
     int commands = 0;
+    std::string text; // the commands' bytes
 };
 
 bool IsStreamHook(const std::string &entry) {
@@ -236,10 +283,10 @@ std::vector<Segment> Segments(const std::vector<Event> &events, const std::set<s
     std::vector<Segment> out;
     for (const Event &e : events) {
         if (e.kind == Event::Mark) {
-            out.push_back({e.text, {}, {}, 0});
+            out.push_back({e.text, {}, {}, 0, {}});
             continue;
         }
-        if (out.empty()) out.push_back({"(before)", {}, {}, 0});
+        if (out.empty()) out.push_back({"(before)", {}, {}, 0, {}});
         Segment &s = out.back();
         if (e.kind == Event::Call && !IsStreamHook(e.text)) {
             s.calls.push_back(e.text);
@@ -247,6 +294,7 @@ std::vector<Segment> Segments(const std::vector<Event> &events, const std::set<s
             s.data.push_back(e.text);
         } else {
             ++s.commands;
+            if (e.kind == Event::Write) s.text += e.text;
         }
     }
     return out;
@@ -308,11 +356,27 @@ TEST_F(WholeJob, ThreePagesOneUpWithoutAPlugin) {
     for (const Event &e : h.Writes())
         if (data.count(e.text)) got += e.text;
     EXPECT_EQ(got, expect) << "the print data, tags stripped, in order";
-    for (const Segment &s : Segments(h.events, data)) {
-        // Headers at each page start, watermarks at each page end, the footer at the end.
-        EXPECT_TRUE(s.calls.empty()) << s.mark;
-        EXPECT_TRUE(s.mark != "Close" || s.commands == 0) << "DrvSplClose writes nothing";
+    const std::string uel = "\x1b%-12345X";
+    const std::vector<Segment> segments = Segments(h.events, data);
+    ASSERT_EQ(segments.size(), 8u);
+    for (const Segment &s : segments) EXPECT_TRUE(s.calls.empty()) << s.mark;
+    // The first page start opens the job (its header leaves PJL) and then the page.
+    EXPECT_EQ(segments[0].text.rfind(uel, 0), 0u) << "the job header comes first";
+    EXPECT_NE(segments[0].text.find("@PJL ENTER LANGUAGE"), std::string::npos);
+    // Later page starts write a page header alone, the same for equal pages.
+    for (int i : {2, 4}) {
+        EXPECT_GT(segments[i].commands, 0) << segments[i].mark;
+        EXPECT_EQ(segments[i].text.find(uel), std::string::npos) << segments[i].mark;
+        EXPECT_EQ(segments[i].text.find("@PJL"), std::string::npos) << segments[i].mark;
+        EXPECT_EQ(segments[i].data.size(), 1u) << "data after the header";
     }
+    EXPECT_EQ(segments[2].text, segments[4].text);
+    // Without a watermark a page end writes nothing; the job's end returns to PJL.
+    for (int i : {1, 3, 5}) EXPECT_EQ(segments[i].commands, 0) << segments[i].mark;
+    EXPECT_EQ(segments[6].mark, "EndDoc");
+    ASSERT_GE(segments[6].text.size(), uel.size());
+    EXPECT_EQ(segments[6].text.substr(segments[6].text.size() - uel.size()), uel);
+    EXPECT_EQ(segments[7].commands, 0) << "DrvSplClose writes nothing";
     for (const SPLDEVINFO &r : records) {
         EXPECT_EQ(r.bJobFlags & (JOB_HEADER_SENT | JOB_PAGE_OPEN | JOB_PAGE_STARTED),
                   JOB_HEADER_SENT | JOB_PAGE_OPEN | JOB_PAGE_STARTED);
@@ -369,6 +433,10 @@ TEST_F(WholeJob, FivePagesFourUpMoveTheCellAndWriteHeadersOnlyForNewSheets) {
             EXPECT_EQ(s.commands, 0) << s.mark << ": a further cell gets no header";
             EXPECT_EQ(s.calls, std::vector<std::string>{"OEM_BeginSession"}) << s.mark;
         }
+        if (s.mark == "StartPage 5") {
+            EXPECT_GT(s.commands, 0) << "the fifth page opens the second sheet";
+            EXPECT_EQ(s.text.find("\x1b%-12345X"), std::string::npos) << "but not the job";
+        }
         if (s.mark.rfind("StartPage", 0) == 0) {
             EXPECT_EQ(s.data.size(), 1u) << s.mark;
         }
@@ -377,6 +445,46 @@ TEST_F(WholeJob, FivePagesFourUpMoveTheCellAndWriteHeadersOnlyForNewSheets) {
     for (const Event &e : h.Writes())
         if (data.count(e.text)) got += e.text;
     EXPECT_EQ(got, PageData(1) + PageData(2) + PageData(3) + PageData(4) + PageData(5));
+}
+
+// The end of a job that opened no page: no footer. The watermark font goes by what the last
+// first page decided, which may be an earlier job's.
+TEST_F(WholeJob, AJobWithoutPagesEndsWithoutAFooter) {
+    struct Case {
+        int doWaterMarks;
+        std::string expect;
+    } cases[] = {
+        {0, ""},
+        {1, "\x1b*c32766D" // select the watermark font id
+            "\x1b*c2F"},   // delete it
+    };
+    for (const Case &c : cases) {
+        h.events.clear();
+        bDoWaterMarks = c.doWaterMarks;
+        ASSERT_NE(h.Start(), nullptr);
+        h.SendSetup(h.DevMode());
+        DrvSplEndDoc(h.job());
+        EXPECT_EQ(q417::job::JobOf(h.job())->dwState, 1u | 2u);
+        h.Close();
+        EXPECT_EQ(h.Stream(), c.expect) << c.doWaterMarks;
+    }
+    bDoWaterMarks = 0;
+}
+
+// An abort writes nothing: no footer, and a downloaded font stays in the printer.
+TEST_F(WholeJob, AnAbortWritesNothing) {
+    ASSERT_NE(h.Start(), nullptr);
+    h.SendSetup(h.DevMode());
+    ASSERT_EQ(DrvSplStartPage(h.job()), 1);
+    ASSERT_EQ(h.SendData(PageData(1)), 1);
+    ASSERT_EQ(DrvSplEndPage(h.job()), 1);
+    bDoWaterMarks = 1; // as if the first page had sent the font
+    const size_t before = h.events.size();
+    DrvSplAbort(h.job());
+    EXPECT_EQ(q417::job::JobOf(h.job())->dwState, 1u | 4u);
+    h.Close();
+    bDoWaterMarks = 0;
+    EXPECT_EQ(h.events.size(), before);
 }
 
 TEST_F(WholeJob, AFailedWriteAtAnyByteSilencesTheCommandsButNotThePrintData) {
