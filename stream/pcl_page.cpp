@@ -19,7 +19,10 @@ struct LineSpacing {
 LineSpacing LineSpacingFor(int cyMargin) {
     if (cyMargin < 150) return {6, 1};
     if (cyMargin <= 180) return {4, 1};
-    return {48, (2 * cyMargin + 29) / 30};
+    // The margin comes from the job's own record: wrap like the 32-bit arithmetic of the
+    // printer's driver rather than overflow.
+    const auto lines = static_cast<int32_t>(2u * static_cast<uint32_t>(cyMargin) + 29u);
+    return {48, lines / 30};
 }
 
 // PCL orientation: 0 portrait, 1 landscape, 2 and 3 the reverse ones.
