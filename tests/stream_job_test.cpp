@@ -220,20 +220,4 @@ TEST_F(StreamJob, TwoUpTurnsTheSheet) {
                       PageData(3) + Stream({R"(\x1b%-12345X)"}));
 }
 
-// A write that fails inside the job header silences every later command of the job; the job
-// header is not tried again on the next page, and the print data still go through.
-TEST_F(StreamJob, AWriteFailureInTheJobHeaderSilencesTheRestOfTheJob) {
-    const std::string header = MonoJobHeader();
-    const size_t failAt = header.find("@PJL SET RESOLUTION") + 1;
-    h.FailWriteAtByte(failAt + 5);
-    std::vector<DWORD> flags;
-    auto change = [&](int page, SPLDEVINFO &r, DDIDEVMODE &) {
-        if (page > 1) flags.push_back(r.bJobFlags);
-    };
-    EXPECT_STREAM(Run(2, DevMode(), change),
-                  header.substr(0, failAt - 1) + PageData(1) + PageData(2));
-    ASSERT_EQ(flags.size(), 1u);
-    EXPECT_TRUE(flags[0] & JOB_HEADER_SENT);
-}
-
 } // namespace
