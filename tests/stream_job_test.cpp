@@ -1,11 +1,11 @@
-// Whole jobs through the exported entries, with the configuration compiled from a real printer
-// description: the printer stream from the Universal Exit Language to the job's end, byte for
-// byte. One command a line; the comment says what the printer is told.
+// Whole jobs through the exported entries on a real printer description: the printer stream
+// from the Universal Exit Language to the job's end, byte for byte. One command a line; the
+// comment says what the printer is told.
 #include "job_harness.h"
-#include "stream_plugin/streamplugin.h"
 #include "stream_support.h"
 
-#include <filesystem>
+#include "config/config.h"
+
 #include <fstream>
 #include <functional>
 
@@ -13,32 +13,7 @@ namespace {
 
 using q417::test::JobHarness;
 using q417::test::LetterRecord;
-using streamtest::Stream;
-
-// Papers: row 0 Letter "2", row 1 A4 "26". Trays: row 0 "1", row 1 "4", row 2 "-1" (the
-// printer picks; nothing is sent).
-const char kDescription[] = R"(*PDD-Lindgate: 1
-*Product: "Quill 4100"
-*FileVersion: "2.10"
-*Orientation Portrait: "@PJL SET ORIENTATION=PORTRAIT\n"
-*Orientation Landscape: "@PJL SET ORIENTATION=LANDSCAPE\n"
-*PageSize Letter/US Letter: 2
-*PaperDimension Letter: "612 792"
-*ImageableArea Letter: "18 18 594 774"
-*PageSize A4/A4: 26
-*PaperDimension A4: "595.2 841.8"
-*ImageableArea A4: "18 18 577 824"
-*DefaultPageSize: Letter
-*InputSlot Tray1/Tray 1: 1
-*InputSlot Tray4/Drawer: 4
-*InputSlot Auto/Automatic: -1
-*DefaultInputSlot: Tray1
-*DefaultResolution: 600dpi
-*Resolution 600dpi/600 dpi: "600"
-)";
-
-constexpr WORD kLetter = 0, kA4 = 1;
-constexpr WORD kTray1 = 0, kTray4 = 1, kTrayAuto = 2;
+using namespace streamtest;
 
 std::string PageData(int page) {
     return "<raster of page " + std::to_string(page) + ">";
@@ -84,8 +59,8 @@ struct StreamJob : ::testing::Test {
         FreeFunctionTable();
         DiscardDeviceInfo(nullptr);
         DefaultXfers();
-        std::ofstream(h.pddPath(), std::ios::binary) << kDescription;
-        // No watermark definitions: nothing but this Part's commands in the stream.
+        std::ofstream(h.pddPath(), std::ios::binary) << kDescription << kVersion;
+        // No watermark definitions: nothing but page set-up commands in the stream.
         ASSERT_TRUE(Q417_SetWindowsDirectory(h.dir().c_str()));
         live0 = q417::mem::LiveBlocks();
     }
@@ -97,8 +72,8 @@ struct StreamJob : ::testing::Test {
     }
 
     // A device mode as the user interface leaves it: PCL 5e, 600 dpi, two copies.
-    std::vector<BYTE> DevMode(DWORD cbCust = 0, BYTE pagesPerSheet = 1) {
-        std::vector<BYTE> bytes = h.DevMode(cbCust, 600, pagesPerSheet);
+    std::vector<BYTE> DevMode(BYTE pagesPerSheet = 1) {
+        std::vector<BYTE> bytes = h.DevMode(0, 600, pagesPerSheet);
         auto *dm = reinterpret_cast<DDIDEVMODE *>(bytes.data());
         dm->wEmulation = 2;
         dm->dmCopies = 2;
@@ -106,9 +81,8 @@ struct StreamJob : ::testing::Test {
     }
 
     // The graphics half's side of a job: blocks 1 and 2 before every page (block 8 after the
-    // first), one data block a page. `beforeClose` runs while the job still holds its record.
-    std::string Run(int pages, const std::vector<BYTE> &devMode, const PageChange &change = {},
-                    const std::function<void()> &beforeClose = {}) {
+    // first), one data block a page.
+    std::string Run(int pages, const std::vector<BYTE> &devMode, const PageChange &change = {}) {
         h.events.clear();
         EXPECT_NE(h.Start(), nullptr);
         for (int page = 1; page <= pages; ++page) {
@@ -127,53 +101,20 @@ struct StreamJob : ::testing::Test {
             EXPECT_EQ(DrvSplEndPage(h.job()), 1) << page;
         }
         DrvSplEndDoc(h.job());
-        if (beforeClose) beforeClose();
         h.Close();
         return h.Stream();
     }
 };
 
-// Two pages on Letter from tray 1. The second run reads the binary file that the first one
-// left beside the description, and must say the same.
-TEST_F(StreamJob, TwoPagesOnOnePaperFromTheDescriptionAndFromItsBinaryFile) {
-    const std::string expected =
-        MonoJobHeader() +
-        Stream({
-            R"(\x1b&l2a0o4d1E)",                   // Letter, portrait, 4 lpi (cyMargin 180), 1
-            R"(\x1b*pxY\x1b*c5760x7560y0T)",       // cursor home, frame, anchor
-            R"(\x1b&l1H)",                         // tray 1
-            R"(\x1b*r0F)",                         // raster presentation 0
-            R"(\x1b%0B)",                          // HP-GL/2
-            R"(IP0,10668,8128,0SC0,4800,0,6300;)", // a user unit a pixel
-            R"(\x1b%0A)",                          // PCL
-        }) +
-        PageData(1) +
-        Stream({
-            R"(\x1b%0A)",                          // PCL: the mode is unknown at a page start
-            R"(\x0c)",                             // same paper: a form feed ejects page 1
-            R"(\x1b*pxY\x1b*c5760x7560y0T)",       // the frame on every sheet
-            R"(\x1b*r0F)",                         // no tray command: it has not changed
-            R"(\x1b%0B)",                          // HP-GL/2
-            R"(IP0,10668,8128,0SC0,4800,0,6300;)", // scale
-            R"(\x1b%0A)",                          // PCL
-        }) +
-        PageData(2) + Stream({R"(\x1b%-12345X)"}); // the job's end
-
-    const std::vector<BYTE> dm = DevMode();
-    EXPECT_STREAM(Run(2, dm), expected);
-    std::filesystem::path binary = h.pddPath();
-    binary.replace_extension("bdd");
-    EXPECT_TRUE(std::filesystem::exists(binary));
-
-    DiscardDeviceInfo(nullptr); // as a new process would: the next page start reads the file
-    EXPECT_STREAM(Run(2, dm), expected);
-}
-
-// Letter, then A4 in long-edge duplex, then A4 again: a page-size command with its duplex
-// code replaces the form feed, and the tray of code -1 sends nothing but is remembered.
-TEST_F(StreamJob, PaperAndTrayChangeBetweenPages) {
+// A PCL 5C job with every object class gray: Letter, then A4 in long-edge duplex from the tray
+// of code -1, then A4 from the drawer. A page-size command with its duplex code replaces the
+// form feed; the tray of code -1 sends nothing but is remembered.
+TEST_F(StreamJob, ColourJobChangingPaperAndTray) {
     auto change = [](int page, SPLDEVINFO &r, DDIDEVMODE &dm) {
+        dm.wEmulation = 3;
+        dm.dmCopies = 1;
         dm.dmDuplex = 2;
+        for (DDICOLORCORRECT &cc : dm.ColorCorrect) cc.bType = 4;
         if (page == 1) return;
         dm.wPaperIndex = kA4;
         dm.wSourceIndex = page == 2 ? kTrayAuto : kTray4;
@@ -181,108 +122,6 @@ TEST_F(StreamJob, PaperAndTrayChangeBetweenPages) {
         r.cyPrintable = 8060;
     };
     EXPECT_STREAM(Run(3, DevMode(), change),
-                  MonoJobHeader() +
-                      Stream({
-                          R"(\x1b&l2a0o4d1E)",                   // Letter
-                          R"(\x1b&l2S)",                         // dmDuplex 2: code 2
-                          R"(\x1b*pxY\x1b*c5760x7560y0T)",       // frame
-                          R"(\x1b&l1H)",                         // tray 1
-                          R"(\x1b*r0F)",                         // raster presentation
-                          R"(\x1b%0B)",                          // HP-GL/2
-                          R"(IP0,10668,8128,0SC0,4800,0,6300;)", // Letter scale
-                          R"(\x1b%0A)",                          // PCL
-                      }) +
-                      PageData(1) +
-                      Stream({
-                          R"(\x1b%0A)",                          // PCL
-                          R"(\x1b&l26a0o4d1E)",                  // A4: ejects page 1, no form feed
-                          R"(\x1b&l2S)",                         // duplex again with the page size
-                          R"(\x1b*pxY\x1b*c5592x8060y0T)",       // A4 frame
-                          R"(\x1b*r0F)",                         // tray code -1: nothing
-                          R"(\x1b%0B)",                          // HP-GL/2
-                          R"(IP0,11373,7890,0SC0,4660,0,6716;)", // 8060*1016/720, 5592*1016/720,
-                                                                 // 600*5592/720, 600*8060/720
-                          R"(\x1b%0A)",                          // PCL
-                      }) +
-                      PageData(2) +
-                      Stream({
-                          R"(\x1b%0A)",                          // PCL
-                          R"(\x0c)",                             // same A4: form feed, no duplex
-                          R"(\x1b*pxY\x1b*c5592x8060y0T)",       // frame
-                          R"(\x1b&l4H)",                         // tray 4 after -1
-                          R"(\x1b*r0F)",                         // raster presentation
-                          R"(\x1b%0B)",                          // HP-GL/2
-                          R"(IP0,11373,7890,0SC0,4660,0,6716;)", // scale
-                          R"(\x1b%0A)",                          // PCL
-                      }) +
-                      PageData(3) + Stream({R"(\x1b%-12345X)"}));
-}
-
-// Five pages four up: headers where a sheet begins (pages 1 and 5) and nothing for the other
-// cells. Four up keeps the page's orientation, so the sheet is the portrait frame.
-TEST_F(StreamJob, FourUpWritesHeadersOnlyForTheFirstCellOfASheet) {
-    EXPECT_STREAM(Run(5, DevMode(0, 4)),
-                  MonoJobHeader() +
-                      Stream({
-                          R"(\x1b&l2a0o4d1E)",                   // Letter, portrait sheet
-                          R"(\x1b*pxY\x1b*c5760x7560y0T)",       // the sheet's frame
-                          R"(\x1b&l1H)",                         // tray 1
-                          R"(\x1b*r0F)",                         // raster presentation
-                          R"(\x1b%0B)",                          // HP-GL/2
-                          R"(IP0,10668,8128,0SC0,4800,0,6300;)", // the sheet's scale
-                          R"(\x1b%0A)",                          // PCL
-                      }) +
-                      PageData(1) + PageData(2) + PageData(3) + PageData(4) +
-                      Stream({
-                          R"(\x1b%0A)",                          // PCL
-                          R"(\x0c)",                             // second sheet: form feed
-                          R"(\x1b*pxY\x1b*c5760x7560y0T)",       // frame
-                          R"(\x1b*r0F)",                         // raster presentation
-                          R"(\x1b%0B)",                          // HP-GL/2
-                          R"(IP0,10668,8128,0SC0,4800,0,6300;)", // scale
-                          R"(\x1b%0A)",                          // PCL
-                      }) +
-                      PageData(5) + Stream({R"(\x1b%-12345X)"}));
-}
-
-// Three portrait pages two up: the sheet turns. Its frame and its scale are those of the
-// landscape sheet, and P1/P2 swap. The page-size command does not update the orientation
-// memory, so the second sheet on the same paper tells the orientation again.
-TEST_F(StreamJob, TwoUpTurnsTheSheet) {
-    EXPECT_STREAM(Run(3, DevMode(0, 2)),
-                  MonoJobHeader() +
-                      Stream({
-                          R"(\x1b&l2a1o4d1E)",                   // Letter, landscape sheet
-                          R"(\x1b*pxY\x1b*c7560x5760y0T)",       // the turned frame
-                          R"(\x1b&l1H)",                         // tray 1
-                          R"(\x1b*r0F)",                         // raster presentation
-                          R"(\x1b%0B)",                          // HP-GL/2
-                          R"(IP0,8128,10668,0SC0,6300,0,4800;)", // swapped P2; sheet's scale
-                          R"(\x1b%0A)",                          // PCL
-                      }) +
-                      PageData(1) + PageData(2) +
-                      Stream({
-                          R"(\x1b%0A)",                          // PCL
-                          R"(\x0c)",                             // second sheet: form feed
-                          R"(\x1b&l1o4d1E)",                     // landscape against memory 0
-                          R"(\x1b*pxY\x1b*c7560x5760y0T)",       // frame
-                          R"(\x1b*r0F)",                         // raster presentation
-                          R"(\x1b%0B)",                          // HP-GL/2
-                          R"(IP0,8128,10668,0SC0,6300,0,4800;)", // scale
-                          R"(\x1b%0A)",                          // PCL
-                      }) +
-                      PageData(3) + Stream({R"(\x1b%-12345X)"}));
-}
-
-// PCL 5C with all three object classes gray, from the drawer.
-TEST_F(StreamJob, ColourJobWhoseObjectsAreAllGray) {
-    auto change = [](int, SPLDEVINFO &, DDIDEVMODE &dm) {
-        dm.wEmulation = 3;
-        dm.dmCopies = 1;
-        dm.wSourceIndex = kTray4;
-        for (DDICOLORCORRECT &cc : dm.ColorCorrect) cc.bType = 4;
-    };
-    EXPECT_STREAM(Run(1, DevMode(), change),
                   Stream({
                       R"(\x1b%-12345X)", // exit language
                       R"(@PJL COMMENT Quillmark PCL5C Driver Version 1.0.0009 on NT 4\n)",
@@ -318,111 +157,67 @@ TEST_F(StreamJob, ColourJobWhoseObjectsAreAllGray) {
                       R"(PP1)",
                       R"(\x1b%0A)",                          // PCL
                       R"(\x1b&l1X)",                         // one copy
-                      R"(\x1b&l2a0o4d1E)",                   // Letter, portrait
-                      R"(\x1b*pxY\x1b*c5760x7560y0T)",       // frame
-                      R"(\x1b&l4H)",                         // the drawer
-                      R"(\x1b*r0F)",                         // raster presentation
+                      R"(\x1b&l2a0o4d1E)",                   // Letter, portrait, 4 lpi, 1 line
+                      R"(\x1b&l2S)",                         // dmDuplex 2: code 2
+                      R"(\x1b*pxY\x1b*c5760x7560y0T)",       // cursor home, frame, anchor
+                      R"(\x1b&l1H)",                         // tray 1
+                      R"(\x1b*r0F)",                         // raster presentation 0
                       R"(\x1b%0B)",                          // HP-GL/2
-                      R"(IP0,10668,8128,0SC0,4800,0,6300;)", // scale
-                      R"(\x1b%0A)",                          // PCL
-                  }) + PageData(1) +
-                      Stream({R"(\x1b%-12345X)"}));
-}
-
-// A plug-in whose PJL hook sets 300 dpi and whose page hook picks the drawer. The PJL
-// resolution and the first page's HP-GL/2 scale follow; the PCL units keep the resolution the
-// header began with. The page hook's tray goes out on each page, after the tray of the page's
-// own device mode.
-TEST_F(StreamJob, PluginHooksChangeTheResolutionAndTheTray) {
-    h.InstallPlugin(Q417_STREAM_PLUGIN);
-    constexpr DWORD kCust = 16;
-    auto change = [](int, SPLDEVINFO &, DDIDEVMODE &dm) {
-        dm.dwCustDataWord = 0x5151;
-        dm.pCustData = 0xBAD; // a sender's stale value; the library points it anew
-    };
-    SPLDEVINFO *record = nullptr;
-    int nCalls = 0;
-    const StreamHookCall *calls = nullptr;
-    auto inspect = [&] {
-        q417::job::Locked<SPLDEVINFO> info(q417::job::JobOf(h.job())->hDevInfo);
-        record = info.get();
-        ASSERT_NE(hCustUIDLL, HMODULE{0});
-        auto log = reinterpret_cast<PFN_StreamHookLog>(GetProcAddress(hCustUIDLL, "StreamHookLog"));
-        ASSERT_NE(log, nullptr);
-        calls = log(&nCalls);
-        ASSERT_EQ(nCalls, 5);
-        const char *const order[] = {"OEM_PJLCustJobHeader", "OEM_PDLCustJobHeader",
-                                     "OEM_PDLCustPageHeader", "OEM_PDLCustPageHeader",
-                                     "OEM_PJLCustJobFooter"};
-        for (int i = 0; i < nCalls; ++i) {
-            const StreamHookCall &c = calls[i];
-            EXPECT_STREQ(c.entry, order[i]);
-            EXPECT_EQ(Ptr32As<SPLDEVINFO>(c.pJobInfo), record) << c.entry;
-            EXPECT_EQ(c.pCustData, reinterpret_cast<BYTE *>(c.pdm) + DDIDEVMODE_SIZE) << c.entry;
-            EXPECT_EQ(c.custDataWord, 0x5151u) << c.entry;
-        }
-        EXPECT_EQ(calls[1].dmPrintQuality, 300);  // the PJL hook's change stands
-        EXPECT_EQ(calls[3].wSourceIndex, kTray1); // page 2 came with its own device mode
-    };
-    EXPECT_STREAM(Run(2, DevMode(kCust), change, inspect),
-                  Stream({
-                      R"(\x1b%-12345X)", // exit language
-                      R"(@PJL COMMENT Quillmark PCL5e Driver Version 1.0.0009 on NT 4\n)",
-                      R"(@PJL COMMENT for Test 417 at 600 by 600 DPI\n)", // before the hook
-                      R"(@PJL COMMENT PDD Version: 2.10\n)",
-                      R"(@PJL COMMENT Driver Release: 070199\n)",
-                      R"(@PJL COMMENT Job Name: Annual report\n)",
-                      R"(@PJL SET ORIENTATION=PORTRAIT\n)", // then the PJL hook
-                      R"(@PJL SET RESOLUTION=300\n)",       // read after the hook
-                      R"(@PJL ENTER LANGUAGE=PCL\n)",
-                      R"(\x1b%0A)",    // PCL
-                      R"(\x1b&u600D)", // units: the resolution on entry
-                      R"(\x1b*t600R)", // raster resolution: the same
-                      R"(\x1b*c0F)",   // delete soft fonts
-                      R"(\x1b%0B)",    // HP-GL/2
-                      R"(WU0LT0,10,1;LTPW0)",
-                      R"(TR0CF2LA1,1,2,2)",
-                      R"(LO21)",
-                      R"(PP1)",
-                      R"(\x1b%0A)",                          // PCL
-                      R"(\x1b&l2X)",                         // copies; then the PDL job hook
-                      R"(\x1b&l2a0o4d1E)",                   // Letter, portrait
-                      R"(\x1b*pxY\x1b*c5760x7560y0T)",       // frame
-                      R"(\x1b&l1H)",                         // the device mode's tray 1
-                      R"(\x1b*r0F)",                         // then the page hook
-                      R"(\x1b&l4H)",                         // the hook's drawer
-                      R"(\x1b%0B)",                          // HP-GL/2
-                      R"(IP0,10668,8128,0SC0,2400,0,6300;)", // 300*5760/720 across
+                      R"(IP0,10668,8128,0SC0,4800,0,6300;)", // a user unit a pixel
                       R"(\x1b%0A)",                          // PCL
                   }) + PageData(1) +
                       Stream({
-                          R"(\x1b%0A)",                          // PCL
-                          R"(\x0c)",                             // form feed
-                          R"(\x1b*pxY\x1b*c5760x7560y0T)",       // frame
-                          R"(\x1b&l1H)",                         // the new device mode: tray 1
-                          R"(\x1b*r0F)",                         // page hook
-                          R"(\x1b&l4H)",                         // the drawer again
+                          R"(\x1b%0A)",                          // PCL: unknown at a page start
+                          R"(\x1b&l26a0o4d1E)",                  // A4: ejects page 1, no form feed
+                          R"(\x1b&l2S)",                         // duplex again with the page size
+                          R"(\x1b*pxY\x1b*c5592x8060y0T)",       // A4 frame
+                          R"(\x1b*r0F)",                         // tray code -1: nothing
                           R"(\x1b%0B)",                          // HP-GL/2
-                          R"(IP0,10668,8128,0SC0,4800,0,6300;)", // a page start restores 600
+                          R"(IP0,11373,7890,0SC0,4660,0,6716;)", // 8060*1016/720, 5592*1016/720,
+                                                                 // 600*5592/720, 600*8060/720
                           R"(\x1b%0A)",                          // PCL
                       }) +
-                      PageData(2) + Stream({R"(\x1b%-12345X)"})); // the footer hook follows
+                      PageData(2) +
+                      Stream({
+                          R"(\x1b%0A)",                          // PCL
+                          R"(\x0c)",                             // same A4: form feed, no duplex
+                          R"(\x1b*pxY\x1b*c5592x8060y0T)",       // frame
+                          R"(\x1b&l4H)",                         // tray 4 after -1
+                          R"(\x1b*r0F)",                         // raster presentation
+                          R"(\x1b%0B)",                          // HP-GL/2
+                          R"(IP0,11373,7890,0SC0,4660,0,6716;)", // scale
+                          R"(\x1b%0A)",                          // PCL
+                      }) +
+                      PageData(3) + Stream({R"(\x1b%-12345X)"}));
 }
 
-// A write that fails inside the job header silences every later command of the job; the job
-// header is not tried again on the next page, and the print data still go through.
-TEST_F(StreamJob, AWriteFailureInTheJobHeaderSilencesTheRestOfTheJob) {
-    const std::string header = MonoJobHeader();
-    const size_t failAt = header.find("@PJL SET RESOLUTION") + 1;
-    h.FailWriteAtByte(failAt + 5);
-    std::vector<DWORD> flags;
-    auto change = [&](int page, SPLDEVINFO &r, DDIDEVMODE &) {
-        if (page > 1) flags.push_back(r.bJobFlags);
-    };
-    EXPECT_STREAM(Run(2, DevMode(), change),
-                  header.substr(0, failAt - 1) + PageData(1) + PageData(2));
-    ASSERT_EQ(flags.size(), 1u);
-    EXPECT_TRUE(flags[0] & JOB_HEADER_SENT);
+// Three portrait pages two up: the sheet turns. Its frame and its scale are those of the
+// landscape sheet, and P1/P2 swap. The page-size command does not update the orientation
+// memory, so the second sheet on the same paper tells the orientation again.
+TEST_F(StreamJob, TwoUpTurnsTheSheet) {
+    EXPECT_STREAM(Run(3, DevMode(2)),
+                  MonoJobHeader() +
+                      Stream({
+                          R"(\x1b&l2a1o4d1E)",                   // Letter, landscape sheet
+                          R"(\x1b*pxY\x1b*c7560x5760y0T)",       // the turned frame
+                          R"(\x1b&l1H)",                         // tray 1
+                          R"(\x1b*r0F)",                         // raster presentation
+                          R"(\x1b%0B)",                          // HP-GL/2
+                          R"(IP0,8128,10668,0SC0,6300,0,4800;)", // swapped P2; sheet's scale
+                          R"(\x1b%0A)",                          // PCL
+                      }) +
+                      PageData(1) + PageData(2) +
+                      Stream({
+                          R"(\x1b%0A)",                          // PCL
+                          R"(\x0c)",                             // second sheet: form feed
+                          R"(\x1b&l1o4d1E)",                     // landscape against memory 0
+                          R"(\x1b*pxY\x1b*c7560x5760y0T)",       // frame
+                          R"(\x1b*r0F)",                         // raster presentation
+                          R"(\x1b%0B)",                          // HP-GL/2
+                          R"(IP0,8128,10668,0SC0,6300,0,4800;)", // scale
+                          R"(\x1b%0A)",                          // PCL
+                      }) +
+                      PageData(3) + Stream({R"(\x1b%-12345X)"}));
 }
 
 } // namespace

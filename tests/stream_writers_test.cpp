@@ -1,26 +1,85 @@
-// The stream writers one by one: language switches, the HP-GL/2 scale, the page command's
-// numbers, tray and paper memory, the identification comments and their limits.
+// The stream writers one by one, on the record of a job with its first page open: language
+// switches, the HP-GL/2 scale, the page command's numbers, tray and paper memory, the header
+// hooks, the identification comments and their limits.
+#include "job_harness.h"
 #include "stream_support.h"
 
+#include "config/config.h"
+#include "stream/stream.h"
+
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 
 using namespace streamtest;
+using q417::test::JobHarness;
+
+namespace {
+
+class StreamWriters : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        DefaultXfers();
+        ASSERT_TRUE(Q417_SetWindowsDirectory(h.dir().c_str())); // no watermarks
+        live0 = q417::mem::LiveBlocks();
+        Open(std::string(kDescription) + kVersion);
+    }
+    void TearDown() override {
+        Close();
+        Q417_SetWindowsDirectory(nullptr);
+        EXPECT_EQ(q417::mem::LiveBlocks(), live0); // the writers keep no block
+    }
+
+    // Starts a job on the description and opens its first page; the test then owns the record.
+    void Open(const std::string &description, const std::u16string &name = u"Report") {
+        Close();
+        std::filesystem::remove(std::filesystem::path(h.pddPath()).replace_extension("bdd"));
+        std::ofstream(h.pddPath(), std::ios::binary) << description;
+        ASSERT_NE(h.Start(), nullptr);
+        h.SendSetup(h.DevMode(16), name);
+        ASSERT_EQ(DrvSplStartPage(h.job()), 1);
+        info = static_cast<SPLDEVINFO *>(GlobalLock(q417::job::JobOf(h.job())->hDevInfo));
+        dm = DevModeOf(info);
+        info->pCmdBuf = Ptr32From(CustCmdBuf);
+        h.events.clear();
+    }
+    void Close() {
+        if (!info) return;
+        CustDLL = CUSTDLL{};
+        GlobalUnlock(q417::job::JobOf(h.job())->hDevInfo);
+        info = nullptr;
+        DrvSplEndDoc(h.job());
+        h.Close();
+        DiscardDeviceInfo(nullptr);
+    }
+
+    // What the printer got since the last call; the test's marks show as "<mark>".
+    std::string Take() {
+        std::string out;
+        for (const auto &e : h.events)
+            out += e.kind == q417::test::Event::Mark ? "<" + e.text + ">" : e.text;
+        h.events.clear();
+        return out;
+    }
+
+    JobHarness h{"writers"};
+    long live0 = 0;
+    SPLDEVINFO *info = nullptr;
+    DDIDEVMODE *dm = nullptr;
+};
 
 // ---- HP-GL/2 context ----
 
-TEST_F(StreamTest, OutputModeSwitches) {
+TEST_F(StreamWriters, OutputModeSwitches) {
     struct Case {
         BYTE from, to;
         WORD flagsBefore, flagsAfter;
         const char *stream;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {OUTPUT_UNKNOWN, OUTPUT_PCL, 0xFFFF, 0x0D90, R"(\x1b%0A)"},  // leaving keeps 0x0D90
         {OUTPUT_UNKNOWN, OUTPUT_HPGL, 0xFFFF, 0xFFFF, R"(\x1b%0B)"}, // entering keeps all
         {OUTPUT_PCL, OUTPUT_PCL, 0x0010, 0x0010, R"(\x1b%0A)"},      // no test of the old mode
-        {OUTPUT_HPGL, OUTPUT_HPGL, 0x0000, 0x0000, R"(\x1b%0B)"},
-        {OUTPUT_PCL, OUTPUT_UNKNOWN, 0x0010, 0x0010, ""}, // writes nothing
-        {OUTPUT_PCL, 7, 0x0010, 0x0010, ""},
+        {OUTPUT_PCL, OUTPUT_UNKNOWN, 0x0010, 0x0010, ""},            // writes nothing
     };
     for (const Case &c : cases) {
         info->bOutputMode = c.from;
@@ -32,90 +91,56 @@ TEST_F(StreamTest, OutputModeSwitches) {
     }
 }
 
-TEST_F(StreamTest, ClippingWindowIsClearedInHPGL) {
-    info->bOutputMode = OUTPUT_PCL;
+// A clipping window is cleared inside the page header's one HP-GL/2 excursion.
+TEST_F(StreamWriters, ClippingWindowIsClearedInThePageHeader) {
     info->wHPGLFlags = HPGL_CLIP_WINDOW | 0x0100;
-    ClearHPGLClipping(info);
-    EXPECT_STREAM(Take(), Stream({R"(\x1b%0B)", "IW;"}));
-    EXPECT_EQ(info->wHPGLFlags, 0x0100);
-    EXPECT_EQ(info->bOutputMode, OUTPUT_HPGL);
-
-    ClearHPGLClipping(info); // bit clear: nothing
-    EXPECT_EQ(Take(), "");
-
-    // In a page header the window goes inside the one HP-GL/2 excursion.
-    info->wHPGLFlags = HPGL_CLIP_WINDOW;
     info->bOutputMode = OUTPUT_PCL;
     WriteHPGLPageHeader(info);
     EXPECT_STREAM(Take(),
                   Stream({R"(\x1b%0B)", "IW;", "IP0,10668,8128,0SC0,4800,0,6300;", R"(\x1b%0A)"}));
-    EXPECT_EQ(info->bOutputMode, OUTPUT_PCL);
+    EXPECT_EQ(info->wHPGLFlags, 0x0100);
 }
 
-TEST_F(StreamTest, HPGLScaleOfTheFrame) {
-    struct Case {
-        DWORD pagesPerSheet;
-        INT cx, cy, layoutW, layoutH;
-        SHORT xres, yres;
-        const char *stream;
+// N-up scales the sheet's frame; 2 and 6 up turn the sheet, so P1 and P2 swap.
+TEST_F(StreamWriters, HPGLScaleOfAnNUpSheet) {
+    const std::pair<DWORD, const char *> cases[] = {
+        {4, "IP0,14111,10160,0SC0,2500,0,3333;"}, // 10000*1016/720, 7200*1016/720, 3000, 4000
+        {6, "IP0,10160,14111,0SC0,2500,0,3333;"},
     };
-    const Case cases[] = {
-        // 7200 x 10000 decipoints at 600 dpi: 10000*1016/720, 7200*1016/720, 6000, 8333.
-        {1, 7200, 10000, 0, 0, 600, 600, "IP0,14111,10160,0SC0,6000,0,8333;"},
-        // N-up scales the sheet's frame; 4, 9 and 16 keep P1/P2 of the page.
-        {4, 7200, 10000, 3000, 4000, 600, 600, "IP0,14111,10160,0SC0,2500,0,3333;"},
-        {9, 7200, 10000, 3000, 4000, 600, 600, "IP0,14111,10160,0SC0,2500,0,3333;"},
-        {16, 7200, 10000, 3000, 4000, 600, 600, "IP0,14111,10160,0SC0,2500,0,3333;"},
-        // 2 and 6 turn the sheet: the first two numbers swap.
-        {2, 7200, 10000, 3000, 4000, 600, 600, "IP0,10160,14111,0SC0,2500,0,3333;"},
-        {6, 7200, 10000, 3000, 4000, 600, 600, "IP0,10160,14111,0SC0,2500,0,3333;"},
-        // Horizontal and vertical resolutions each scale their own side.
-        {1, 7200, 10000, 0, 0, 300, 1200, "IP0,14111,10160,0SC0,3000,0,16666;"},
-    };
-    for (const Case &c : cases) {
-        info->nPagesPerSheet = c.pagesPerSheet;
-        info->cxPrintable = c.cx;
-        info->cyPrintable = c.cy;
-        info->Layout[2] = c.layoutW;
-        info->Layout[3] = c.layoutH;
-        dm->dmPrintQuality = c.xres;
-        dm->dmYResolution = c.yres;
-        EXPECT_EQ(InitHPGLScale(info), 0);
-        EXPECT_EQ(Take(), c.stream) << c.pagesPerSheet << " up";
+    for (const auto &[pagesPerSheet, stream] : cases) {
+        info->nPagesPerSheet = pagesPerSheet;
+        info->cxPrintable = 7200;
+        info->cyPrintable = 10000;
+        info->Layout[2] = 3000;
+        info->Layout[3] = 4000;
+        InitHPGLScale(info);
+        EXPECT_EQ(Take(), stream) << pagesPerSheet << " up";
     }
 }
 
 // ---- Page set-up ----
 
-TEST_F(StreamTest, TopMarginBoundaries) {
-    struct Case {
-        INT cyMargin;
-        const char *command;
+TEST_F(StreamWriters, TopMarginBoundaries) {
+    const std::pair<INT, const char *> cases[] = {
+        {149, "\x1b&l2a0o6d1E"},   {150, "\x1b&l2a0o4d1E"},   // 6, then 4 lines an inch
+        {180, "\x1b&l2a0o4d1E"},   {181, "\x1b&l2a0o48d13E"}, // 48: (362 + 29) / 30
+        {195, "\x1b&l2a0o48d13E"}, {196, "\x1b&l2a0o48d14E"}, // 13 lines of 15 cover 195
     };
-    const Case cases[] = {
-        {0, R"(\x1b&l2a0o6d1E)"},     {149, R"(\x1b&l2a0o6d1E)"}, // 6 lines an inch
-        {150, R"(\x1b&l2a0o4d1E)"},   {180, R"(\x1b&l2a0o4d1E)"}, // 4 lines an inch
-        {181, R"(\x1b&l2a0o48d13E)"},                             // (362 + 29) / 30
-        {195, R"(\x1b&l2a0o48d13E)"},                             // 13 lines of 15 cover 195
-        {196, R"(\x1b&l2a0o48d14E)"},
-    };
-    for (const Case &c : cases) {
-        info->cyMargin = c.cyMargin;
+    for (const auto &[margin, command] : cases) {
+        info->cyMargin = margin;
         info->nLastPaper = -1;
         PCLPageSelect(info);
-        std::string out = Take();
-        EXPECT_STREAM(out.substr(0, out.find("\x1b*p")), Unescape(c.command)) << c.cyMargin;
+        EXPECT_EQ(Take().substr(0, strlen(command)), command) << margin;
     }
 }
 
-TEST_F(StreamTest, OrientationCode) {
+TEST_F(StreamWriters, OrientationCode) {
     struct Case {
         SHORT orientation;
         DWORD pagesPerSheet, keepOrient;
         BYTE rotated, outputFlags;
         int code;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {1, 1, 0, 0, 0, 0},    {2, 1, 0, 0, 0, 1},    {3, 1, 0, 0, 0, 1},
         {1, 4, 1, 0, 0, 0},    {1, 2, 0, 0, 0, 1}, // N-up follows the sheet
         {2, 4, 1, 0, 0, 1},    {2, 2, 0, 0, 0, 0},    {1, 1, 0, 1, 0, 2},
@@ -132,89 +157,64 @@ TEST_F(StreamTest, OrientationCode) {
         info->bKeepOrient = c.keepOrient;
         info->nLastPaper = -1;
         PCLPageSelect(info);
-        std::string expected = "\x1b&l2a" + std::to_string(c.code) + "o6d1E";
-        EXPECT_EQ(Take().substr(0, expected.size()), expected)
-            << "orientation " << c.orientation << ", " << c.pagesPerSheet << " up, rotated "
-            << int(c.rotated) << ", flags " << int(c.outputFlags);
+        const std::string expected = "\x1b&l2a" + std::to_string(c.code) + "o4d1E";
+        EXPECT_EQ(Take().substr(0, expected.size()), expected) << "row " << &c - cases;
     }
 }
 
-TEST_F(StreamTest, DuplexGoesOutWithThePageSizeCommand) {
-    struct Case {
-        SHORT duplex;
-        const char *command; // after the page-size command
+TEST_F(StreamWriters, DuplexGoesOutWithThePageSizeCommand) {
+    const std::pair<SHORT, const char *> cases[] = {
+        {0, ""}, {1, R"(\x1b&l0S)"}, {2, R"(\x1b&l2S)"}, {3, R"(\x1b&l1S)"}, {4, ""}, {-1, ""},
     };
-    const Case cases[] = {
-        {0, ""}, {1, R"(\x1b&l0S)"}, {2, R"(\x1b&l2S)"}, {3, R"(\x1b&l1S)"},
-        {4, ""}, {-1, ""}, // no duplex value: nothing is sent
-    };
-    for (const Case &c : cases) {
-        dm->dmDuplex = c.duplex;
+    for (const auto &[duplex, command] : cases) {
+        dm->dmDuplex = duplex;
         info->nLastPaper = -1;
         PCLPageSelect(info);
         EXPECT_STREAM(Take(),
-                      Stream({R"(\x1b&l2a0o6d1E)", c.command, R"(\x1b*pxY\x1b*c5760x7560y0T)"}))
-            << c.duplex;
+                      Stream({R"(\x1b&l2a0o4d1E)", command, R"(\x1b*pxY\x1b*c5760x7560y0T)"}))
+            << duplex;
     }
 }
 
-TEST_F(StreamTest, PaperThatSendsNothingSkipsThePage) {
-    dm->wPaperIndex = kNoPaper;
-    info->nLastPaper = 2;
-    info->bNewPaper = 7;
-    EXPECT_EQ(PCLPageSelect(info), 0);
-    EXPECT_EQ(Take(), ""); // no page command, no frame, no form feed
-    EXPECT_EQ(info->nLastPaper, 2);
-    EXPECT_EQ(info->bNewPaper, 7);
-
-    // Without a configuration the code is 0, and that is sent.
-    RemoveConfig();
-    dm->wPaperIndex = kLetter;
-    PCLPageSelect(info);
-    EXPECT_STREAM(Take(), Stream({R"(\x1b&l0a0o6d1E)", R"(\x1b*pxY\x1b*c5760x7560y0T)"}));
-}
-
-// The page-size command does not update nLastOrient: the form-feed path compares with the
-// value it stored itself.
-TEST_F(StreamTest, OrientationOnTheSamePaper) {
-    dm->dmOrientation = 2;
-    info->nLastOrient = 0;
-    PCLPageSelect(info);
-    EXPECT_STREAM(Take(), Stream({R"(\x1b&l2a1o6d1E)", R"(\x1b*pxY\x1b*c5760x7560y0T)"}));
-    EXPECT_EQ(info->nLastOrient, 0);
-
-    PCLPageSelect(info);
-    EXPECT_STREAM(Take(), Stream({
-                              R"(\x0c)",                       // form feed
-                              R"(\x1b&l1o6d1E)",               // landscape, told again on this path
-                              R"(\x1b*pxY\x1b*c5760x7560y0T)", // frame
-                          }));
-    EXPECT_EQ(info->nLastOrient, 1);
-
-    PCLPageSelect(info);
-    EXPECT_STREAM(Take(), Stream({R"(\x0c)", R"(\x1b*pxY\x1b*c5760x7560y0T)"}));
-}
-
-TEST_F(StreamTest, TrayMemory) {
+// Sheets in a row: paper and orientation go out when they differ from what the printer was
+// last told. The page-size command does not update nLastOrient: the form-feed path compares
+// with the value it stored itself. A paper of code -1 skips the page and changes nothing.
+TEST_F(StreamWriters, PaperAndOrientationMemory) {
     struct Step {
-        WORD sourceIndex;
+        WORD paper;
+        SHORT orientation;
+        int result;
         const char *stream;
-        SHORT lastTray;
-    };
-    const Step steps[] = {
-        {kNoTray, "", -1},          // -1 equals the start value: nothing
-        {kTray1, R"(\x1b&l1H)", 1}, // sent
-        {kTray1, "", 1},            // unchanged
-        {kNoTray, "", -1},          // -1 is remembered, not sent
-        {kNoTray, "", -1},          // and the next -1 does nothing
-        {kTray4, R"(\x1b&l4H)", 4}, // a real code goes out again
-        {kTray1, R"(\x1b&l1H)", 1},
+    } steps[] = {
+        {kA4, 2, 1, R"(\x1b&l26a1o4d1E)"},    // new paper: memory of the orientation stays 0
+        {kA4, 2, 1, R"(\x0c\x1b&l1o4d1E)"},   // form feed, landscape told on this path
+        {kA4, 2, 1, R"(\x0c)"},               // known now
+        {kPaperNone, 2, 0, ""},               // row 2 does not exist: code -1
+        {kA4, 2, 1, R"(\x0c)"},               // the -1 page left the memory as it was
+        {kLetter, 1, 1, R"(\x1b&l2a0o4d1E)"}, // back to Letter
     };
     for (const Step &s : steps) {
-        dm->wSourceIndex = s.sourceIndex;
+        dm->wPaperIndex = s.paper;
+        dm->dmOrientation = s.orientation;
+        EXPECT_EQ(PCLPageSelect(info), s.result);
+        std::string expected = Unescape(s.stream);
+        if (s.result) expected += "\x1b*pxY\x1b*c5760x7560y0T";
+        EXPECT_STREAM(Take(), expected) << s.stream;
+    }
+}
+
+TEST_F(StreamWriters, TrayMemory) {
+    const std::pair<WORD, const char *> steps[] = {
+        {kTray1, ""},         // what the first page sent
+        {kTrayAuto, ""},      // -1 is remembered, not sent
+        {kTrayAuto, ""},      // and the next -1 does nothing
+        {kTray4, "\x1b&l4H"}, // a real code goes out again
+        {kTray1, "\x1b&l1H"},
+    };
+    for (const auto &[row, command] : steps) {
+        dm->wSourceIndex = row;
         PCLTraySelect(info);
-        EXPECT_STREAM(Take(), Unescape(s.stream)) << s.sourceIndex;
-        EXPECT_EQ(info->nLastTray, s.lastTray);
+        EXPECT_EQ(Take(), command) << row;
     }
     // The tray is formatted in CustCmdBuf even when pCmdBuf points elsewhere.
     char other[CMD_BUF_SIZE] = {};
@@ -223,100 +223,142 @@ TEST_F(StreamTest, TrayMemory) {
     PCLTraySelect(info);
     EXPECT_EQ(Take(), "\x1b&l4H");
     EXPECT_EQ(other[0], 0);
-    EXPECT_EQ(std::string(CustCmdBuf, 5), "\x1b&l4H");
-    info->pCmdBuf = Ptr32From(CustCmdBuf);
+}
+
+// ---- Header hooks ----
+
+// The hooks mark the stream where they run and check what they are given.
+JobHarness *harness;
+SPLDEVINFO *record;
+DWORD Hook(const char *name, DDIDEVMODE *pdm, DWORD word, void *cust) {
+    EXPECT_EQ(Ptr32As<SPLDEVINFO>(pdm->pJobInfo), record) << name;
+    EXPECT_EQ(cust, reinterpret_cast<BYTE *>(pdm) + DDIDEVMODE_SIZE) << name;
+    EXPECT_EQ(word, 0x51u) << name;
+    harness->Mark(name);
+    return 1;
+}
+
+TEST_F(StreamWriters, HeaderHooksStandBehindTheirStepsAndTheirChangesCount) {
+    harness = &h;
+    record = info;
+    CustDLL.OEM_PJLCustJobHeader = [](DDIDEVMODE *pdm, DWORD word, void *cust) {
+        pdm->dmPrintQuality = 300; // the PJL resolution follows; the PCL units do not
+        return Hook("PJL job header", pdm, word, cust);
+    };
+    CustDLL.OEM_PDLCustJobHeader = [](DDIDEVMODE *pdm, DWORD w, void *c) {
+        return Hook("PDL job header", pdm, w, c);
+    };
+    CustDLL.OEM_PDLCustPageHeader = [](DDIDEVMODE *pdm, DWORD word, void *cust) {
+        pdm->wSourceIndex = kTray4; // honoured by the second tray selection
+        return Hook("page header", pdm, word, cust);
+    };
+    CustDLL.OEM_PJLCustJobFooter = [](DDIDEVMODE *pdm, DWORD w, void *c) {
+        return Hook("job footer", pdm, w, c);
+    };
+    dm->wEmulation = 2;
+    dm->dwCustDataWord = 0x51;
+    dm->pCustData = dm->pJobInfo = 0; // stale in a received copy; set anew before each hook
+    info->bOutputMode = OUTPUT_UNKNOWN;
+    info->nLastPaper = info->nLastTray = -1;
+    WritePCLJobHeader(info);
+    WritePCLPageHeader(info);
+    WritePCLJobFooter(info);
+    const std::string out = Take();
+    EXPECT_STREAM(out.substr(out.find("@PJL SET ORIENTATION")),
+                  Stream({
+                      R"(@PJL SET ORIENTATION=PORTRAIT\n)",
+                      "<PJL job header>",
+                      R"(@PJL SET RESOLUTION=300\n)", // read after the hook
+                      R"(@PJL ENTER LANGUAGE=PCL\n)",
+                      R"(\x1b%0A)",
+                      R"(\x1b&u600D)", // units: the resolution on entry
+                      R"(\x1b*t600R)", // raster: the same
+                      R"(\x1b*c0F)",
+                      R"(\x1b%0BWU0LT0,10,1;LTPW0TR0CF2LA1,1,2,2LO21PP1)",
+                      R"(\x1b%0A)",
+                      R"(\x1b&l1X)",
+                      "<PDL job header>",
+                      R"(\x1b&l2a0o4d1E)",
+                      R"(\x1b*pxY\x1b*c5760x7560y0T)",
+                      R"(\x1b&l1H)", // the device mode's tray before the hook
+                      R"(\x1b*r0F)",
+                      "<page header>",
+                      R"(\x1b&l4H)", // the hook's tray
+                      R"(\x1b%0B)",
+                      R"(IP0,10668,8128,0SC0,2400,0,6300;)", // 300*5760/720 across
+                      R"(\x1b%0A)",
+                      R"(\x1b%-12345X)",
+                      "<job footer>", // outside the PCL job
+                  }));
 }
 
 // ---- Job framing ----
 
-TEST_F(StreamTest, EmulationLabelAndColour) {
-    struct Case {
-        WORD emulation;
-        const char *label;
-        bool colour;
-    };
-    const Case cases[] = {
-        {0, "PCL5", false},  {1, "PCL5", false}, {2, "PCL5e", false}, {3, "PCL5C", true},
-        {4, "PCL5eC", true}, {5, "PCL5", false}, {6, "PCL5", false},
-    };
-    for (const Case &c : cases) {
-        dm->wEmulation = c.emulation;
-        info->bOutputMode = OUTPUT_UNKNOWN;
-        WritePCLJobHeader(info);
-        std::string out = Take();
-        std::string line =
-            std::string("@PJL COMMENT Quillmark ") + c.label + " Driver Version 1.0.0009 on NT 4\n";
-        EXPECT_EQ(out.substr(9, line.size()), line) << c.emulation;
-        EXPECT_EQ(out.find("\x1b*t7J") != std::string::npos, c.colour) << c.emulation;
-        EXPECT_EQ(out.find(std::string("\x1b*v6W\x00\x03", 7)) != std::string::npos, c.colour);
-        EXPECT_EQ(out.find("PC0,0,0,0SP0") != std::string::npos, c.colour);
-        EXPECT_EQ(out.find("\x1b&p11I\x1b&p6C") != std::string::npos, c.colour);
-        EXPECT_EQ(out.find("\x1b&p10I"), std::string::npos);
-        EXPECT_EQ(out.find("RENDERMODE"), std::string::npos); // no class is gray here
-    }
-}
-
-TEST_F(StreamTest, GrayscaleNeedsAllThreeClassesAndAColourJob) {
+// The emulation names the language in the first comment; 3 and 4 are colour jobs, and a colour
+// job whose three object classes are all gray asks for gray rendering.
+TEST_F(StreamWriters, EmulationAndGrayRendering) {
     struct Case {
         WORD emulation;
         BYTE t0, t1, t2;
-        int allGray;
-        bool line;
-    };
-    const Case cases[] = {
-        {4, 4, 4, 4, 1, true},  {3, 4, 4, 4, 1, true},  {4, 4, 4, 1, 0, false},
-        {4, 0, 4, 4, 0, false}, {4, 4, 5, 4, 0, false}, {2, 4, 4, 4, 1, false}, // mono: no line
+        const char *label;
+        bool gray;
+    } cases[] = {
+        {4, 4, 4, 4, "PCL5eC", true}, {3, 4, 4, 1, "PCL5C", false}, {3, 0, 4, 4, "PCL5C", false},
+        {3, 4, 5, 4, "PCL5C", false}, {2, 4, 4, 4, "PCL5e", false}, {5, 4, 4, 4, "PCL5", false},
+        {1, 4, 4, 4, "PCL5", false},
     };
     for (const Case &c : cases) {
         dm->wEmulation = c.emulation;
         dm->ColorCorrect[0].bType = c.t0;
         dm->ColorCorrect[1].bType = c.t1;
         dm->ColorCorrect[2].bType = c.t2;
-        EXPECT_EQ(AllObjectsGrayscale(info), c.allGray);
         WritePCLJobHeader(info);
-        EXPECT_EQ(Take().find("@PJL SET RENDERMODE = GRAYSCALE\n") != std::string::npos, c.line)
+        const std::string out = Take();
+        EXPECT_EQ(out.substr(9, 23 + strlen(c.label)),
+                  "@PJL COMMENT Quillmark " + std::string(c.label));
+        EXPECT_EQ(out.find("@PJL SET RENDERMODE = GRAYSCALE\n") != std::string::npos, c.gray)
             << c.emulation << ": " << int(c.t0) << int(c.t1) << int(c.t2);
+    }
+    EXPECT_FALSE(PCLReservePalette(info, PCL_PALETTE_SLOTS)); // no slot beyond the table
+    EXPECT_FALSE(PCLReservePalette(info, -1));
+}
+
+// A missing text drops its own line and nothing else; a version that fills its 40 bytes has
+// no terminator.
+TEST_F(StreamWriters, DescriptionTextsInTheComments) {
+    const std::string v40(40, 'v');
+    const struct Case {
+        std::string version;
+        SHORT orientation;
+        std::string versionLine, orientLine;
+    } cases[] = {
+        {"", 3, "", ""}, // neither a version nor a text for orientation 3
+        {"*FileVersion: \"" + v40 + "tail\"\n", 2, "@PJL COMMENT PDD Version: " + v40 + "\n",
+         "@PJL SET ORIENTATION=LANDSCAPE\n"},
+    };
+    for (const Case &c : cases) {
+        Open(kDescription + c.version);
+        dm->wEmulation = 2;
+        dm->dmOrientation = c.orientation;
+        WritePCLJobHeader(info);
+        const std::string out = Take();
+        EXPECT_STREAM(out.substr(0, out.find("@PJL SET RESOLUTION")),
+                      Stream({R"(\x1b%-12345X)",
+                              R"(@PJL COMMENT Quillmark PCL5e Driver Version 1.0.0009 on NT 4\n)",
+                              R"(@PJL COMMENT for Test 417 at 600 by 600 DPI\n)"}) +
+                          c.versionLine + "@PJL COMMENT Driver Release: 070199\n" +
+                          "@PJL COMMENT Job Name: Report\n" + c.orientLine);
     }
 }
 
-// Each missing text drops its own line and nothing else.
-TEST_F(StreamTest, MissingTextsDropOnlyTheirLines) {
-    RemoveConfig();
-    InstallConfig(nullptr); // no version text
-    dm->dmOrientation = 3;  // no PJL orientation text for it
-    info->bOutputMode = OUTPUT_UNKNOWN;
-    WritePCLJobHeader(info);
-    std::string out = Take();
-    EXPECT_STREAM(out.substr(0, out.find("@PJL SET RESOLUTION")),
-                  Stream({
-                      R"(\x1b%-12345X)",
-                      R"(@PJL COMMENT Quillmark PCL5e Driver Version 1.0.0009 on NT 4\n)",
-                      R"(@PJL COMMENT for Quill 4100 at 600 by 600 DPI\n)",
-                      R"(@PJL COMMENT Driver Release: 070199\n)",
-                  }));
-}
-
-TEST_F(StreamTest, LandscapeTakesTheLandscapeText) {
-    SetJobName(u"Q");
-    dm->dmOrientation = 2;
-    WritePCLJobHeader(info);
-    std::string out = Take();
-    EXPECT_NE(out.find("@PJL COMMENT Job Name: Q\n@PJL SET ORIENTATION=LANDSCAPE\n@PJL SET RES"),
-              std::string::npos);
-}
-
-TEST_F(StreamTest, NamesThatDoNotFitAreCut) {
+TEST_F(StreamWriters, NamesThatDoNotFitAreCut) {
     // A job name of 500 characters keeps 399 in the 400-byte buffer.
-    std::u16string longName(500, u'n');
-    SetJobName(longName.c_str());
+    const std::u16string longName(500, u'n');
+    Open(std::string(kDescription) + kVersion, longName);
     EXPECT_EQ(PJL_WriteJobName(info), 1);
     EXPECT_EQ(Take(), "@PJL COMMENT Job Name: " + std::string(399, 'n') + "\n");
-    EXPECT_EQ(strlen(tbuf), 399u);
     EXPECT_EQ(GlobalFlags(dm->hJobName) & 0xFF, 0u); // the name is unlocked again
-
-    // 399 characters fit as they are.
     EXPECT_EQ(strlen(TStr2Str(longName.substr(0, 399).c_str())), 399u);
-    EXPECT_STREQ(TStr2Str(u""), "");
 
     // A device name that fills its 32 characters has no terminator in the record.
     for (int i = 0; i < 32; ++i) dm->dmDeviceName[i] = u'A' + (i % 26);
@@ -327,13 +369,12 @@ TEST_F(StreamTest, NamesThatDoNotFitAreCut) {
 
 // In a code page of several bytes a character, the cut falls on a whole character that still
 // leaves room for the terminator.
-TEST_F(StreamTest, LongNamesAreCutOnWholeCharactersOfTheCodePage) {
+TEST_F(StreamWriters, LongNamesAreCutOnWholeCharactersOfTheCodePage) {
     struct Case {
         const char *codePage;
         const char *encoded; // U+3042 in that code page
         size_t charsKept;    // of 300
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"CP932", "\x82\xa0", 199},     // 2 bytes: 398 of 399
         {"UTF-8", "\xe3\x81\x82", 133}, // 3 bytes: 399 exactly
         {"WINDOWS-1252", "?", 300},     // not in it: one default byte each, all fit
@@ -348,63 +389,4 @@ TEST_F(StreamTest, LongNamesAreCutOnWholeCharactersOfTheCodePage) {
     ASSERT_TRUE(Q417_SetAnsiCodePage("WINDOWS-1252"));
 }
 
-TEST_F(StreamTest, VersionOfFortyBytesHasNoTerminator) {
-    RemoveConfig();
-    const std::string forty(40, 'v');
-    InstallConfig((forty + "tail beyond the copy").c_str());
-    EXPECT_NE(PJL_WritePDDVersion(info), 0);
-    EXPECT_EQ(Take(), "@PJL COMMENT PDD Version: " + forty + "\n");
-}
-
-TEST_F(StreamTest, OrientationTextIsSentAsItStands) {
-    RemoveConfig();
-    InstallConfig();
-    // Lines of the description's own, with their own line ends, and a long text.
-    auto *cfg = static_cast<CFGINFO *>(GlobalLock(hCfg));
-    GlobalFree(cfg->hPortraitCmd);
-    std::string text = "@PJL SET ORIENTATION=PORTRAIT\r\n@PJL SET PAPER=LETTER\r\n";
-    while (text.size() < 1500) text += "@PJL COMMENT padding\r\n";
-    cfg->hPortraitCmd = Bytes(text);
-    cfg->cbPortraitCmd = static_cast<DWORD>(text.size());
-    GlobalUnlock(hCfg);
-
-    WritePJLOrient(info);
-    std::string out = Take();
-    ASSERT_GT(out.size(), 0u);
-    EXPECT_LT(out.size(), sizeof CustCmdBuf); // cut to the buffer
-    EXPECT_EQ(text.compare(0, out.size(), out), 0);
-}
-
-// ---- Colour set-up ----
-
-TEST_F(StreamTest, PaletteReservations) {
-    PCLInitColorCorrect(info);
-    EXPECT_STREAM(Take(), Stream({
-                              R"(\x1b&p1I\x1b&p6C)", R"(\x1b&p2I\x1b&p6C)", R"(\x1b&p3I\x1b&p6C)",
-                              R"(\x1b&p4I\x1b&p6C)", R"(\x1b&p5I\x1b&p6C)", R"(\x1b&p6I\x1b&p6C)",
-                              R"(\x1b&p7I\x1b&p6C)", R"(\x1b&p8I\x1b&p6C)", R"(\x1b&p9I\x1b&p6C)",
-                              R"(\x1b&p11I\x1b&p6C)", // slot 10; slot 9 (id 10) is never reserved
-                          }));
-    for (DWORD flag : PCLPalInitialized) EXPECT_EQ(flag, 0u);
-    EXPECT_EQ(PCLReservePalette(info, 11), FALSE);
-    EXPECT_EQ(PCLReservePalette(info, -1), FALSE);
-    EXPECT_EQ(Take(), "");
-}
-
-TEST(StreamColour, ConfigureImageDataRecords) {
-    const char *rows[PCL_PALETTE_SLOTS] = {
-        R"(\x1b*v6W\x00\x03\x00\x08\x08\x08)", // device RGB, direct by pixel, 8/8/8
-        R"(\x1b*v6W\x00\x03\x00\x08\x08\x08)",
-        R"(\x1b*v6W\x00\x03\x00\x08\x08\x08)",
-        R"(\x1b*v6W\x00\x01\x01\x00\x00\x00)", // indexed by pixel, 1 bit
-        R"(\x1b*v6W\x00\x01\x04\x08\x08\x08)", // indexed by pixel, 4 bits
-        R"(\x1b*v6W\x00\x01\x08\x08\x08\x08)", // indexed by pixel, 8 bits
-        R"(\x1b*r-3U)",                        // simple colour CMY
-        R"(\x1b*v6W\x00\x03\x00\x08\x08\x08)",
-        R"(\x1b*r3U)", // simple colour RGB
-        R"(\x1b*v6W\x00\x03\x00\x08\x08\x08)",
-        R"(\x1b*v6W\x00\x03\x02\x08\x08\x08)", // 2 in the bits-per-index byte
-    };
-    for (int i = 0; i < PCL_PALETTE_SLOTS; ++i)
-        EXPECT_STREAM(std::string(PCLCID[i].pRecord, PCLCID[i].cbRecord), Unescape(rows[i])) << i;
-}
+} // namespace
