@@ -425,7 +425,7 @@ TEST_F(CliTest, DevmodeRoundTrip) {
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(fs::file_size(dir_ / "dm.bin"), 404u);
     r = Run({"devmode", "get", "dm.bin", "PAPERSIZE", "COPIES", "PAGEORIENT", "PORT"});
-    EXPECT_EQ(r.out, "PAPERSIZE=1\nCOPIES=3\nPAGEORIENT=1\nPORT=FILE:\n") << r.err;
+    EXPECT_EQ(r.out, "PAPERSIZE=1\nCOPIES=3\nPAGEORIENT=1\nSTR_PORT=FILE:\n") << r.err;
     ExpectOneErrorLine(Run({"devmode", "set", "dm.bin", "PAGESPERSHEET=3"}), "PAGESPERSHEET");
     ExpectOneErrorLine(Run({"devmode", "set", "dm.bin", "PAPERWIDTH=5"}), "read");
     ExpectOneErrorLine(Run({"devmode", "set", "dm.bin", "NOSUCH=5"}), "NOSUCH");
