@@ -160,6 +160,24 @@ TEST_F(CliTest, MissingFilesAreOneLineErrors) {
     }
 }
 
+// Mistakes on the command line read like every other error: one line, and status 2.
+TEST_F(CliTest, UsageMistakesAreOneLineErrors) {
+    const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
+        {{"print", "--copies", "abc"}, "--copies"},
+        {{"print", "--bogus"}, "--bogus"},
+        {{"frob"}, "frob"},
+        {{"pdd"}, "subcommand"},
+        {{"dump"}, "stream"},
+        {{"devmode", "get", "dm.bin"}, "names"},
+    };
+    for (const auto &[args, mention] : cases) {
+        Result r = Run(args);
+        ExpectOneErrorLine(r, mention);
+        EXPECT_EQ(r.status, 2) << mention;
+        EXPECT_TRUE(r.out.empty()) << mention;
+    }
+}
+
 // ---- with the whole library -------------------------------------------------------------
 
 // Positions of the markers in the listing, in order; -1 for the first one missing.
@@ -224,6 +242,40 @@ TEST_F(CliTest, SixPagesFourUpDecodeToTheExpectedSequence) {
     EXPECT_EQ(Count(l, "universal exit language"), 2u);
     EXPECT_EQ(Count(l, "** stream ends"), 0u);
     EXPECT_NE(l.find(", 0 unknown"), std::string::npos);
+}
+
+// Whatever the settings, every command that the library and the renderer write is one the
+// decoder knows, and the stream is whole: colour and monochrome, every N-up grid, both
+// pattern formats of a watermark's gray, custom sizes, images.
+TEST_F(CliTest, EveryJobDecodesWithoutUnknowns) {
+    if (!LibraryReady()) GTEST_SKIP() << "the library's subsystems are still stand-ins";
+    std::ofstream(dir_ / "gray.pgm") << "P2 3 2 255\n0 128 255\n64 32 200\n";
+    const std::vector<std::vector<std::string>> jobs = {
+        {"--watermark", "2", "--duplex", "short", "--copies", "2", "--collate"},
+        {"-p", "mono", "--watermark", "1"},                         // gray pattern, format 20
+        {"-p", "mono", "--emulation", "PCL5", "--watermark", "1"},  // gray pattern, format 0
+        {"--emulation", "PCL5C", "--watermark", "3", "--nup", "2"}, // italic face
+        {"--nup", "6", "--orientation", "landscape", "--pages", "7"},
+        {"--nup", "9", "--orientation", "reverse-landscape", "--pages", "10", "--watermark", "1"},
+        {"--nup", "16", "--pages", "17", "--resolution", "1200dpi", "--source", "Manual"},
+        {"--custom", "150x200mm", "--orientation", "landscape", "--watermark", "2",
+         "--watermark-first-page", "--pages", "2"},
+        {"-p", "mono", "--paper", "Env10", "--orientation", "reverse-portrait"},
+        {"gray.pgm", "-p", "mono", "--nup", "4"},
+    };
+    for (const auto &job : jobs) {
+        std::vector<std::string> args = {"print", "-o", "job.prn"};
+        args.insert(args.end(), job.begin(), job.end());
+        std::string shown;
+        for (const auto &a : job) shown += a + " ";
+        Result r = Run(args);
+        ASSERT_EQ(r.status, 0) << shown << r.err;
+        r = Run({"dump", "job.prn"});
+        EXPECT_EQ(r.status, 0) << shown;
+        std::string summary = r.out.substr(r.out.rfind("-- "));
+        EXPECT_NE(summary.find(" 0 unknown\n"), std::string::npos) << shown << summary;
+        EXPECT_EQ(Count(r.out, "universal exit language"), 2u) << shown;
+    }
 }
 
 // With a watermark on every cell, the printer's language after each label is the library's
