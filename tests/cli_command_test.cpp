@@ -123,7 +123,7 @@ TEST_F(CliTest, EverySubcommandHasHelp) {
     for (const auto &c : commands) {
         Result r = Run(c);
         EXPECT_EQ(r.status, 0) << c[0];
-        EXPECT_NE(r.out.find("Usage:"), std::string::npos) << c[0];
+        EXPECT_NE(r.out.find("Usage: q417"), std::string::npos) << c[0] << r.out;
     }
 }
 
@@ -242,6 +242,17 @@ TEST_F(CliTest, SixPagesFourUpDecodeToTheExpectedSequence) {
     EXPECT_EQ(Count(l, "universal exit language"), 2u);
     EXPECT_EQ(Count(l, "** stream ends"), 0u);
     EXPECT_NE(l.find(", 0 unknown"), std::string::npos);
+}
+
+// No printer and no port given: the built-in colour model, to a file in the current directory.
+TEST_F(CliTest, DefaultsPrintOnTheColourModelToTheCurrentDirectory) {
+    if (!LibraryReady()) GTEST_SKIP() << "the library's subsystems are still stand-ins";
+    Result r = Run({"print"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(Leftovers(), std::vector<std::string>{"q417-job.prn"});
+    r = Run({"dump", "q417-job.prn"});
+    EXPECT_NE(r.out.find("@PJL COMMENT Quillmark PCL5eC Driver"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("ESC*v6W"), std::string::npos); // colour set-up
 }
 
 // Whatever the settings, every command that the library and the renderer write is one the

@@ -11,7 +11,8 @@
 int main(int argc, char **argv) {
     using namespace q417tool;
     CLI::App app{"q417: run print jobs, compile printer descriptions, inspect settings and "
-                 "printer streams through libq417plg"};
+                 "printer streams through libq417plg",
+                 "q417"}; // usage lines name the tool, not the path it was started by
     app.set_version_flag("--version", std::string("q417 ") + Q417_VERSION);
     app.require_subcommand(0, 1);
     app.fallthrough(false);
