@@ -3,6 +3,7 @@
 // answers for it.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <atomic>
 #include <fcntl.h>
@@ -417,14 +418,40 @@ TEST_F(CliTest, PddCheckReportsKnownMistakesByLine) {
     if (!LibraryReady()) GTEST_SKIP() << "the library's subsystems are still stand-ins";
     fs::copy_file(fs::path(Q417_TEST_DATA) / "cli" / "mistakes.pdd", dir_ / "mistakes.pdd");
     Result r = Run({"pdd", "check", "mistakes.pdd"});
-    // Each of lines 5 to 14 holds one mistake the parser skips or refuses.
-    for (int line = 5; line <= 14; ++line)
-        EXPECT_NE(r.out.find("mistakes.pdd:" + std::to_string(line) + ":"), std::string::npos)
-            << "line " << line << "\n"
+    // Each finding names its line and its key, and says which kind of mistake it is.
+    const struct {
+        int line;
+        const char *key, *kind;
+    } findings[] = {
+        {5, "pagesize", "wrong case"},
+        {6, "PageSize:", "option"},
+        {7, "LanguageLevel:", "above"},
+        {8, "PrinterLanguage:", "language"},
+        {9, "DefaultCustomPageSize:", "above"},
+        {10, "PaperDimension", "width"},
+        {11, "ColorDevice:", "no value"},
+        {12, "Product", "colon"},
+        {13, "ImageableArea", ".port"},
+        {14, "PageSize", "never be found"},
+        {15, "PaperDimension", "never be found"},
+        {20, "Frobnicate:", "unknown key"},
+    };
+    std::vector<std::string> lines;
+    std::istringstream listing(r.out);
+    for (std::string l; std::getline(listing, l);) lines.push_back(l);
+    for (const auto &f : findings) {
+        std::string head = "mistakes.pdd:" + std::to_string(f.line) + ": \"" + f.key + "\": ";
+        auto at = std::find_if(lines.begin(), lines.end(),
+                               [&](const std::string &l) { return l.rfind(head, 0) == 0; });
+        ASSERT_NE(at, lines.end()) << head << "\n" << r.out;
+        EXPECT_NE(at->find(f.kind), std::string::npos) << *at;
+    }
+    for (int good : {3, 4, 16, 17, 18, 19})
+        EXPECT_EQ(r.out.find("mistakes.pdd:" + std::to_string(good) + ":"), std::string::npos)
+            << good << "\n"
             << r.out;
-    EXPECT_EQ(r.out.find("mistakes.pdd:4:"), std::string::npos) << r.out; // a good line
-    EXPECT_EQ(r.out.find("mistakes.pdd:16:"), std::string::npos) << r.out;
-    EXPECT_NE(r.out.find("A4"), std::string::npos) << r.out; // a paper without its size
+    EXPECT_NE(r.out.find("mistakes.pdd: \"A4\": paper without a size"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("mistakes.pdd: 13 findings;"), std::string::npos) << r.out;
     EXPECT_EQ(r.status, 0) << r.out; // still usable: a resolution, papers, a source
 
     std::ofstream(dir_ / "nosource.pdd") << "*PDD-Lindgate: 1\n*Resolution 300dpi/300: \"300\"\n"
