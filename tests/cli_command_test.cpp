@@ -3,6 +3,7 @@
 // answers for it.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <atomic>
 #include <fcntl.h>
@@ -123,7 +124,7 @@ TEST_F(CliTest, EverySubcommandHasHelp) {
     for (const auto &c : commands) {
         Result r = Run(c);
         EXPECT_EQ(r.status, 0) << c[0];
-        EXPECT_NE(r.out.find("Usage:"), std::string::npos) << c[0];
+        EXPECT_NE(r.out.find("Usage: q417"), std::string::npos) << c[0] << r.out;
     }
 }
 
@@ -157,6 +158,24 @@ TEST_F(CliTest, MissingFilesAreOneLineErrors) {
         Result r = Run(args);
         ExpectOneErrorLine(r, mention);
         EXPECT_TRUE(Leftovers().empty()) << args[0] << " left " << Leftovers()[0];
+    }
+}
+
+// Mistakes on the command line read like every other error: one line, and status 2.
+TEST_F(CliTest, UsageMistakesAreOneLineErrors) {
+    const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
+        {{"print", "--copies", "abc"}, "--copies"},
+        {{"print", "--bogus"}, "--bogus"},
+        {{"frob"}, "frob"},
+        {{"pdd"}, "subcommand"},
+        {{"dump"}, "stream"},
+        {{"devmode", "get", "dm.bin"}, "names"},
+    };
+    for (const auto &[args, mention] : cases) {
+        Result r = Run(args);
+        ExpectOneErrorLine(r, mention);
+        EXPECT_EQ(r.status, 2) << mention;
+        EXPECT_TRUE(r.out.empty()) << mention;
     }
 }
 
@@ -224,6 +243,51 @@ TEST_F(CliTest, SixPagesFourUpDecodeToTheExpectedSequence) {
     EXPECT_EQ(Count(l, "universal exit language"), 2u);
     EXPECT_EQ(Count(l, "** stream ends"), 0u);
     EXPECT_NE(l.find(", 0 unknown"), std::string::npos);
+}
+
+// No printer and no port given: the built-in colour model, to a file in the current directory.
+TEST_F(CliTest, DefaultsPrintOnTheColourModelToTheCurrentDirectory) {
+    if (!LibraryReady()) GTEST_SKIP() << "the library's subsystems are still stand-ins";
+    Result r = Run({"print"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(Leftovers(), std::vector<std::string>{"q417-job.prn"});
+    r = Run({"dump", "q417-job.prn"});
+    EXPECT_NE(r.out.find("@PJL COMMENT Quillmark PCL5eC Driver"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("ESC*v6W"), std::string::npos); // colour set-up
+}
+
+// Whatever the settings, every command that the library and the renderer write is one the
+// decoder knows, and the stream is whole: colour and monochrome, every N-up grid, both
+// pattern formats of a watermark's gray, custom sizes, images.
+TEST_F(CliTest, EveryJobDecodesWithoutUnknowns) {
+    if (!LibraryReady()) GTEST_SKIP() << "the library's subsystems are still stand-ins";
+    std::ofstream(dir_ / "gray.pgm") << "P2 3 2 255\n0 128 255\n64 32 200\n";
+    const std::vector<std::vector<std::string>> jobs = {
+        {"--watermark", "2", "--duplex", "short", "--copies", "2", "--collate"},
+        {"-p", "mono", "--watermark", "1"},                         // gray pattern, format 20
+        {"-p", "mono", "--emulation", "PCL5", "--watermark", "1"},  // gray pattern, format 0
+        {"--emulation", "PCL5C", "--watermark", "3", "--nup", "2"}, // italic face
+        {"--nup", "6", "--orientation", "landscape", "--pages", "7"},
+        {"--nup", "9", "--orientation", "reverse-landscape", "--pages", "10", "--watermark", "1"},
+        {"--nup", "16", "--pages", "17", "--resolution", "1200dpi", "--source", "Manual"},
+        {"--custom", "150x200mm", "--orientation", "landscape", "--watermark", "2",
+         "--watermark-first-page", "--pages", "2"},
+        {"-p", "mono", "--paper", "Env10", "--orientation", "reverse-portrait"},
+        {"gray.pgm", "-p", "mono", "--nup", "4"},
+    };
+    for (const auto &job : jobs) {
+        std::vector<std::string> args = {"print", "-o", "job.prn"};
+        args.insert(args.end(), job.begin(), job.end());
+        std::string shown;
+        for (const auto &a : job) shown += a + " ";
+        Result r = Run(args);
+        ASSERT_EQ(r.status, 0) << shown << r.err;
+        r = Run({"dump", "job.prn"});
+        EXPECT_EQ(r.status, 0) << shown;
+        std::string summary = r.out.substr(r.out.rfind("-- "));
+        EXPECT_NE(summary.find(" 0 unknown\n"), std::string::npos) << shown << summary;
+        EXPECT_EQ(Count(r.out, "universal exit language"), 2u) << shown;
+    }
 }
 
 // With a watermark on every cell, the printer's language after each label is the library's
@@ -354,14 +418,40 @@ TEST_F(CliTest, PddCheckReportsKnownMistakesByLine) {
     if (!LibraryReady()) GTEST_SKIP() << "the library's subsystems are still stand-ins";
     fs::copy_file(fs::path(Q417_TEST_DATA) / "cli" / "mistakes.pdd", dir_ / "mistakes.pdd");
     Result r = Run({"pdd", "check", "mistakes.pdd"});
-    // Each of lines 5 to 14 holds one mistake the parser skips or refuses.
-    for (int line = 5; line <= 14; ++line)
-        EXPECT_NE(r.out.find("mistakes.pdd:" + std::to_string(line) + ":"), std::string::npos)
-            << "line " << line << "\n"
+    // Each finding names its line and its key, and says which kind of mistake it is.
+    const struct {
+        int line;
+        const char *key, *kind;
+    } findings[] = {
+        {5, "pagesize", "wrong case"},
+        {6, "PageSize:", "option"},
+        {7, "LanguageLevel:", "above"},
+        {8, "PrinterLanguage:", "language"},
+        {9, "DefaultCustomPageSize:", "above"},
+        {10, "PaperDimension", "width"},
+        {11, "ColorDevice:", "no value"},
+        {12, "Product", "colon"},
+        {13, "ImageableArea", ".port"},
+        {14, "PageSize", "never be found"},
+        {15, "PaperDimension", "never be found"},
+        {20, "Frobnicate:", "unknown key"},
+    };
+    std::vector<std::string> lines;
+    std::istringstream listing(r.out);
+    for (std::string l; std::getline(listing, l);) lines.push_back(l);
+    for (const auto &f : findings) {
+        std::string head = "mistakes.pdd:" + std::to_string(f.line) + ": \"" + f.key + "\": ";
+        auto at = std::find_if(lines.begin(), lines.end(),
+                               [&](const std::string &l) { return l.rfind(head, 0) == 0; });
+        ASSERT_NE(at, lines.end()) << head << "\n" << r.out;
+        EXPECT_NE(at->find(f.kind), std::string::npos) << *at;
+    }
+    for (int good : {3, 4, 16, 17, 18, 19})
+        EXPECT_EQ(r.out.find("mistakes.pdd:" + std::to_string(good) + ":"), std::string::npos)
+            << good << "\n"
             << r.out;
-    EXPECT_EQ(r.out.find("mistakes.pdd:4:"), std::string::npos) << r.out; // a good line
-    EXPECT_EQ(r.out.find("mistakes.pdd:16:"), std::string::npos) << r.out;
-    EXPECT_NE(r.out.find("A4"), std::string::npos) << r.out; // a paper without its size
+    EXPECT_NE(r.out.find("mistakes.pdd: \"A4\": paper without a size"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("mistakes.pdd: 13 findings;"), std::string::npos) << r.out;
     EXPECT_EQ(r.status, 0) << r.out; // still usable: a resolution, papers, a source
 
     std::ofstream(dir_ / "nosource.pdd") << "*PDD-Lindgate: 1\n*Resolution 300dpi/300: \"300\"\n"
@@ -425,7 +515,7 @@ TEST_F(CliTest, DevmodeRoundTrip) {
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(fs::file_size(dir_ / "dm.bin"), 404u);
     r = Run({"devmode", "get", "dm.bin", "PAPERSIZE", "COPIES", "PAGEORIENT", "PORT"});
-    EXPECT_EQ(r.out, "PAPERSIZE=1\nCOPIES=3\nPAGEORIENT=1\nPORT=FILE:\n") << r.err;
+    EXPECT_EQ(r.out, "PAPERSIZE=1\nCOPIES=3\nPAGEORIENT=1\nSTR_PORT=FILE:\n") << r.err;
     ExpectOneErrorLine(Run({"devmode", "set", "dm.bin", "PAGESPERSHEET=3"}), "PAGESPERSHEET");
     ExpectOneErrorLine(Run({"devmode", "set", "dm.bin", "PAPERWIDTH=5"}), "read");
     ExpectOneErrorLine(Run({"devmode", "set", "dm.bin", "NOSUCH=5"}), "NOSUCH");

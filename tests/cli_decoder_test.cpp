@@ -157,6 +157,13 @@ const Case kCases[] = {
      "00000000  ESC&z5Q                     unknown command\n"
      "00000005  ESCk                        unknown two-character command\n"
      "00000007  ESC&l1X                     number of copies: 1\n"},
+    {"values of any length",
+     "\x1b&l123456789012345678901234567890X" // more digits than a long holds
+     "\x1b&l-99999999999999999999H",         // and below
+     "00000000  ESC&l123456789012345678901234567890X number of copies: "
+     "123456789012345678901234567890\n"
+     "00000022  ESC&l-99999999999999999999H paper source: -99999999999999999999 (unknown "
+     "value)\n"},
     {"malformed parameter",
      "\x1b*p12\x01" // a control byte where a letter belongs
      "\x1b&l1X",
@@ -187,6 +194,8 @@ TEST(CliDecoder, CutStreamsReportTheOffset) {
         {"\x1b*b10W\x01\x02\x03", 0, "the 10 data bytes of ESC*b10W"},
         {"\x1b%0BLBNO END", 4, "an HP-GL/2 label"},
         {"\x1b%-12345X@PJL SET X=1", 9, "a PJL line"},
+        // A length of more digits than any integer holds: the data can't be there.
+        {"\x1b*b123456789012345678901234567890W\x01", 0, "the 2147483647 data bytes"},
     };
     for (const Cut &c : cuts) {
         std::string out;

@@ -135,7 +135,7 @@ int RunGet(const DevmodeOptions &o) {
         if (FindDWordId(name, id))
             std::printf("%s=%d\n", DWordIdName(id), static_cast<int>(DDIGetDWord(DM(dm), id)));
         else if (FindStringId(name, id))
-            std::printf("%s=%s\n", name.c_str(), GetDDIString(DM(dm), id).c_str());
+            std::printf("%s=%s\n", StringIdName(id), GetDDIString(DM(dm), id).c_str());
         else
             Fail("unknown setting \"%s\" (see q417 devmode show)", name.c_str());
     }

@@ -133,14 +133,19 @@ void ShowFamily(const char *title, DWORD n, INT def, HGLOBAL hKeys, DWORD cchKey
     std::printf("\n%s: %u\n", title, n);
     if (!n) return;
     auto keys = Table(hKeys), names = Table(hNames), cmds = Table(hCmds), ids = Table(hIds);
-    std::printf("  %3s  %-16s %-26s %-8s %s\n", "#", "key", "name", cmdTitle, hIds ? idTitle : "");
+    // The last column is padded only when another follows it.
+    if (hIds)
+        std::printf("  %3s  %-16s %-26s %-8s %s\n", "#", "key", "name", cmdTitle, idTitle);
+    else
+        std::printf("  %3s  %-16s %-26s %s\n", "#", "key", "name", cmdTitle);
     for (DWORD r = 0; r < n; ++r) {
         std::string cmd = cchCmd ? Row(cmds, cchCmd, r) : std::string("-");
-        std::printf("  %2u%c  %-16s %-26s %-8s", r, static_cast<INT>(r) == def ? '*' : ' ',
-                    Row(keys, cchKey, r).c_str(), Row(names, cchName, r).c_str(),
-                    cmd.empty() ? "-" : cmd.c_str());
-        if (hIds) std::printf(" %u", U16(ids, r));
-        std::printf("\n");
+        std::printf("  %2u%c  %-16s %-26s ", r, static_cast<INT>(r) == def ? '*' : ' ',
+                    Row(keys, cchKey, r).c_str(), Row(names, cchName, r).c_str());
+        if (hIds)
+            std::printf("%-8s %u\n", cmd.empty() ? "-" : cmd.c_str(), U16(ids, r));
+        else
+            std::printf("%s\n", cmd.empty() ? "-" : cmd.c_str());
     }
 }
 

@@ -379,6 +379,9 @@ Command AddPrintCommand(CLI::App &app) {
     CLI::App *sub = app.add_subcommand(
         "print", "Run one job end to end through the library: test pages, or the images given "
                  "(PNG, PBM, PGM, PPM), to a file, standard output or a raw TCP printer port");
+    sub->footer("With no image, each page is a test page: its number, the frame of the "
+                "printable area, a scale in inches, and its sheet and cell. Settings not given "
+                "keep the printer description's defaults (or the --devmode file's values).");
     sub->add_option("images", o->images, "Images to print, one a page");
     sub->add_option("-p,--printer", o->printer,
                     "Printer description: a PDD file, or colour / mono for the built-in models")
@@ -395,7 +398,9 @@ Command AddPrintCommand(CLI::App &app) {
     sub->add_option("--orientation", o->orientation,
                     "portrait, landscape, reverse-portrait, reverse-landscape");
     sub->add_option("--copies", o->copies, "Number of copies (default: 1, or the device mode's)");
-    sub->add_option("--duplex", o->duplex, "none, long or short");
+    sub->add_option("--duplex", o->duplex,
+                    "none, long or short: the device mode's duplex 1, 2 or 3, which the library "
+                    "sends as PCL duplex 0, 2 or 1");
     sub->add_flag("--collate", o->collate, "Collate copies");
     sub->add_option("--emulation", o->emulation,
                     "PCL5, PCL5e, PCL5C, PCL5eC or 1 to 6 (default: by the printer's colours)");

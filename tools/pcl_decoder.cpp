@@ -597,8 +597,12 @@ class Decoder {
             return true;
         }
         const PclCommand *cmd = FindPcl(key);
+        // A value field may hold any number of digits; beyond 32 bits it means the same as
+        // the largest, and a conversion out of range would be undefined.
         double value = std::strtod(valueText.c_str(), nullptr);
-        long iv = static_cast<long>(value);
+        long iv = value >= 2147483647.0    ? 2147483647L
+                  : value <= -2147483648.0 ? -2147483648L
+                                           : static_cast<long>(value);
         if (key == "*cE") charCode_ = iv;
         if (key == "*bM") compression_ = static_cast<int>(iv);
         if (CarriesData(key)) {

@@ -213,6 +213,12 @@ const char *DWordIdName(DWORD id) {
     return "?";
 }
 
+const char *StringIdName(DWORD id) {
+    for (size_t i = 0; i < kStringIdCount; ++i)
+        if (kStringIds[i].id == id) return kStringIds[i].name;
+    return "?";
+}
+
 std::string GetDDIString(DDIDEVMODE *pdm, DWORD id) {
     WCHAR buf[512] = {};
     DWORD cch = 511;

@@ -71,6 +71,7 @@ extern const size_t kStringIdCount;
 bool FindDWordId(const std::string &name, DWORD &id);
 bool FindStringId(const std::string &name, DWORD &id);
 const char *DWordIdName(DWORD id);
+const char *StringIdName(DWORD id);
 
 std::string GetDDIString(DDIDEVMODE *pdm, DWORD id);
 

@@ -11,13 +11,21 @@
 int main(int argc, char **argv) {
     using namespace q417tool;
     CLI::App app{"q417: run print jobs, compile printer descriptions, inspect settings and "
-                 "printer streams through libq417plg"};
+                 "printer streams through libq417plg",
+                 "q417"}; // usage lines name the tool, not the path it was started by
     app.set_version_flag("--version", std::string("q417 ") + Q417_VERSION);
     app.require_subcommand(0, 1);
     app.fallthrough(false);
     const Command commands[] = {AddPrintCommand(app), AddPddCommand(app), AddDevmodeCommand(app),
                                 AddDumpCommand(app)};
-    CLI11_PARSE(app, argc, argv);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError &e) {
+        if (e.get_exit_code() == 0) return app.exit(e); // --help, --version
+        // A mistake on the command line is one line, like every other error of the tool.
+        std::fprintf(stderr, "q417: %s (see --help)\n", e.what());
+        return 2;
+    }
     // A reader that goes away (q417 print -o - | head) is a failed write, not a signal.
     std::signal(SIGPIPE, SIG_IGN);
     try {

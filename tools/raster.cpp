@@ -14,8 +14,12 @@ namespace {
 // No image the tool prints needs more: a sheet at 1200 dpi is under 200 megapixels.
 constexpr uint64_t kMaxPixels = 200'000'000;
 
+bool SizeOk(uint64_t w, uint64_t h) {
+    return w && h && w <= 100000 && h <= 100000 && w * h <= kMaxPixels;
+}
+
 void CheckSize(uint64_t w, uint64_t h, const std::string &name) {
-    if (w == 0 || h == 0 || w > 100000 || h > 100000 || w * h > kMaxPixels)
+    if (!SizeOk(w, h))
         Fail("%s: image size %llux%llu out of range", name.c_str(),
              static_cast<unsigned long long>(w), static_cast<unsigned long long>(h));
 }
@@ -28,6 +32,7 @@ Image LoadPng(const std::string &path) {
         Fail("%s: not a readable PNG (%s)", path.c_str(), img.message);
     bool colour = img.format & PNG_FORMAT_FLAG_COLOR;
     img.format = colour ? PNG_FORMAT_RGB : PNG_FORMAT_GRAY;
+    if (!SizeOk(img.width, img.height)) png_image_free(&img); // the reader's memory goes first
     CheckSize(img.width, img.height, path);
     Image out;
     out.width = static_cast<int>(img.width);
