@@ -77,19 +77,18 @@ TEST(DdiText, NarrowAndWideConversionsCutWhereTheirCountsSay) {
 }
 
 TEST(DdiText, CopyStringAFillsWithZeroUpToTheCount) {
-    char d[8];
-    std::memset(d, 'x', sizeof d);
-    CopyStringA(d, "abcdef", 4);
-    EXPECT_EQ(std::string(d, 5), std::string("abc\0x", 5));
-    std::memset(d, 'x', sizeof d);
-    CopyStringA(d, "ab", 6);
-    EXPECT_EQ(std::string(d, 7), std::string("ab\0\0\0\0x", 7));
-    std::memset(d, 'x', sizeof d);
-    CopyStringA(d, "ab", 1);
-    EXPECT_EQ(std::string(d, 2), std::string("\0x", 2)) << "n = 1 stores a single 0";
-    CopyStringA(d, "ab", 0);
-    EXPECT_EQ(d[0], 0) << "n = 0 does nothing";
-    EXPECT_EQ(d[1], 'x');
+    const std::pair<int, std::string> cases[] = {
+        {4, std::string("abc\0x", 5)},
+        {6, std::string("ab\0\0\0\0x", 7)}, // short sources are padded
+        {1, std::string("\0x", 2)},         // a single 0
+        {0, std::string("x", 1)},           // nothing
+    };
+    for (const auto &[n, want] : cases) {
+        char d[8];
+        std::memset(d, 'x', sizeof d);
+        CopyStringA(d, n == 4 ? "abcdef" : "ab", n);
+        EXPECT_EQ(std::string(d, want.size()), want) << n;
+    }
 }
 
 TEST(DdiDevMode, StartupAndShutdownOwnOnlyTheWorkingBlock) {
@@ -127,22 +126,6 @@ TEST(DdiDevMode, StartupAndShutdownOwnOnlyTheWorkingBlock) {
     EXPECT_EQ(DDIStartup(nullptr), 0u);
     EXPECT_EQ(DDIShutdown(nullptr), 0u);
     EXPECT_EQ(DDIGetPrinterHandle(nullptr), 0u);
-}
-
-TEST(DdiDevMode, CustomDataPointerFollowsTheDeclaredSize) {
-    struct {
-        DDIDEVMODE dm;
-        BYTE cust[8];
-    } rec{};
-    rec.dm.dmSize = DEVMODEW_SIZE;
-    rec.dm.dmDriverExtra = DDIDEVMODE_EXTRA;
-    rec.dm.pCustData = 0x1234;
-    SetCustDataPtr(&rec.dm);
-    EXPECT_EQ(rec.dm.pCustData, 0u) << "404 bytes: no custom data";
-    rec.dm.dmDriverExtra = DDIDEVMODE_EXTRA + 1;
-    SetCustDataPtr(&rec.dm);
-    EXPECT_EQ(Ptr32To(rec.dm.pCustData), static_cast<void *>(rec.cust));
-    SetCustDataPtr(nullptr);
 }
 
 } // namespace
