@@ -116,46 +116,27 @@ TEST(DdiSettings, SettersStoreTheirEncodingAndAnswerAsGiven) {
 }
 
 TEST(DdiSettings, PageOrientationResetsToPortraitBeforeRefusing) {
-    struct Case {
-        DWORD code;
-        DWORD result;
-        SHORT orientation;
-        BYTE rotated;
-        DWORD readBack;
-    };
-    const Case cases[] = {
-        {0, 1, 1, 0, 0}, {1, 1, 2, 0, 1}, {2, 1, 1, 1, 2},
-        {3, 1, 2, 1, 3}, {7, 0, 1, 0, 0}, {0xFFFFFFFFu, 0, 1, 0, 0},
-    };
-    for (const Case &c : cases) {
+    // Code, result, then dmOrientation, bRotated and the code read back.
+    const DWORD cases[][5] = {{0, 1, 1, 0, 0}, {1, 1, 2, 0, 1}, {2, 1, 1, 1, 2},
+                              {3, 1, 2, 1, 3}, {7, 0, 1, 0, 0}, {0xFFFFFFFFu, 0, 1, 0, 0}};
+    for (const auto &[code, result, orientation, rotated, readBack] : cases) {
         DevMode d = MakeDevMode();
         d.dm.dmOrientation = 2;
         d.dm.bRotated = 1;
-        EXPECT_EQ(DDISetDWord(&d.dm, DDI_PAGEORIENT, c.code), c.result) << c.code;
-        EXPECT_EQ(d.dm.dmOrientation, c.orientation);
-        EXPECT_EQ(d.dm.bRotated, c.rotated);
-        EXPECT_EQ(DDIGetDWord(&d.dm, DDI_PAGEORIENT), c.readBack);
+        EXPECT_EQ(DDISetDWord(&d.dm, DDI_PAGEORIENT, code), result) << code;
+        EXPECT_EQ(DWORD(d.dm.dmOrientation), orientation);
+        EXPECT_EQ(d.dm.bRotated, rotated);
+        EXPECT_EQ(DDIGetDWord(&d.dm, DDI_PAGEORIENT), readBack);
     }
 }
 
-TEST(DdiSettings, NullRecordAnswers) {
-    // Only internal callers meet these: the exported calls refuse a null record first.
-    const std::pair<INT (*)(const DDIDEVMODE *), INT> getters[] = {
-        {DDIGetCCGamma, -1},     {DDIGetPreset, -1},           {DDIGetHalftonePattern, 0},
-        {DDIGetFontMapping, -1}, {DDIGetTTDownloadMethod, -1}, {DDIGetPagesPerSheet, 1},
-        {DDIGetCopies, 1},       {DDIGetEmulation, 4},         {DDIGetCurrentPage, 1},
-        {DDIGetLangVersion, 9},  {DDIGetDuplexMode, 0},        {DDIGetPageOrient, 0}};
-    for (const auto &[fn, answer] : getters) EXPECT_EQ(fn(nullptr), answer);
-    EXPECT_EQ(DDIGetCCType(nullptr, 0), -1);
-    EXPECT_EQ(DDIGetCCLightness(nullptr, 0), 0);
-    EXPECT_EQ(DDISetTTDownloadMethod(nullptr, 1), -1);
-    EXPECT_EQ(DDISetDuplexMode(nullptr, 1), -1);
-    EXPECT_EQ(DDISetCollateMode(nullptr, 1), 0);
-    // Colour classes other than 0 to 2.
-    DevMode d = MakeDevMode();
+TEST(DdiSettings, ColourClassesOutsideZeroToTwoAreRefused) {
+    DevMode d = MakeDevMode(), before = d;
     EXPECT_EQ(DDIGetCCType(&d.dm, 3), -1);
     EXPECT_EQ(DDIGetCCLightness(&d.dm, -1), 0);
     EXPECT_EQ(DDISetCCSaturation(&d.dm, 3, 0), 0);
+    EXPECT_EQ(DDISetCCType(&d.dm, -1, 1), 0);
+    EXPECT_EQ(std::memcmp(&d, &before, sizeof d), 0);
 }
 
 } // namespace
