@@ -205,31 +205,24 @@ constexpr WCHAR kPoison = 0xBEEF;
 
 using TextCall = BOOL (*)(DDIDEVMODE *, DWORD, INT, WCHAR *, DWORD *);
 
-// Asks for the size, then fetches with an exact fit and one short; checks nothing lands past
-// what the length reports.
+// Capacity 0 asks for the size and writes nothing; the exact size fits; one short cuts the
+// last character. Nothing lands past what the length reports.
 inline void CheckText(DDIDEVMODE *dm, TextCall call, BOOL expectResult, DWORD id, INT index,
                       const std::u16string &want) {
-    SCOPED_TRACE(testing::Message() << "id " << id << " index " << index);
     const DWORD n = DWORD(want.size() + 1);
-    WCHAR buf[80];
-    std::fill(std::begin(buf), std::end(buf), kPoison);
-    DWORD len = 0;
-    EXPECT_EQ(call(dm, id, index, buf, &len), expectResult);
-    EXPECT_EQ(len, n) << "size query";
-    EXPECT_EQ(buf[0], kPoison) << "a size query writes nothing";
-
-    len = n;
-    EXPECT_EQ(call(dm, id, index, buf, &len), expectResult);
-    EXPECT_EQ(len, n);
-    EXPECT_EQ(std::u16string(buf), want);
-    EXPECT_EQ(buf[n], kPoison);
-
-    std::fill(std::begin(buf), std::end(buf), kPoison);
-    len = n - 1;
-    EXPECT_EQ(call(dm, id, index, buf, &len), expectResult);
-    EXPECT_EQ(len, n - 1) << "a cut text returns the capacity";
-    EXPECT_EQ(std::u16string(buf), want.substr(0, n - 2));
-    EXPECT_EQ(buf[n - 1], kPoison);
+    for (DWORD capacity : {0u, n, n - 1}) {
+        SCOPED_TRACE(testing::Message()
+                     << "id " << id << " index " << index << " capacity " << capacity);
+        WCHAR buf[80];
+        std::fill(std::begin(buf), std::end(buf), kPoison);
+        DWORD len = capacity;
+        EXPECT_EQ(call(dm, id, index, buf, &len), expectResult);
+        EXPECT_EQ(len, capacity ? capacity : n);
+        if (capacity) {
+            EXPECT_EQ(std::u16string(buf), want.substr(0, capacity - 1));
+        }
+        EXPECT_EQ(buf[capacity], kPoison);
+    }
 }
 
 } // namespace ddi_test

@@ -68,7 +68,7 @@ INSTANTIATE_TEST_SUITE_P(Layouts, Selections, testing::Values(Widths::Pdd, Width
 
 TEST(DdiKeywords, IdsOutsideTheListsAndMissingPiecesAnswerAsTheirCallSays) {
     ScopedConfig cfg(SamplePrinter());
-    DevMode d = MakeDevMode(cfg.h), bare = MakeDevMode(0);
+    DevMode d = MakeDevMode(cfg.h);
     WCHAR buf[4];
     DWORD len = 4;
     for (DWORD id : {9u, 11u, 16u, 21u, 0xFFFFFFFFu}) {
@@ -78,13 +78,10 @@ TEST(DdiKeywords, IdsOutsideTheListsAndMissingPiecesAnswerAsTheirCallSays) {
         EXPECT_EQ(DDIGetKeywordOptionTranslation(&d.dm, id, 0, buf, &len), FALSE);
         EXPECT_EQ(len, 4u) << "length untouched";
     }
-    // No record or no configuration: 0 options, no default, no text.
-    for (DDIDEVMODE *pdm : {static_cast<DDIDEVMODE *>(nullptr), &bare.dm}) {
-        EXPECT_EQ(DDIGetKeywordNumOptions(pdm, DDI_PAPERSIZE), 0);
-        EXPECT_EQ(DDIGetKeywordDefaultOption(pdm, DDI_PAPERSIZE), -1);
-        EXPECT_EQ(DDIGetKeywordOptionString(pdm, DDI_PAPERSIZE, 0, buf, &len), FALSE);
-        EXPECT_EQ(len, 4u);
-    }
+    // No record: 0 options, no default, no text.
+    EXPECT_EQ(DDIGetKeywordNumOptions(nullptr, DDI_PAPERSIZE), 0);
+    EXPECT_EQ(DDIGetKeywordDefaultOption(nullptr, DDI_PAPERSIZE), -1);
+    EXPECT_EQ(DDIGetKeywordOptionString(nullptr, DDI_PAPERSIZE, 0, buf, &len), FALSE);
     len = 0;
     EXPECT_EQ(DDIGetKeywordOptionString(&d.dm, DDI_PAPERSIZE, 0, nullptr, &len), FALSE)
         << "a size query still needs a buffer";
@@ -185,9 +182,14 @@ TEST(DdiSelections, MissingOrShortTablesReadAsAbsent) {
     EXPECT_EQ(DDIGetKeywordOptionTranslation(&d.dm, DDI_RESOLUTION, 0, buf, &len), FALSE);
     EXPECT_EQ(len, 0u);
 
+    // No configuration, a block too small for one, a handle of nothing, one never filled.
     HGLOBAL small = GlobalAlloc(GHND, 16), empty = GlobalAlloc(GHND, CFGINFO_SIZE);
-    for (HGLOBAL h : {small, HGLOBAL(0xDEADBEEF), empty}) {
+    for (HGLOBAL h : {HGLOBAL(0), small, HGLOBAL(0xDEADBEEF), empty}) {
         DevMode f = MakeDevMode(h);
+        WCHAR text[4];
+        len = 4;
+        EXPECT_EQ(DDIGetKeywordOptionString(&f.dm, DDI_PAPERSIZE, 0, text, &len), h != 0);
+        EXPECT_EQ(len, h ? 0u : 4u) << "any handle is a list with no text";
         for (const FamilyCase &fam : kFamilies) {
             EXPECT_EQ(DDIGetKeywordNumOptions(&f.dm, fam.id), 0);
             EXPECT_EQ(DDIGetKeywordDefaultOption(&f.dm, fam.id), h == empty ? 0 : -1);
