@@ -95,36 +95,27 @@ TEST(DdiCustomPage, SizesAreLimitedConvertedAndWrittenToTheCustomRow) {
     }
 }
 
-TEST(DdiCustomPage, WithoutACustomPaperOnlyTheRecordTakesTheSize) {
+TEST(DdiCustomPage, WithoutAUsableCustomRowNoRowIsWritten) {
     ScopedConfig cfg(SamplePrinter());
-    DevMode d = MakeDevMode(cfg.h);
-    const Row row = CustomRow(cfg.h); // row 4 is an ordinary paper now
+    DevMode d = MakeDevMode(cfg.h), before = d;
+    const Row row = CustomRow(cfg.h);
+    // A custom row past the table, or a table that won't lock: refused, nothing changes.
+    EditConfig(cfg.h, [](CFGINFO &c) { c.nCustomPaper = 5; });
+    EXPECT_EQ(DDISetCustomPageSize(&d.dm, 5000, 5000), 0);
+    SetCustomSizeFields(&d.dm, nullptr);
+    EditConfig(cfg.h, [](CFGINFO &c) { c.nCustomPaper = 4; });
+    q417::mem::FailLock(2); // the dimension table
+    EXPECT_EQ(DDISetCustomPageSize(&d.dm, 5000, 5000), 0);
+    q417::mem::FailLock(0);
+    EXPECT_EQ(std::memcmp(&d, &before, sizeof d), 0);
+    // No custom paper: only the record takes the size, and a paper with id 256 brings none.
     EditConfig(cfg.h, [](CFGINFO &c) { c.nCustomPaper = -1; });
     EXPECT_EQ(DDISetCustomPageSize(&d.dm, 5000, 99999), 1);
     EXPECT_EQ(d.dm.wCustWidth, 5000);
     EXPECT_EQ(d.dm.dmPaperWidth, 1763);
     EXPECT_EQ(d.dm.wCustHeight, 12960);
-    // A paper with id 256 then brings no size along.
     EXPECT_EQ(DDISetPaperSize(&d.dm, 4), 1);
-    EXPECT_EQ(d.dm.dmPaperSize, 256);
     EXPECT_EQ(d.dm.wCustWidth, 5000);
-    EditConfig(cfg.h, [](CFGINFO &c) { c.nCustomPaper = 4; });
-    EXPECT_EQ(CustomRow(cfg.h), row) << "no row touched";
-}
-
-TEST(DdiCustomPage, RefusalsChangeNothing) {
-    ScopedConfig cfg(SamplePrinter());
-    DevMode d = MakeDevMode(cfg.h), before = d, bare = MakeDevMode(0);
-    const Row row = CustomRow(cfg.h);
-    q417::mem::FailLock(2); // the dimension table
-    EXPECT_EQ(DDISetCustomPageSize(&d.dm, 5000, 5000), 0);
-    q417::mem::FailLock(0);
-    EditConfig(cfg.h, [](CFGINFO &c) { c.nCustomPaper = 5; }); // past the table
-    EXPECT_EQ(DDISetCustomPageSize(&d.dm, 5000, 5000), 0);
-    SetCustomSizeFields(&d.dm, nullptr);
-    EXPECT_EQ(DDISetCustomPageSize(nullptr, 5000, 5000), 0);
-    EXPECT_EQ(DDISetCustomPageSize(&bare.dm, 5000, 5000), 0);
-    EXPECT_EQ(std::memcmp(&d, &before, sizeof d), 0);
     EditConfig(cfg.h, [](CFGINFO &c) { c.nCustomPaper = 4; });
     EXPECT_EQ(CustomRow(cfg.h), row);
 }

@@ -94,7 +94,6 @@ TEST(DdiDevMode, StartupAndShutdownOwnOnlyTheWorkingBlock) {
     {
         auto *cfg = static_cast<CFGINFO *>(GlobalLock(work));
         cfg->hPaperNames = GlobalAlloc(GHND, 64);
-        cfg->hMediaCmds = GlobalAlloc(GHND, 64);
         cfg->hPlugIn = GlobalAlloc(GHND, 64);
         GlobalUnlock(work);
     }

@@ -159,7 +159,6 @@ TEST(DdiGetString, TextIdsAnswerAsGetStringDoes) {
 TEST(DdiSmallCalls, SetStringDialogResultAndCustomData) {
     DevMode d = MakeDevMode();
     const WCHAR text[] = u"Arial=Helvetica";
-    EXPECT_EQ(DDISetString(&d.dm, DDI_STR_FONTSUBST, text, 15), TRUE);
     EXPECT_EQ(DDISetString(&d.dm, DDI_STR_FONTSUBST, text, 0), FALSE);
     EXPECT_EQ(DDISetString(&d.dm, DDI_STR_DEVICENAME, text, 15), FALSE);
 

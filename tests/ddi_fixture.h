@@ -39,14 +39,12 @@ struct PrinterDesc {
     INT customPaper = -1;
     // min w, min h, max w, max h, def w, def h, margins l t r b
     std::array<DWORD, 10> custLimits = {};
-    BYTE langId = 9, measUnits = 0;
-    std::u16string plugIn;
-    std::string model;
 };
 
 // A printer with every family filled, one custom paper and texts of the awkward lengths: a
 // 40-character paper name, a 24-character tray key, papers without a translation. The margins
-// differ between the halves, so a wrong half shows.
+// differ between the halves, so a wrong half shows. BuildConfig adds the plug-in QMPLUG.DLL,
+// the model "Lindgate ColorLaser 417", language 7 and measurement units 1.
 inline PrinterDesc SamplePrinter() {
     PrinterDesc s;
     s.papers = {{u"Letter", u"Letter 8.5 x 11 in"},
@@ -81,10 +79,6 @@ inline PrinterDesc SamplePrinter() {
     s.res = {{u"300dpi", u"300 x 300 dpi"}, {u"600dpi", u"600 x 600 dpi"}, {u"1200x600", u""}};
     s.resValues = {{300, 300}, {600, 600}, {1200, 600}};
     s.defRes = 1;
-    s.langId = 7;
-    s.measUnits = 1;
-    s.plugIn = u"QMPLUG.DLL";
-    s.model = "Lindgate ColorLaser 417";
     return s;
 }
 
@@ -122,13 +116,12 @@ inline HGLOBAL WideTable(const std::vector<Option> &rows, bool keys, Widths w, D
 inline HGLOBAL BuildConfig(const PrinterDesc &s, Widths w) {
     CFGINFO c{};
     c.wVersion = s.version;
-    c.bLangID = s.langId;
-    c.bMeasUnits = s.measUnits;
+    c.bLangID = 7;
+    c.bMeasUnits = 1;
     auto family = [&](const std::vector<Option> &rows, DWORD copyWidth, HGLOBAL &hKeys,
                       DWORD &cchKey, HGLOBAL &hNames, DWORD &cchName, DWORD &n, INT &def, INT d) {
         n = DWORD(rows.size());
         def = d;
-        if (rows.empty()) return;
         hKeys = WideTable(rows, true, w, copyWidth, cchKey);
         hNames = WideTable(rows, false, w, copyWidth, cchName);
     };
@@ -152,12 +145,9 @@ inline HGLOBAL BuildConfig(const PrinterDesc &s, Widths w) {
     c.hPaperDims = Block(d.data(), d.size() * sizeof(PaperDims));
     std::memcpy(&c.dwCustMinWidth, s.custLimits.data(), sizeof s.custLimits);
     c.nCustomPaper = s.customPaper;
-    std::u16string p = s.plugIn;
-    p.resize(32, u'\0');
-    c.hPlugIn = Block(p.data(), 64);
-    std::string m = s.model;
-    m.resize(32, '\0');
-    c.hModelName = Block(m.data(), 32);
+    const char16_t plugIn[32] = u"QMPLUG.DLL";
+    c.hPlugIn = Block(plugIn, sizeof plugIn);
+    c.hModelName = Block("Lindgate ColorLaser 417\0\0\0\0\0\0\0\0", 32);
     return Block(&c, sizeof c);
 }
 
