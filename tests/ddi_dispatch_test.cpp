@@ -9,6 +9,7 @@
 
 #include <cstring>
 #include <iterator>
+#include <vector>
 
 using namespace ddi_test;
 
@@ -35,33 +36,20 @@ struct ReadOnly {
     DWORD id, get, getNoConfig;
 };
 const ReadOnly kReadOnly[] = {
-    {DDI_SESSION, 0x5E55, 0x5E55},
-    {27, kNone, kNone},
-    {37, kNone, kNone},
-    {38, kNone, kNone},
-    {39, kNone, kNone},
-    {DDI_JOBSTATUS, 6, 6},
+    {DDI_SESSION, 0x5E55, 0x5E55}, {DDI_JOBSTATUS, 6, 6},
     {DDI_CURRENTPAGE, 7, 7}, // from the job record
-    {DDI_CUSTOMPAPER, 0, 0},
-    {DDI_CUSTMINWIDTH, 2160, kNone},
-    {DDI_CUSTMINHEIGHT, 3600, kNone},
-    {DDI_CUSTMAXWIDTH, 8640, kNone},
-    {DDI_CUSTMAXHEIGHT, 12960, kNone},
-    {DDI_CUSTDEFWIDTH, 6120, kNone},
-    {DDI_CUSTDEFHEIGHT, 7920, kNone},
-    {DDI_CUSTMARGINLEFT, 100, kNone},
-    {DDI_CUSTMARGINTOP, 200, kNone},
-    {DDI_CUSTMARGINRIGHT, 300, kNone},
-    {DDI_CUSTMARGINBOTTOM, 400, kNone},
-    {DDI_LANGVERSION, 7, 9},
-    {DDI_MEASUNITS, 1, 0},
-    {DDI_PRINTERHANDLE, 0x1234, 0x1234},
+    {DDI_CUSTOMPAPER, 0, 0},       {DDI_LANGVERSION, 7, 9},
+    {DDI_MEASUNITS, 1, 0},         {DDI_PRINTERHANDLE, 0x1234, 0x1234},
     {DDI_TTCOUNT, 0, 0},
 };
 
 TEST(DdiDispatch, ReadOnlyIdsReadTheirFieldAndRefuseToWrite) {
-    ScopedConfig cfg(SamplePrinter(), Widths::Copy);
-    for (const ReadOnly &c : kReadOnly) {
+    const PrinterDesc desc = SamplePrinter();
+    ScopedConfig cfg(desc, Widths::Copy);
+    std::vector<ReadOnly> ids(std::begin(kReadOnly), std::end(kReadOnly));
+    for (DWORD k = 0; k < 10; ++k) // the custom paper's limits, in their order
+        ids.push_back({DDI_CUSTMINWIDTH + k, desc.custLimits[k], kNone});
+    for (const ReadOnly &c : ids) {
         SCOPED_TRACE(testing::Message() << "id " << c.id);
         DevMode d = KnownRecord(cfg.h), before = d;
         EXPECT_EQ(DDIGetDWord(&d.dm, c.id), c.get);
@@ -78,10 +66,11 @@ TEST(DdiDispatch, ReadOnlyIdsReadTheirFieldAndRefuseToWrite) {
     EXPECT_EQ(std::memcmp(&d, &before, sizeof d), 0);
 }
 
+// Ids outside the table and in its gaps (27, 37 to 39).
 TEST(DdiDispatch, IdsOutsideTheTableNullRecordsAndForeignSizes) {
     ScopedConfig cfg(SamplePrinter());
     DevMode d = KnownRecord(cfg.h), before = d;
-    for (DWORD id : {0u, 8u, 76u, 0x80000000u, 0xFFFFFFFFu}) {
+    for (DWORD id : {0u, 8u, 27u, 37u, 38u, 39u, 76u, 0x80000000u, 0xFFFFFFFFu}) {
         EXPECT_EQ(DDIGetDWord(&d.dm, id), kNone) << id;
         EXPECT_EQ(DDISetDWord(&d.dm, id, 1), 0u) << id;
         EXPECT_EQ(DDIGetDWord(nullptr, id + 9), kNone);

@@ -60,30 +60,6 @@ INSTANTIATE_TEST_SUITE_P(Layouts, Selections, testing::Values(Widths::Pdd, Width
                                                               : std::string("CopyWidths");
                          });
 
-TEST(DdiKeywords, IdsOutsideTheListsAndMissingPiecesAnswerAsTheirCallSays) {
-    ScopedConfig cfg(SamplePrinter());
-    DevMode d = MakeDevMode(cfg.h);
-    WCHAR buf[4];
-    DWORD len = 4;
-    for (DWORD id : {9u, 11u, 16u, 21u, 0xFFFFFFFFu}) {
-        EXPECT_EQ(DDIGetKeywordNumOptions(&d.dm, id), -1) << id;
-        EXPECT_EQ(DDIGetKeywordDefaultOption(&d.dm, id), -1);
-        EXPECT_EQ(DDIGetKeywordOptionString(&d.dm, id, 0, buf, &len), FALSE);
-        EXPECT_EQ(DDIGetKeywordOptionTranslation(&d.dm, id, 0, buf, &len), FALSE);
-        EXPECT_EQ(len, 4u) << "length untouched";
-    }
-    // No record: 0 options, no default, no text.
-    EXPECT_EQ(DDIGetKeywordNumOptions(nullptr, DDI_PAPERSIZE), 0);
-    EXPECT_EQ(DDIGetKeywordDefaultOption(nullptr, DDI_PAPERSIZE), -1);
-    EXPECT_EQ(DDIGetKeywordOptionString(nullptr, DDI_PAPERSIZE, 0, buf, &len), FALSE);
-    len = 0;
-    EXPECT_EQ(DDIGetKeywordOptionString(&d.dm, DDI_PAPERSIZE, 0, nullptr, &len), FALSE)
-        << "a size query still needs a buffer";
-    len = 0x80000000u; // a capacity that reads as negative
-    EXPECT_EQ(DDIGetKeywordOptionString(&d.dm, DDI_PAPERSIZE, 0, buf, &len), TRUE);
-    EXPECT_EQ(len, 0u);
-}
-
 TEST(DdiSelections, SettingARowKeepsWindowsIdAndRowInStep) {
     const PrinterDesc desc = SamplePrinter();
     ScopedConfig cfg(desc, Widths::Copy);
@@ -147,18 +123,37 @@ TEST(DdiSelections, PaperDimensionsFollowTheOrientationNotTheTurn) {
     }
 }
 
-// Tables shorter than their counts, blocks that aren't a CFGINFO and one never filled: what
-// lies past a block reads as absent.
+// Keyword ids of no list, tables shorter than their counts, blocks that aren't a CFGINFO and
+// one never filled: what isn't there reads as absent.
 TEST(DdiSelections, MissingOrShortTablesReadAsAbsent) {
     ScopedConfig cfg(SamplePrinter());
+    DevMode d = MakeDevMode(cfg.h);
+    WCHAR buf[8];
+    DWORD len = 8;
+    // Ids that name no list; the length is left alone.
+    for (DWORD id : {9u, 11u, 16u, 21u, 0xFFFFFFFFu}) {
+        EXPECT_EQ(DDIGetKeywordNumOptions(&d.dm, id), -1) << id;
+        EXPECT_EQ(DDIGetKeywordDefaultOption(&d.dm, id), -1);
+        EXPECT_EQ(DDIGetKeywordOptionString(&d.dm, id, 0, buf, &len), FALSE);
+        EXPECT_EQ(DDIGetKeywordOptionTranslation(&d.dm, id, 0, buf, &len), FALSE);
+        EXPECT_EQ(len, 8u);
+    }
+    EXPECT_EQ(DDIGetKeywordNumOptions(nullptr, DDI_PAPERSIZE), 0);
+    EXPECT_EQ(DDIGetKeywordDefaultOption(nullptr, DDI_PAPERSIZE), -1);
+    EXPECT_EQ(DDIGetKeywordOptionString(nullptr, DDI_PAPERSIZE, 0, buf, &len), FALSE);
+    len = 0;
+    EXPECT_EQ(DDIGetKeywordOptionString(&d.dm, DDI_PAPERSIZE, 0, nullptr, &len), FALSE)
+        << "a size query still needs a buffer";
+    len = 0x80000000u; // a capacity that reads as negative
+    EXPECT_EQ(DDIGetKeywordOptionString(&d.dm, DDI_PAPERSIZE, 0, buf, &len), TRUE);
+    EXPECT_EQ(len, 0u);
+
     EditConfig(cfg.h, [](CFGINFO &c) {
         c.nPapers = 1000; // the tables hold 5 rows
         c.nTrays = 0x7FFFFFFF;
         c.cchResName = 0x40000000; // one row would be 2 GiB
     });
-    DevMode d = MakeDevMode(cfg.h);
-    WCHAR buf[8];
-    DWORD len = 8;
+    len = 8;
     EXPECT_EQ(DDIGetKeywordOptionString(&d.dm, DDI_PAPERSIZE, 4, buf, &len), TRUE);
     EXPECT_EQ(len, 7u) << "rows inside the block still read";
     for (INT i : {-1, 5, 999, INT_MIN}) {
