@@ -112,7 +112,7 @@ inline HGLOBAL WideTable(const std::vector<Option> &rows, bool keys, Widths w, D
     return Block(cells.data(), cells.size() * 2);
 }
 
-// Builds the CFGINFO block with its tables; free it with FreeConfig.
+// Builds the CFGINFO block with its tables; ScopedConfig frees both.
 inline HGLOBAL BuildConfig(const PrinterDesc &s, Widths w) {
     CFGINFO c{};
     c.wVersion = s.version;
