@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -28,7 +29,7 @@ struct PaperDims {
     DWORD width, height, left, top, imageWidth, imageHeight;
 };
 
-struct Spec {
+struct PrinterDesc {
     WORD version = CFGINFO_VERSION;
     std::vector<Option> papers, media, trays, dests, res;
     std::vector<WORD> paperIds, trayIds;
@@ -36,16 +37,16 @@ struct Spec {
     std::vector<std::pair<DWORD, DWORD>> resValues;
     INT defPaper = 0, defMedia = 0, defTray = 0, defDest = 0, defRes = 0;
     INT customPaper = -1;
-    DWORD custLimits[10] = {}; // min w, min h, max w, max h, def w, def h, margins l t r b
-    BYTE langId = 9, measUnits = 0;
-    std::u16string plugIn;
-    std::string model;
+    // min w, min h, max w, max h, def w, def h, margins l t r b
+    std::array<DWORD, 10> custLimits = {};
 };
 
 // A printer with every family filled, one custom paper and texts of the awkward lengths: a
-// 40-character paper name, a 24-character tray key, papers without a translation.
-inline Spec SamplePrinter() {
-    Spec s;
+// 40-character paper name, a 24-character tray key, papers without a translation. The margins
+// differ between the halves, so a wrong half shows. BuildConfig adds the plug-in QMPLUG.DLL,
+// the model "Lindgate ColorLaser 417", language 7 and measurement units 1.
+inline PrinterDesc SamplePrinter() {
+    PrinterDesc s;
     s.papers = {{u"Letter", u"Letter 8.5 x 11 in"},
                 {u"A4", u""},
                 {u"Legal", u"Legal 8.5 x 14 in"},
@@ -62,22 +63,11 @@ inline Spec SamplePrinter() {
                    {6120, 10080, 180, 60, 5760, 9960},
                    {2970, 6840, 200, 100, 2570, 6640},
                    {6120, 7920, 50, 150, 6020, 7620}};
-    s.defPaper = 0;
     s.customPaper = 4;
-    s.custLimits[0] = 2160; // 3 in
-    s.custLimits[1] = 3600; // 5 in
-    s.custLimits[2] = 8640; // 12 in
-    s.custLimits[3] = 12960;
-    s.custLimits[4] = 6120;
-    s.custLimits[5] = 7920;
-    s.custLimits[6] = 100;
-    s.custLimits[7] = 200;
-    s.custLimits[8] = 300;
-    s.custLimits[9] = 400;
+    s.custLimits = {2160, 3600, 8640, 12960, 6120, 7920, 100, 200, 300, 400};
     s.media = {{u"Plain", u"Plain paper"},
                {u"Transparency", u""},
                {u"HeavyGlossy", u"Heavy glossy paper 163-220 g/m2"}}; // cut to 24 in a copy
-    s.defMedia = 0;
     s.trays = {{u"Upper", u"Upper tray"},
                {u"Lower", u"Lower tray"},
                {u"LargeCapacityFeederUnit2", u"Large capacity feeder"}, // 24 characters
@@ -89,104 +79,76 @@ inline Spec SamplePrinter() {
     s.res = {{u"300dpi", u"300 x 300 dpi"}, {u"600dpi", u"600 x 600 dpi"}, {u"1200x600", u""}};
     s.resValues = {{300, 300}, {600, 600}, {1200, 600}};
     s.defRes = 1;
-    s.langId = 7;
-    s.measUnits = 1;
-    s.plugIn = u"QMPLUG.DLL";
-    s.model = "Lindgate ColorLaser 417";
     return s;
 }
 
-// The width a table gets: the longest text plus 1, or the copy's fixed width.
-inline DWORD TableWidth(const std::vector<Option> &rows, bool keys, Widths w, DWORD copyWidth) {
-    if (w == Widths::Copy) return copyWidth;
-    size_t longest = 0;
-    for (const Option &o : rows) longest = std::max(longest, (keys ? o.key : o.display()).size());
-    return static_cast<DWORD>(longest + 1);
-}
-
 inline HGLOBAL Block(const void *data, size_t size) {
+    if (size == 0) return 0;
     HGLOBAL h = GlobalAlloc(GHND, size);
-    if (h && data) {
+    if (h) {
         std::memcpy(GlobalLock(h), data, size);
         GlobalUnlock(h);
     }
     return h;
 }
 
-// Rows of a fixed width; a text as long as its row or longer keeps no terminator.
-inline HGLOBAL WideTable(const std::vector<Option> &rows, bool keys, DWORD width) {
-    if (rows.empty()) return 0;
-    std::vector<WCHAR> cells(rows.size() * width, 0);
-    for (size_t r = 0; r < rows.size(); ++r) {
-        const std::u16string &t = keys ? rows[r].key : rows[r].display();
-        std::memcpy(&cells[r * width], t.data(), std::min<size_t>(t.size(), width) * 2);
+// Rows of a fixed width: the longest text plus 1, or the copy's width. A text as long as its
+// row or longer keeps no terminator.
+inline HGLOBAL WideTable(const std::vector<Option> &rows, bool keys, Widths w, DWORD copyWidth,
+                         DWORD &width) {
+    auto text = [&](const Option &o) -> const std::u16string & {
+        return keys ? o.key : o.display();
+    };
+    width = copyWidth;
+    if (w == Widths::Pdd) {
+        size_t longest = 0;
+        for (const Option &o : rows) longest = std::max(longest, text(o).size());
+        width = DWORD(longest + 1);
     }
+    std::vector<WCHAR> cells(rows.size() * width, 0);
+    for (size_t r = 0; r < rows.size(); ++r)
+        std::memcpy(&cells[r * width], text(rows[r]).data(),
+                    std::min<size_t>(text(rows[r]).size(), width) * 2);
     return Block(cells.data(), cells.size() * 2);
 }
 
-// Builds the CFGINFO block with its tables; free it with FreeConfig.
-inline HGLOBAL BuildConfig(const Spec &s, Widths w) {
+// Builds the CFGINFO block with its tables; ScopedConfig frees both.
+inline HGLOBAL BuildConfig(const PrinterDesc &s, Widths w) {
     CFGINFO c{};
     c.wVersion = s.version;
-    c.bLangID = s.langId;
-    c.bMeasUnits = s.measUnits;
-
+    c.bLangID = 7;
+    c.bMeasUnits = 1;
     auto family = [&](const std::vector<Option> &rows, DWORD copyWidth, HGLOBAL &hKeys,
-                      DWORD &cchKey, HGLOBAL &hNames, DWORD &cchName) {
-        if (rows.empty()) return;
-        cchKey = TableWidth(rows, true, w, copyWidth);
-        cchName = TableWidth(rows, false, w, copyWidth);
-        hKeys = WideTable(rows, true, cchKey);
-        hNames = WideTable(rows, false, cchName);
+                      DWORD &cchKey, HGLOBAL &hNames, DWORD &cchName, DWORD &n, INT &def, INT d) {
+        n = DWORD(rows.size());
+        def = d;
+        hKeys = WideTable(rows, true, w, copyWidth, cchKey);
+        hNames = WideTable(rows, false, w, copyWidth, cchName);
     };
-    family(s.papers, 64, c.hPaperKeys, c.cchPaperKey, c.hPaperNames, c.cchPaperName);
-    family(s.media, 24, c.hMediaKeys, c.cchMediaKey, c.hMediaNames, c.cchMediaName);
-    family(s.trays, 24, c.hTrayKeys, c.cchTrayKey, c.hTrayNames, c.cchTrayName);
-    family(s.dests, 24, c.hDestKeys, c.cchDestKey, c.hDestNames, c.cchDestName);
-    family(s.res, 24, c.hResKeys, c.cchResKey, c.hResNames, c.cchResName);
-    c.nPapers = DWORD(s.papers.size());
-    c.nMedia = DWORD(s.media.size());
-    c.nTrays = DWORD(s.trays.size());
-    c.nDests = DWORD(s.dests.size());
-    c.nResolutions = DWORD(s.res.size());
-    c.nDefaultPaper = s.defPaper;
-    c.nDefaultMedia = s.defMedia;
-    c.nDefaultTray = s.defTray;
-    c.nDefaultDest = s.defDest;
-    c.nDefaultRes = s.defRes;
-
-    if (!s.paperIds.empty()) c.hPaperIDs = Block(s.paperIds.data(), s.paperIds.size() * 2);
-    if (!s.trayIds.empty()) c.hTrayIDs = Block(s.trayIds.data(), s.trayIds.size() * 2);
-    if (!s.resValues.empty()) {
-        std::vector<DWORD> v;
-        for (auto [x, y] : s.resValues) v.insert(v.end(), {x, y});
-        c.hResValues = Block(v.data(), v.size() * 4);
-    }
-    if (!s.portrait.empty()) {
-        std::vector<PaperDims> d = s.portrait;
-        if (s.version > 8) d.insert(d.end(), s.landscape.begin(), s.landscape.end());
-        c.hPaperDims = Block(d.data(), d.size() * sizeof(PaperDims));
-    }
-    std::memcpy(&c.dwCustMinWidth, s.custLimits, sizeof s.custLimits);
+    family(s.papers, 64, c.hPaperKeys, c.cchPaperKey, c.hPaperNames, c.cchPaperName, c.nPapers,
+           c.nDefaultPaper, s.defPaper);
+    family(s.media, 24, c.hMediaKeys, c.cchMediaKey, c.hMediaNames, c.cchMediaName, c.nMedia,
+           c.nDefaultMedia, s.defMedia);
+    family(s.trays, 24, c.hTrayKeys, c.cchTrayKey, c.hTrayNames, c.cchTrayName, c.nTrays,
+           c.nDefaultTray, s.defTray);
+    family(s.dests, 24, c.hDestKeys, c.cchDestKey, c.hDestNames, c.cchDestName, c.nDests,
+           c.nDefaultDest, s.defDest);
+    family(s.res, 24, c.hResKeys, c.cchResKey, c.hResNames, c.cchResName, c.nResolutions,
+           c.nDefaultRes, s.defRes);
+    c.hPaperIDs = Block(s.paperIds.data(), s.paperIds.size() * 2);
+    c.hTrayIDs = Block(s.trayIds.data(), s.trayIds.size() * 2);
+    std::vector<DWORD> v;
+    for (auto [x, y] : s.resValues) v.insert(v.end(), {x, y});
+    c.hResValues = Block(v.data(), v.size() * 4);
+    std::vector<PaperDims> d = s.portrait;
+    if (s.version > 8) d.insert(d.end(), s.landscape.begin(), s.landscape.end());
+    c.hPaperDims = Block(d.data(), d.size() * sizeof(PaperDims));
+    std::memcpy(&c.dwCustMinWidth, s.custLimits.data(), sizeof s.custLimits);
     c.nCustomPaper = s.customPaper;
-    if (!s.plugIn.empty()) {
-        std::u16string p = s.plugIn;
-        p.resize(32, u'\0');
-        c.hPlugIn = Block(p.data(), 64);
-    }
-    if (!s.model.empty()) {
-        std::string m = s.model;
-        m.resize(32, '\0');
-        c.hModelName = Block(m.data(), 32);
-    }
+    const char16_t plugIn[32] = u"QMPLUG.DLL";
+    c.hPlugIn = Block(plugIn, sizeof plugIn);
+    c.hModelName = Block("Lindgate ColorLaser 417\0\0\0\0\0\0\0\0", 32);
     return Block(&c, sizeof c);
-}
-
-inline void FreeConfig(HGLOBAL h) {
-    if (!h) return;
-    FreeConfigTables(static_cast<CFGINFO *>(GlobalLock(h)));
-    GlobalUnlock(h);
-    GlobalFree(h);
 }
 
 // Runs f on the locked CFGINFO behind h.
@@ -220,8 +182,11 @@ inline DevMode MakeDevMode(HGLOBAL hConfig = 0) {
 // A configuration for the length of a test.
 struct ScopedConfig {
     HGLOBAL h;
-    explicit ScopedConfig(const Spec &s, Widths w = Widths::Pdd) : h(BuildConfig(s, w)) {}
-    ~ScopedConfig() { FreeConfig(h); }
+    explicit ScopedConfig(const PrinterDesc &s, Widths w = Widths::Pdd) : h(BuildConfig(s, w)) {}
+    ~ScopedConfig() {
+        EditConfig(h, [](CFGINFO &c) { FreeConfigTables(&c); });
+        GlobalFree(h);
+    }
     ScopedConfig(const ScopedConfig &) = delete;
     ScopedConfig &operator=(const ScopedConfig &) = delete;
 };
@@ -230,31 +195,24 @@ constexpr WCHAR kPoison = 0xBEEF;
 
 using TextCall = BOOL (*)(DDIDEVMODE *, DWORD, INT, WCHAR *, DWORD *);
 
-// Asks for the size, then fetches with an exact fit and one short; checks nothing lands past
-// what the length reports.
+// Capacity 0 asks for the size and writes nothing; the exact size fits; one short cuts the
+// last character. Nothing lands past what the length reports.
 inline void CheckText(DDIDEVMODE *dm, TextCall call, BOOL expectResult, DWORD id, INT index,
                       const std::u16string &want) {
-    SCOPED_TRACE(testing::Message() << "id " << id << " index " << index);
     const DWORD n = DWORD(want.size() + 1);
-    WCHAR buf[80];
-    std::fill(std::begin(buf), std::end(buf), kPoison);
-    DWORD len = 0;
-    EXPECT_EQ(call(dm, id, index, buf, &len), expectResult);
-    EXPECT_EQ(len, n) << "size query";
-    EXPECT_EQ(buf[0], kPoison) << "a size query writes nothing";
-
-    len = n;
-    EXPECT_EQ(call(dm, id, index, buf, &len), expectResult);
-    EXPECT_EQ(len, n);
-    EXPECT_EQ(std::u16string(buf), want);
-    EXPECT_EQ(buf[n], kPoison);
-
-    std::fill(std::begin(buf), std::end(buf), kPoison);
-    len = n - 1;
-    EXPECT_EQ(call(dm, id, index, buf, &len), expectResult);
-    EXPECT_EQ(len, n - 1) << "a cut text returns the capacity";
-    EXPECT_EQ(std::u16string(buf), want.substr(0, n - 2));
-    EXPECT_EQ(buf[n - 1], kPoison);
+    for (DWORD capacity : {0u, n, n - 1}) {
+        SCOPED_TRACE(testing::Message()
+                     << "id " << id << " index " << index << " capacity " << capacity);
+        WCHAR buf[80];
+        std::fill(std::begin(buf), std::end(buf), kPoison);
+        DWORD len = capacity;
+        EXPECT_EQ(call(dm, id, index, buf, &len), expectResult);
+        EXPECT_EQ(len, capacity ? capacity : n);
+        if (capacity) {
+            EXPECT_EQ(std::u16string(buf), want.substr(0, capacity - 1));
+        }
+        EXPECT_EQ(buf[capacity], kPoison);
+    }
 }
 
 } // namespace ddi_test

@@ -13,31 +13,33 @@ using namespace ddi_test;
 
 namespace {
 
+constexpr DWORD kNone = 0xFFFFFFFFu;
+
 struct FamilyCase {
     DWORD id;
-    const std::vector<Option> Spec::*options;
-    INT Spec::*def;
+    const std::vector<Option> PrinterDesc::*options;
+    INT PrinterDesc::*def;
     DWORD copyWidth;
 };
 const FamilyCase kFamilies[] = {
-    {DDI_PAPERSIZE, &Spec::papers, &Spec::defPaper, 64},
-    {DDI_MEDIATYPE, &Spec::media, &Spec::defMedia, 24},
-    {DDI_PAPERSOURCE, &Spec::trays, &Spec::defTray, 24},
-    {DDI_PAPERDEST, &Spec::dests, &Spec::defDest, 24},
-    {DDI_RESOLUTION, &Spec::res, &Spec::defRes, 24},
+    {DDI_PAPERSIZE, &PrinterDesc::papers, &PrinterDesc::defPaper, 64},
+    {DDI_MEDIATYPE, &PrinterDesc::media, &PrinterDesc::defMedia, 24},
+    {DDI_PAPERSOURCE, &PrinterDesc::trays, &PrinterDesc::defTray, 24},
+    {DDI_PAPERDEST, &PrinterDesc::dests, &PrinterDesc::defDest, 24},
+    {DDI_RESOLUTION, &PrinterDesc::res, &PrinterDesc::defRes, 24},
 };
 
 class Selections : public testing::TestWithParam<Widths> {};
 
 TEST_P(Selections, EveryListEnumeratesWithSizeQueriesCutTextsAndBadIndices) {
-    Spec spec = SamplePrinter();
-    ScopedConfig cfg(spec, GetParam());
+    const PrinterDesc desc = SamplePrinter();
+    ScopedConfig cfg(desc, GetParam());
     DevMode d = MakeDevMode(cfg.h);
     for (const FamilyCase &f : kFamilies) {
-        const std::vector<Option> &opts = spec.*f.options;
+        const std::vector<Option> &opts = desc.*f.options;
         SCOPED_TRACE(testing::Message() << "keyword " << f.id);
         EXPECT_EQ(DDIGetKeywordNumOptions(&d.dm, f.id), INT(opts.size()));
-        EXPECT_EQ(DDIGetKeywordDefaultOption(&d.dm, f.id), spec.*f.def);
+        EXPECT_EQ(DDIGetKeywordDefaultOption(&d.dm, f.id), desc.*f.def);
         for (INT i = 0; i < INT(opts.size()); ++i) {
             // A copy cuts each row to its width and keeps no terminator in a full row.
             DWORD cut = GetParam() == Widths::Copy ? f.copyWidth : 1000;
@@ -45,16 +47,10 @@ TEST_P(Selections, EveryListEnumeratesWithSizeQueriesCutTextsAndBadIndices) {
             CheckText(&d.dm, DDIGetKeywordOptionTranslation, FALSE, f.id, i,
                       opts[i].display().substr(0, cut));
         }
-        for (INT bad : {INT(opts.size()), -1, INT_MIN, INT_MAX}) {
-            WCHAR buf[8] = {kPoison};
-            DWORD len = 8;
-            EXPECT_EQ(DDIGetKeywordOptionString(&d.dm, f.id, bad, buf, &len), TRUE) << bad;
-            EXPECT_EQ(len, 0u);
-            len = 8;
-            EXPECT_EQ(DDIGetKeywordOptionTranslation(&d.dm, f.id, bad, buf, &len), FALSE);
-            EXPECT_EQ(len, 0u);
-            EXPECT_EQ(buf[0], kPoison);
-        }
+        WCHAR buf[8];
+        DWORD len = 8;
+        EXPECT_EQ(DDIGetKeywordOptionString(&d.dm, f.id, INT(opts.size()), buf, &len), TRUE);
+        EXPECT_EQ(len, 0u) << "one past the last row";
     }
 }
 
@@ -64,226 +60,137 @@ INSTANTIATE_TEST_SUITE_P(Layouts, Selections, testing::Values(Widths::Pdd, Width
                                                               : std::string("CopyWidths");
                          });
 
-TEST(DdiKeywords, IdsOutsideTheListsAndMissingPiecesAnswerAsTheirCallSays) {
-    ScopedConfig cfg(SamplePrinter());
-    DevMode d = MakeDevMode(cfg.h);
-    for (DWORD id : {9u, 11u, 16u, 21u, 0u, 0xFFFFFFFFu}) {
-        WCHAR buf[4];
-        DWORD len = 4;
-        EXPECT_EQ(DDIGetKeywordNumOptions(&d.dm, id), -1) << id;
-        EXPECT_EQ(DDIGetKeywordDefaultOption(&d.dm, id), -1);
-        EXPECT_EQ(DDIGetKeywordOptionString(&d.dm, id, 0, buf, &len), FALSE);
-        EXPECT_EQ(DDIGetKeywordOptionTranslation(&d.dm, id, 0, buf, &len), FALSE);
-        EXPECT_EQ(len, 4u) << "length untouched";
-    }
-    // No record or no configuration: 0 options, no default, no text.
-    DevMode bare = MakeDevMode(0);
-    for (DDIDEVMODE *pdm : {static_cast<DDIDEVMODE *>(nullptr), &bare.dm}) {
-        WCHAR buf[4];
-        DWORD len = 4;
-        EXPECT_EQ(DDIGetKeywordNumOptions(pdm, DDI_PAPERSIZE), 0);
-        EXPECT_EQ(DDIGetKeywordDefaultOption(pdm, DDI_PAPERSIZE), -1);
-        EXPECT_EQ(DDIGetKeywordOptionString(pdm, DDI_PAPERSIZE, 0, buf, &len), FALSE);
-        EXPECT_EQ(len, 4u);
-    }
-    DWORD len = 0;
-    WCHAR buf[4];
-    EXPECT_EQ(DDIGetKeywordOptionString(&d.dm, DDI_PAPERSIZE, 0, nullptr, &len), FALSE)
-        << "a size query still needs a buffer";
-    EXPECT_EQ(DDIGetKeywordOptionString(&d.dm, DDI_PAPERSIZE, 0, buf, nullptr), FALSE);
-    len = 0x80000000u; // a capacity that reads as negative
-    EXPECT_EQ(DDIGetKeywordOptionString(&d.dm, DDI_PAPERSIZE, 0, buf, &len), TRUE);
-    EXPECT_EQ(len, 0u);
-}
-
-TEST(DdiKeywords, PrinterWithoutOutputBins) {
-    Spec spec = SamplePrinter();
-    spec.dests.clear();
-    spec.defDest = 0;
-    ScopedConfig cfg(spec);
-    DevMode d = MakeDevMode(cfg.h);
-    WCHAR buf[8];
-    DWORD len = 8;
-    EXPECT_EQ(DDIGetKeywordNumOptions(&d.dm, DDI_PAPERDEST), 0);
-    EXPECT_EQ(DDIGetKeywordDefaultOption(&d.dm, DDI_PAPERDEST), 0) << "which is no row";
-    EXPECT_EQ(DDIGetKeywordOptionString(&d.dm, DDI_PAPERDEST, 0, buf, &len), TRUE);
-    EXPECT_EQ(len, 0u);
-    EXPECT_EQ(DDISetDWord(&d.dm, DDI_PAPERDEST, 3), 1u) << "the bin index is stored unchecked";
-    EXPECT_EQ(DDIGetDWord(&d.dm, DDI_PAPERDEST), 3u);
-}
-
 TEST(DdiSelections, SettingARowKeepsWindowsIdAndRowInStep) {
-    Spec spec = SamplePrinter();
-    ScopedConfig cfg(spec, Widths::Copy);
+    const PrinterDesc desc = SamplePrinter();
+    ScopedConfig cfg(desc, Widths::Copy);
     DevMode d = MakeDevMode(cfg.h);
-    for (DWORD r = 0; r < spec.papers.size(); ++r) {
+    for (DWORD r = 0; r < desc.papers.size(); ++r) {
         ASSERT_EQ(DDISetDWord(&d.dm, DDI_PAPERSIZE, r), 1u);
         EXPECT_EQ(DDIGetDWord(&d.dm, DDI_PAPERSIZE), r);
-        EXPECT_EQ(WORD(d.dm.dmPaperSize), spec.paperIds[r]);
-        EXPECT_EQ(DDIGetDWord(&d.dm, DDI_CUSTOMPAPER), spec.paperIds[r] == 256 ? 1u : 0u);
+        EXPECT_EQ(WORD(d.dm.dmPaperSize), desc.paperIds[r]);
     }
     // The custom row (id 256) brings its size along: 6120 x 7920 decipoints.
+    EXPECT_EQ(DDIGetDWord(&d.dm, DDI_CUSTOMPAPER), 1u);
     EXPECT_EQ(d.dm.wCustWidth, 6120);
     EXPECT_EQ(d.dm.wCustHeight, 7920);
     EXPECT_EQ(d.dm.dmPaperWidth, 2159);
     EXPECT_EQ(d.dm.dmPaperLength, 2794);
-    for (DWORD r = 0; r < spec.trays.size(); ++r) {
+    for (DWORD r = 0; r < desc.trays.size(); ++r) {
         ASSERT_EQ(DDISetDWord(&d.dm, DDI_PAPERSOURCE, r), 1u);
         EXPECT_EQ(DDIGetDWord(&d.dm, DDI_PAPERSOURCE), r);
-        EXPECT_EQ(WORD(d.dm.dmDefaultSource), spec.trayIds[r]);
+        EXPECT_EQ(WORD(d.dm.dmDefaultSource), desc.trayIds[r]);
     }
-    for (DWORD r = 0; r < spec.res.size(); ++r) {
+    for (DWORD r = 0; r < desc.res.size(); ++r) {
         ASSERT_EQ(DDISetDWord(&d.dm, DDI_RESOLUTION, r), 1u);
         EXPECT_EQ(DDIGetDWord(&d.dm, DDI_RESOLUTION), r);
-        EXPECT_EQ(DWORD(d.dm.dmPrintQuality), spec.resValues[r].first);
-        EXPECT_EQ(DWORD(d.dm.dmYResolution), spec.resValues[r].second);
+        EXPECT_EQ(DWORD(d.dm.dmPrintQuality), desc.resValues[r].first);
+        EXPECT_EQ(DWORD(d.dm.dmYResolution), desc.resValues[r].second);
     }
-    // Rows out of range are refused and leave the record as it was.
+    // Rows past each table are refused and leave the record as it was.
     DevMode before = d;
-    for (DWORD id : {DWORD(DDI_PAPERSIZE), DWORD(DDI_PAPERSOURCE), DWORD(DDI_RESOLUTION)})
-        for (DWORD bad : {5u, 4u, 3u, 0xFFFFFFFFu, 0x80000000u, 0x10000u}) {
-            if (id == DDI_PAPERSOURCE && bad == 3u) continue; // the last tray
-            if (id == DDI_PAPERSIZE && bad <= 4u) continue;
-            EXPECT_EQ(DDISetDWord(&d.dm, id, bad), 0u) << id << " " << bad;
-        }
+    const std::pair<DWORD, DWORD> refused[] = {
+        {DDI_PAPERSIZE, 5},     {DDI_PAPERSOURCE, 4},           {DDI_RESOLUTION, 3},
+        {DDI_PAPERSIZE, kNone}, {DDI_PAPERSOURCE, 0x80000000u}, {DDI_RESOLUTION, 0x10000u}};
+    for (const auto &[id, row] : refused)
+        EXPECT_EQ(DDISetDWord(&d.dm, id, row), 0u) << id << " " << row;
     EXPECT_EQ(std::memcmp(&d, &before, sizeof d), 0);
     // Media and bin take any index, cut to 16 bits.
     EXPECT_EQ(DDISetDWord(&d.dm, DDI_MEDIATYPE, 70000), 1u);
     EXPECT_EQ(DDIGetDWord(&d.dm, DDI_MEDIATYPE), 70000u & 0xFFFF);
-    EXPECT_EQ(DDISetDWord(&d.dm, DDI_PAPERDEST, 0xFFFFFFFFu), 1u);
+    EXPECT_EQ(DDISetDWord(&d.dm, DDI_PAPERDEST, kNone), 1u);
     EXPECT_EQ(DDIGetDWord(&d.dm, DDI_PAPERDEST), 0xFFFFu);
 }
 
-TEST(DdiSelections, PaperDimensionsFollowTheOrientation) {
-    Spec spec = SamplePrinter();
-    ScopedConfig cfg(spec);
-    DevMode d = MakeDevMode(cfg.h);
-    const DWORD ids[] = {DDI_PAPERWIDTH, DDI_PAPERHEIGHT, DDI_IMAGELEFT,
-                         DDI_IMAGETOP,   DDI_IMAGEWIDTH,  DDI_IMAGEHEIGHT}; // row order
-    for (DWORD r = 0; r < spec.papers.size(); ++r) {
-        d.dm.wPaperIndex = WORD(r);
-        for (short orient : {1, 2}) {
-            d.dm.dmOrientation = orient;
-            // 180-degree turns don't change the row that is read.
-            for (BYTE rotated : {0, 1}) {
-                d.dm.bRotated = rotated;
-                const PaperDims &p = orient == 2 ? spec.landscape[r] : spec.portrait[r];
-                const DWORD want[] = {p.width, p.height,     p.left,
-                                      p.top,   p.imageWidth, p.imageHeight};
-                for (int k = 0; k < 6; ++k)
-                    EXPECT_EQ(DDIGetDWord(&d.dm, ids[k]), want[k])
-                        << "paper " << r << " orientation " << orient << " id " << ids[k];
+TEST(DdiSelections, PaperDimensionsFollowTheOrientationNotTheTurn) {
+    for (WORD version : {WORD(CFGINFO_VERSION), WORD(8)}) { // 8: only the portrait half
+        PrinterDesc desc = SamplePrinter();
+        desc.version = version;
+        ScopedConfig cfg(desc);
+        DevMode d = MakeDevMode(cfg.h);
+        for (DWORD r = 0; r < desc.papers.size(); ++r) {
+            d.dm.wPaperIndex = WORD(r);
+            for (DWORD code : {0u, 1u, 2u, 3u}) { // 2 and 3: turned by 180 degrees
+                ASSERT_EQ(DDISetDWord(&d.dm, DDI_PAGEORIENT, code), 1u);
+                const PaperDims &p =
+                    (code & 1) && version > 8 ? desc.landscape[r] : desc.portrait[r];
+                const DWORD want[] = {p.width,       p.height, p.imageWidth,
+                                      p.imageHeight, p.left,   p.top}; // in id order
+                for (DWORD k = 0; k < 6; ++k)
+                    EXPECT_EQ(DDIGetDWord(&d.dm, DDI_PAPERWIDTH + k), want[k])
+                        << "version " << version << " paper " << r << " code " << code;
             }
         }
-        EXPECT_EQ(spec.landscape[r].width, spec.portrait[r].width) << "width stays the width";
     }
-    d.dm.dmOrientation = 1;
-    EXPECT_EQ(DDIGetPaperDimensions(&d.dm, 0, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr),
-              1);
-    DWORD w = 77;
-    EXPECT_EQ(DDIGetPaperDimensions(&d.dm, 5, &w, nullptr, nullptr, nullptr, nullptr, nullptr), 0);
-    EXPECT_EQ(DDIGetPaperDimensions(&d.dm, -1, &w, nullptr, nullptr, nullptr, nullptr, nullptr), 0);
-    EXPECT_EQ(w, 77u) << "nothing stored on failure";
-    d.dm.wPaperIndex = 5;
-    for (DWORD id : ids) EXPECT_EQ(DDIGetDWord(&d.dm, id), 0xFFFFFFFFu);
 }
 
-TEST(DdiSelections, VersionEightRecordHasOnlyThePortraitHalf) {
-    Spec spec = SamplePrinter();
-    spec.version = 8;
-    ScopedConfig cfg(spec);
+// Keyword ids of no list, tables shorter than their counts, blocks that aren't a CFGINFO and
+// one never filled: what isn't there reads as absent.
+TEST(DdiSelections, MissingOrShortTablesReadAsAbsent) {
+    ScopedConfig cfg(SamplePrinter());
     DevMode d = MakeDevMode(cfg.h);
-    d.dm.dmOrientation = 2;
-    d.dm.wPaperIndex = 4; // the last row: a landscape offset would read past the block
-    EXPECT_EQ(DDIGetDWord(&d.dm, DDI_IMAGELEFT), spec.portrait[4].left);
-    EXPECT_EQ(DDIGetDWord(&d.dm, DDI_IMAGEHEIGHT), spec.portrait[4].imageHeight);
-}
+    WCHAR buf[8];
+    DWORD len = 8;
+    // Ids that name no list; the length is left alone.
+    for (DWORD id : {9u, 11u, 16u, 21u, 0xFFFFFFFFu}) {
+        EXPECT_EQ(DDIGetKeywordNumOptions(&d.dm, id), -1) << id;
+        EXPECT_EQ(DDIGetKeywordDefaultOption(&d.dm, id), -1);
+        EXPECT_EQ(DDIGetKeywordOptionString(&d.dm, id, 0, buf, &len), FALSE);
+        EXPECT_EQ(DDIGetKeywordOptionTranslation(&d.dm, id, 0, buf, &len), FALSE);
+        EXPECT_EQ(len, 8u);
+    }
+    EXPECT_EQ(DDIGetKeywordNumOptions(nullptr, DDI_PAPERSIZE), 0);
+    EXPECT_EQ(DDIGetKeywordDefaultOption(nullptr, DDI_PAPERSIZE), -1);
+    EXPECT_EQ(DDIGetKeywordOptionString(nullptr, DDI_PAPERSIZE, 0, buf, &len), FALSE);
+    len = 0;
+    EXPECT_EQ(DDIGetKeywordOptionString(&d.dm, DDI_PAPERSIZE, 0, nullptr, &len), FALSE)
+        << "a size query still needs a buffer";
+    len = 0x80000000u; // a capacity that reads as negative
+    EXPECT_EQ(DDIGetKeywordOptionString(&d.dm, DDI_PAPERSIZE, 0, buf, &len), TRUE);
+    EXPECT_EQ(len, 0u);
 
-TEST(DdiSelections, TablesShorterThanTheirCountsAndForeignBlocksReadAsAbsent) {
-    Spec spec = SamplePrinter();
-    ScopedConfig cfg(spec);
     EditConfig(cfg.h, [](CFGINFO &c) {
         c.nPapers = 1000; // the tables hold 5 rows
         c.nTrays = 0x7FFFFFFF;
         c.cchResName = 0x40000000; // one row would be 2 GiB
     });
-    DevMode d = MakeDevMode(cfg.h);
-    WCHAR buf[8];
-    DWORD len = 8;
+    len = 8;
     EXPECT_EQ(DDIGetKeywordOptionString(&d.dm, DDI_PAPERSIZE, 4, buf, &len), TRUE);
     EXPECT_EQ(len, 7u) << "rows inside the block still read";
-    for (INT i : {5, 999}) {
+    for (INT i : {-1, 5, 999, INT_MIN}) {
         len = 8;
         EXPECT_EQ(DDIGetKeywordOptionString(&d.dm, DDI_PAPERSIZE, i, buf, &len), TRUE);
         EXPECT_EQ(len, 0u);
         EXPECT_EQ(DDISetPaperSize(&d.dm, i), 0);
         EXPECT_EQ(DDISetPaperSource(&d.dm, i), 0);
+        EXPECT_EQ(
+            DDIGetPaperDimensions(&d.dm, i, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr),
+            i == 5 ? 1 : 0)
+            << "the dimension block holds ten rows";
     }
-    // The dimension block holds ten rows (two halves of five); row 999 lies beyond it.
-    EXPECT_EQ(
-        DDIGetPaperDimensions(&d.dm, 999, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr), 0);
     len = 8;
     EXPECT_EQ(DDIGetKeywordOptionTranslation(&d.dm, DDI_RESOLUTION, 0, buf, &len), FALSE);
     EXPECT_EQ(len, 0u);
 
-    // A hConfig that names a block too small for a CFGINFO, or no block at all.
-    HGLOBAL small = GlobalAlloc(GHND, 16);
-    for (HGLOBAL h : {small, HGLOBAL(0xDEADBEEF)}) {
+    // No configuration, a block too small for one, a handle of nothing, one never filled.
+    HGLOBAL small = GlobalAlloc(GHND, 16), empty = GlobalAlloc(GHND, CFGINFO_SIZE);
+    for (HGLOBAL h : {HGLOBAL(0), small, HGLOBAL(0xDEADBEEF), empty}) {
         DevMode f = MakeDevMode(h);
-        EXPECT_EQ(DDIGetKeywordNumOptions(&f.dm, DDI_PAPERSIZE), 0);
-        EXPECT_EQ(DDIGetKeywordDefaultOption(&f.dm, DDI_PAPERSIZE), -1);
-        EXPECT_EQ(DDISetDWord(&f.dm, DDI_MEDIATYPE, 1), 0u);
-        EXPECT_EQ(DDIGetDWord(&f.dm, DDI_PAPERWIDTH), 0xFFFFFFFFu);
-        EXPECT_EQ(DDIGetDWord(&f.dm, DDI_LANGVERSION), 9u);
+        WCHAR text[4];
+        len = 4;
+        EXPECT_EQ(DDIGetKeywordOptionString(&f.dm, DDI_PAPERSIZE, 0, text, &len), h != 0);
+        EXPECT_EQ(len, h ? 0u : 4u) << "any handle is a list with no text";
+        for (const FamilyCase &fam : kFamilies) {
+            EXPECT_EQ(DDIGetKeywordNumOptions(&f.dm, fam.id), 0);
+            EXPECT_EQ(DDIGetKeywordDefaultOption(&f.dm, fam.id), h == empty ? 0 : -1);
+        }
+        for (DWORD id : {DDI_PAPERSIZE, DDI_PAPERSOURCE, DDI_RESOLUTION, DDI_CUSTWIDTH})
+            EXPECT_EQ(DDISetDWord(&f.dm, id, 1), 0u) << id;
+        EXPECT_EQ(DDISetDWord(&f.dm, DDI_MEDIATYPE, 2), h == empty ? 1u : 0u);
+        EXPECT_EQ(DDIGetDWord(&f.dm, DDI_PAPERWIDTH), kNone);
+        EXPECT_EQ(DDIGetDWord(&f.dm, DDI_LANGVERSION), h == empty ? 0u : 9u);
     }
     GlobalFree(small);
-}
-
-TEST(DdiSelections, ConfigurationThatWasNeverFilled) {
-    HGLOBAL h = GlobalAlloc(GHND, CFGINFO_SIZE);
-    DevMode d = MakeDevMode(h);
-    WCHAR buf[8];
-    DWORD len = 8;
-    for (const FamilyCase &f : kFamilies) {
-        EXPECT_EQ(DDIGetKeywordNumOptions(&d.dm, f.id), 0);
-        EXPECT_EQ(DDIGetKeywordDefaultOption(&d.dm, f.id), 0);
-        len = 8;
-        EXPECT_EQ(DDIGetKeywordOptionString(&d.dm, f.id, 0, buf, &len), TRUE);
-        EXPECT_EQ(len, 0u);
-    }
-    EXPECT_EQ(DDISetDWord(&d.dm, DDI_PAPERSIZE, 0), 0u);
-    EXPECT_EQ(DDISetDWord(&d.dm, DDI_PAPERSOURCE, 0), 0u);
-    EXPECT_EQ(DDISetDWord(&d.dm, DDI_RESOLUTION, 0), 0u);
-    EXPECT_EQ(DDISetDWord(&d.dm, DDI_MEDIATYPE, 2), 1u);
-    EXPECT_EQ(DDIGetDWord(&d.dm, DDI_PAPERHEIGHT), 0xFFFFFFFFu);
-    EXPECT_EQ(DDISetDWord(&d.dm, DDI_CUSTWIDTH, 5000), 0u) << "no dimension table to write";
-    EXPECT_EQ(DDIGetDWord(&d.dm, DDI_CUSTMAXWIDTH), 0u);
-    GlobalFree(h);
-}
-
-TEST(DdiSelections, FailedLocksLeaveTheRecordAlone) {
-    Spec spec = SamplePrinter();
-    ScopedConfig cfg(spec);
-    DevMode d = MakeDevMode(cfg.h);
-    DevMode before = d;
-    for (long nth : {1L, 2L}) { // hConfig, then the value table
-        q417::mem::FailLock(nth);
-        EXPECT_EQ(DDISetPaperSize(&d.dm, 1), 0) << nth;
-        q417::mem::FailLock(nth);
-        EXPECT_EQ(DDISetPaperSource(&d.dm, 1), 0) << nth;
-        q417::mem::FailLock(nth);
-        EXPECT_EQ(DDISetResIndex(&d.dm, 2), 0) << nth;
-    }
-    EXPECT_EQ(std::memcmp(&d, &before, sizeof d), 0);
-    q417::mem::FailLock(1);
-    EXPECT_EQ(DDIGetPaperSizeCount(&d.dm), 0);
-    q417::mem::FailLock(1);
-    EXPECT_EQ(DDIDefaultPaperSize(&d.dm), -1);
-    q417::mem::FailLock(0);
-    EXPECT_EQ(DDICurrentPaperSize(nullptr), 0xFFFFFFFFu);
-    d.dm.hConfig = 0;
-    d.dm.wPaperIndex = 3;
-    EXPECT_EQ(DDICurrentPaperSize(&d.dm), 3u) << "current needs no configuration";
+    GlobalFree(empty);
 }
 
 } // namespace
