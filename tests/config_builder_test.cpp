@@ -1,11 +1,10 @@
 // From a parsed description to a configuration record, and the Windows ids of its papers and
 // paper sources.
-#include "config_helpers.h"
-#include "pdd/win_ids.h"
-
-using namespace cfgtest;
+#include "pdd_testutil.h"
 
 namespace {
+
+using namespace pddtest;
 
 TEST(WinIds, PaperSizeLookupTolerance) {
     struct {
@@ -44,14 +43,7 @@ TEST(WinIds, TrayNameLookupIgnoresCaseOnly) {
             << std::string(c.name.begin(), c.name.end());
 }
 
-struct Builder : LiveBlocks {};
-
-// Builds a record from the hand-made description, with ids.
-int Build(HandPDD &pdd, CfgBlock &cfg) {
-    cfg.c->hPDD = pdd.h;
-    int ok = PDD_GetConfig(cfg.h);
-    return ok && PDD_GetWinIDs(cfg.c);
-}
+using Builder = LiveBlocks;
 
 TEST_F(Builder, WindowsIdsOfPapersAndSources) {
     HandPDD pdd;
@@ -67,21 +59,11 @@ TEST_F(Builder, WindowsIdsOfPapersAndSources) {
     pdd.Tray("T3", "UPPER", "3");                                  // 1 again: same name, same id
     pdd.Tray("T4", "Shelf 2", "4");                                // 257
     pdd.Tray("T5", "manual feed", "5");                            // 4
+    pdd.Tray("", "", "6");                                         // no name: 9
     CfgBlock cfg;
-    ASSERT_EQ(Build(pdd, cfg), 1);
-    EXPECT_EQ(U16s(cfg.c->hPaperIDs), (std::vector<uint16_t>{257, 9, 256, 258, 1, 259}));
-    EXPECT_EQ(U16s(cfg.c->hTrayIDs), (std::vector<uint16_t>{1, 256, 1, 257, 4}));
-}
-
-TEST_F(Builder, EmptyTrayNameTakesId9) {
-    HandPDD pdd;
-    pdd.Res("600dpi", "", "", 600, 600);
-    pdd.Paper("A4", "", "26", 5950, 8420);
-    pdd.Tray("", "", "1");
-    pdd.Tray("Long", "", "2");
-    CfgBlock cfg;
-    ASSERT_EQ(Build(pdd, cfg), 1);
-    EXPECT_EQ(U16s(cfg.c->hTrayIDs), (std::vector<uint16_t>{9, 256}));
+    ASSERT_EQ(cfg.Build(pdd), 1);
+    EXPECT_EQ(Bytes<uint16_t>(cfg.c->hPaperIDs), (std::vector<uint16_t>{257, 9, 256, 258, 1, 259}));
+    EXPECT_EQ(Bytes<uint16_t>(cfg.c->hTrayIDs), (std::vector<uint16_t>{1, 256, 1, 257, 4, 9}));
 }
 
 TEST_F(Builder, TablesAtExactWidthsInListOrder) {
@@ -101,19 +83,14 @@ TEST_F(Builder, TablesAtExactWidthsInListOrder) {
     pdd.p->dwDuplex = 1, pdd.p->dwColors = 3, pdd.p->dwLanguage = 1, pdd.p->dwLanguageLevel = 5;
     pdd.p->bLangID = 7, pdd.p->bMeasUnits = 1, pdd.p->bFontPitch = 10;
     CfgBlock cfg;
-    ASSERT_EQ(Build(pdd, cfg), 1);
+    ASSERT_EQ(cfg.Build(pdd), 1);
     const CFGINFO &c = *cfg.c;
-    EXPECT_EQ(c.wVersion, 11);
-    EXPECT_EQ(+c.dwDuplex, 1u);
-    EXPECT_EQ(+c.dwColors, 3u);
-    EXPECT_EQ(+c.dwLanguageLevel, 5u);
-    EXPECT_EQ(c.bLangID, 7);
-    EXPECT_EQ(c.bMeasUnits, 1);
-    EXPECT_EQ(c.bFontPitch, 10);
-    EXPECT_EQ(c.nCustomPaper, -1);
-    EXPECT_EQ(c.dwCustMaxWidth, 0u);
-
-    struct {
+    EXPECT_EQ(std::vector<long>({c.wVersion, long(c.dwDuplex), long(c.dwColors),
+                                 long(c.dwLanguageLevel), c.bLangID, c.bMeasUnits, c.bFontPitch,
+                                 c.nCustomPaper, long(c.dwCustMaxWidth)}),
+              std::vector<long>({11, 1, 3, 5, 7, 1, 10, -1, 0}));
+    // Each table: count, default row, width (longest text + 1) and rows in list order.
+    const struct {
         const char *what;
         DWORD count, def, width;
         HGLOBAL h;
@@ -164,20 +141,14 @@ TEST_F(Builder, TablesAtExactWidthsInListOrder) {
         EXPECT_EQ(GlobalSize(t.h), t.rows.size() * t.width * 2);
         for (DWORD r = 0; r < t.rows.size(); ++r) EXPECT_EQ(Row(t.h, t.width, r), t.rows[r]);
     }
-    EXPECT_EQ(c.cchPaperName, 3u);
-    EXPECT_EQ(c.cchPaperKey, 7u);
-    EXPECT_EQ(c.cchTrayCmd, 0u) << "no tray has a code: no table";
-    EXPECT_EQ(c.hTrayCmds, 0u);
-    EXPECT_EQ(c.hResCmds, 0u);
-    EXPECT_EQ(U32s(c.hResValues), (std::vector<uint32_t>{600, 600, 1200, 600}));
-    EXPECT_EQ(U32s(c.hPaperDims),
+    EXPECT_EQ(c.cchTrayCmd | c.hTrayCmds | c.hResCmds, 0u) << "no code at all: no table";
+    EXPECT_EQ(Bytes<uint32_t>(c.hResValues), (std::vector<uint32_t>{600, 600, 1200, 600}));
+    EXPECT_EQ(Bytes<uint32_t>(c.hPaperDims),
               (std::vector<uint32_t>{6120, 7920, 12, 12, 600, 780, 5950, 8420, 1, 2, 3, 4, //
                                      6120, 7920, 14, 10, 590, 770, 5950, 8420, 5, 6, 7, 8}));
-    EXPECT_EQ(Bytes(c.hModelName).size(), 12u);
-    EXPECT_STREQ(reinterpret_cast<const char *>(Bytes(c.hModelName).data()), "Sample 1200");
-    auto plug = Bytes(c.hPlugIn);
-    ASSERT_EQ(plug.size(), 20u);
-    EXPECT_EQ(std::u16string(reinterpret_cast<const char16_t *>(plug.data())), u"sample.so");
+    EXPECT_EQ(Escape(Text(c.hModelName)) + " " + std::to_string(GlobalSize(c.hModelName)),
+              "Sample 1200 12");
+    EXPECT_EQ(Bytes<char16_t>(c.hPlugIn), std::vector<char16_t>(u"sample.so", u"sample.so" + 10));
     EXPECT_EQ(+c.hPortraitCmd | +c.hLandscapeCmd, 0u);
 }
 
@@ -194,21 +165,18 @@ TEST_F(Builder, FullLengthTextsAndRawOrientationBytes) {
     pdd.p->pCustomPaper = &pdd.papers.back();
     pdd.p->dwCustMinWidth = 216, pdd.p->dwCustMarginBottom = 12;
     CfgBlock cfg;
-    ASSERT_EQ(Build(pdd, cfg), 1);
+    ASSERT_EQ(cfg.Build(pdd), 1);
     const CFGINFO &c = *cfg.c;
     EXPECT_EQ(c.cchPaperKey, 41u);
     EXPECT_EQ(Row(c.hPaperKeys, 41, 0), std::u16string(40, u'K'));
-    EXPECT_EQ(Bytes(c.hModelName).size(), 41u);
-    EXPECT_EQ(Bytes(c.hModelName).back(), 0);
-    EXPECT_EQ(c.nCustomPaper, 0);
-    EXPECT_EQ(c.dwCustMinWidth, 216u);
-    EXPECT_EQ(c.dwCustMarginBottom, 12u);
+    auto model = Bytes(c.hModelName);
+    EXPECT_EQ(std::string(model.begin(), model.end()), std::string(40, 'P') + '\0');
+    EXPECT_EQ(
+        std::vector<long>({c.nCustomPaper, long(c.dwCustMinWidth), long(c.dwCustMarginBottom)}),
+        std::vector<long>({0, 216, 12}));
     EXPECT_EQ(+c.cbPortraitCmd, 8u);
     EXPECT_EQ(Bytes(+c.hPortraitCmd), (std::vector<uint8_t>{'@', 'P', 'J', 'L', '\n', 0, 0, 0}));
-    EXPECT_EQ(+c.hLandscapeCmd, 0u);
-    EXPECT_EQ(+c.cbLandscapeCmd, 0u);
-    EXPECT_EQ(c.hFileVersion, 0u);
-    EXPECT_EQ(c.hPlugIn, 0u);
+    EXPECT_EQ(+c.hLandscapeCmd | +c.cbLandscapeCmd | c.hFileVersion | c.hPlugIn, 0u);
     EXPECT_EQ(c.nDests | c.nMedia | c.cchDestName | c.cchMediaName, 0u);
 }
 
@@ -223,8 +191,7 @@ TEST_F(Builder, MissingRequiredFamilyFailsWithNoTables) {
         CfgBlock cfg;
         cfg.c->hPDD = pdd.h;
         EXPECT_EQ(PDD_GetConfig(cfg.h), 0);
-        EXPECT_EQ(cfg.c->hResNames | cfg.c->hPaperNames | cfg.c->hTrayNames | cfg.c->hModelName,
-                  0u);
+        EXPECT_TRUE(NoBlocks(*cfg.c));
     }
 }
 
@@ -267,10 +234,7 @@ TEST_F(Builder, EachFailureUndoesEverything) {
                 EXPECT_EQ(c->hPaperIDs | c->hTrayIDs, 0u);
                 continue;
             }
-            for (HGLOBAL h : {c->hResKeys, c->hResCmds, c->hResValues, c->hPaperNames,
-                              c->hPaperDims, c->hTrayNames, c->hDestNames, c->hMediaNames,
-                              c->hModelName, c->hFileVersion, c->hPlugIn})
-                EXPECT_EQ(h, 0u);
+            EXPECT_TRUE(NoBlocks(*c));
             EXPECT_EQ(q417::mem::LiveBlocks(), live + 1) << "only the record's own block";
         }
     }
