@@ -195,49 +195,4 @@ TEST_F(Builder, MissingRequiredFamilyFailsWithNoTables) {
     }
 }
 
-// Every allocation and lock of the builder and the id pass can fail; each failure leaves a
-// record without tables, and nothing leaks.
-TEST_F(Builder, EachFailureUndoesEverything) {
-    for (bool lock : {false, true}) {
-        for (long k = 1;; ++k) {
-            SCOPED_TRACE(testing::Message() << (lock ? "lock " : "allocation ") << k);
-            HandPDD pdd;
-            pdd.Res("r", "", "x", 300, 300);
-            pdd.Paper("p", "", "1", 100, 100);
-            pdd.Tray("t", "", "1");
-            pdd.Dest("d", "", "1");
-            pdd.Media("m", "", "1");
-            pdd.p->Product = T("M");
-            pdd.p->FileVersion = T("1");
-            pdd.p->PlugIn = T("x.so");
-            pdd.p->LandscapeCmd = T("L");
-            long live = q417::mem::LiveBlocks();
-            CfgBlock cfg;
-            cfg.c->hPDD = pdd.h;
-            lock ? q417::mem::FailLock(k) : q417::mem::FailAllocation(k);
-            int ok = PDD_GetConfig(cfg.h) && PDD_GetWinIDs(cfg.c);
-            q417::mem::FailLock(0);
-            q417::mem::FailAllocation(0);
-            CFGINFO *c = cfg.c;
-            if (c->cbLandscapeCmd && !c->hLandscapeCmd) {
-                EXPECT_TRUE(ok) << "an orientation block fails alone; the record is good";
-                continue;
-            }
-            if (ok) {
-                // 23 blocks: four per resolution and paper family, three per other family,
-                // four texts, two id tables. Locks: those but the ids, both records, and four
-                // in the id pass.
-                EXPECT_EQ(k, lock ? 28 : 24);
-                break;
-            }
-            if (c->hResNames) { // the id pass failed after a complete build
-                EXPECT_EQ(c->hPaperIDs | c->hTrayIDs, 0u);
-                continue;
-            }
-            EXPECT_TRUE(NoBlocks(*c));
-            EXPECT_EQ(q417::mem::LiveBlocks(), live + 1) << "only the record's own block";
-        }
-    }
-}
-
 } // namespace

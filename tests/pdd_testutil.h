@@ -291,11 +291,12 @@ struct CfgBlock {
         GlobalUnlock(h);
         GlobalFree(h);
     }
-    // Builds from the hand-made description, with the Windows ids.
-    int Build(HandPDD &pdd) {
-        c->hPDD = pdd.h;
+    // Builds from a description's record, with the Windows ids.
+    int Build(HGLOBAL hPDD) {
+        c->hPDD = hPDD;
         return PDD_GetConfig(h) && PDD_GetWinIDs(c);
     }
+    int Build(HandPDD &pdd) { return Build(pdd.h); }
 };
 
 // Where a record holds handles: its 19 tables, the two texts it always owns, the three
