@@ -14,7 +14,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <deque>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -171,6 +170,14 @@ inline std::string Summary(const PDDINFO &r) {
     return s;
 }
 
+// A description of the tag line and the given lines, written to a file and parsed.
+struct Described {
+    TempDir tmp;
+    Parsed parsed;
+    explicit Described(const std::string &lines)
+        : parsed(tmp.Write("d.pdd", "*PDD-Lindgate: 1\n" + lines + "\n")) {}
+};
+
 // Parses the tag line and the given lines, each ended by CR LF, and gives the summary with
 // the keys of the lines that were skipped or refused appended as "!key", and "!calc(name)"
 // for a paper whose area can't be completed.
@@ -234,54 +241,6 @@ inline std::string Text(HGLOBAL h) {
     return std::string(b.begin(), std::find(b.begin(), b.end(), 0));
 }
 
-inline PDDTEXT T(std::string_view s) {
-    PDDTEXT t{};
-    size_t n = std::min<size_t>(s.size(), sizeof t.achText);
-    std::memcpy(t.achText, s.data(), n);
-    t.nLen = int16_t(n);
-    return t;
-}
-
-// A description record in a global block, with entries in test-owned storage.
-struct HandPDD {
-    HGLOBAL h = GlobalAlloc(GHND, sizeof(PDDINFO));
-    PDDINFO *p = static_cast<PDDINFO *>(GlobalLock(h));
-    std::deque<PDDRESOLUTION> res;
-    std::deque<PDDPAPER> papers;
-    std::deque<PDDITEM> items;
-
-    HandPDD() { p->bLangID = 9; }
-    ~HandPDD() {
-        GlobalUnlock(h);
-        GlobalFree(h);
-    }
-    template <class E>
-    static E *Append(E *&head, DWORD &count, std::deque<E> &store, E e) {
-        store.push_back(e);
-        E **at = &head;
-        while (*at) at = &(*at)->pNext;
-        ++count;
-        return *at = &store.back();
-    }
-    PDDRESOLUTION *Res(std::string_view k, std::string_view t, std::string_view c, int x, int y) {
-        return Append(p->pResList, p->nResolutions, res, {T(k), T(t), T(c), x, y, nullptr});
-    }
-    PDDPAPER *Paper(std::string_view k, std::string_view t, std::string_view c, int w, int h,
-                    PDDAREA port = {12, 12, 588, 768}, PDDAREA land = {12, 12, 588, 768}) {
-        return Append(p->pPaperList, p->nPapers, papers,
-                      {T(k), T(t), T(c), w, h, port, land, nullptr});
-    }
-    PDDITEM *Tray(std::string_view k, std::string_view t, std::string_view c) {
-        return Append(p->pTrayList, p->nTrays, items, {T(k), T(t), T(c), nullptr});
-    }
-    PDDITEM *Dest(std::string_view k, std::string_view t, std::string_view c) {
-        return Append(p->pDestList, p->nDests, items, {T(k), T(t), T(c), nullptr});
-    }
-    PDDITEM *Media(std::string_view k, std::string_view t, std::string_view c) {
-        return Append(p->pMediaList, p->nMedia, items, {T(k), T(t), T(c), nullptr});
-    }
-};
-
 // A record block as DDIReadPDDFile gives it to the builder.
 struct CfgBlock {
     HGLOBAL h = GlobalAlloc(GHND, CFGINFO_SIZE);
@@ -296,7 +255,6 @@ struct CfgBlock {
         c->hPDD = hPDD;
         return PDD_GetConfig(h) && PDD_GetWinIDs(c);
     }
-    int Build(HandPDD &pdd) { return Build(pdd.h); }
 };
 
 // Where a record holds handles: its 19 tables, the two texts it always owns, the three
