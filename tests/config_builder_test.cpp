@@ -169,4 +169,25 @@ TEST_F(Builder, MissingRequiredFamilyFailsWithNoTables) {
     }
 }
 
+// Every allocation and lock of the builder can fail; each failure leaves the record without
+// a block of its own, and nothing leaks.
+TEST_F(Builder, EachFailureUndoesEverything) {
+    Parsed pdd(std::string(Q417_TEST_DATA) + "/config/full.pdd");
+    for (bool lock : {false, true}) {
+        for (long k = 1;; ++k) {
+            SCOPED_TRACE(testing::Message() << (lock ? "lock " : "allocation ") << k);
+            CfgBlock cfg;
+            cfg.c->hPDD = pdd.h;
+            long live = q417::mem::LiveBlocks();
+            lock ? q417::mem::FailLock(k) : q417::mem::FailAllocation(k);
+            int ok = PDD_GetConfig(cfg.h);
+            q417::mem::FailLock(0);
+            q417::mem::FailAllocation(0);
+            if (ok) break; // past the last step, or only an orientation block failed
+            EXPECT_TRUE(NoBlocks(*cfg.c));
+            EXPECT_EQ(q417::mem::LiveBlocks(), live);
+        }
+    }
+}
+
 } // namespace

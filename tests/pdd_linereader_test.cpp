@@ -118,19 +118,8 @@ TEST(PddLineReader, ManyBlocksOfMixedLineEnds) {
     EXPECT_EQ(ReadLines(bytes), expected);
 }
 
-TEST(PddLineReader, RestoreFilePosMovesBackOverTheBlockAndTheLastByte) {
-    TempDir tmp;
-    OpenedFile f(tmp.Write("r.txt", "AB\r\nCD\r\nEF\r\nGH\r\n")); // 16 bytes, one block
-    EXPECT_EQ(Deliver(128, f.fh()), "4:AB\\r\\n\\0");
-    // The CR at offset 2 is the byte taken last: 14 bytes go back, the pointer stands on it.
-    EXPECT_EQ(RestoreFilePos(f.fh()), 14);
-    EXPECT_EQ(_llseek(f.fh(), 0, FILE_CURRENT), 2);
-    EXPECT_EQ(RestoreFilePos(f.fh()), 0) << "an empty block moves nothing";
-    EXPECT_EQ(_llseek(f.fh(), 0, FILE_CURRENT), 2);
-    _end_lgets();
-}
-
-// The parser reads a second file in the middle of the first and comes back to it.
+// The parser reads a second file in the middle of the first and comes back to it: the first
+// file's pointer moves back over what its block still held.
 TEST(PddLineReader, SwitchToAnotherFileAndBack) {
     struct Case {
         const char *eol;
