@@ -45,12 +45,6 @@ TEST(WinIds, TrayNameLookupIgnoresCaseOnly) {
 
 using Builder = LiveBlocks;
 
-// A description built into a record, with the Windows ids.
-struct Built : Described, CfgBlock {
-    int ok;
-    explicit Built(const std::string &lines) : Described(lines), ok(Build(parsed.h)) {}
-};
-
 TEST_F(Builder, WindowsIdsOfPapersAndSources) {
     Built b("*Resolution 600dpi:\n"
             "*PageSize Odd: 1\n*PaperDimension Odd: \"100 100\"\n"         // no Windows size: 257

@@ -14,72 +14,24 @@ void FreeSourceTables(CFGINFO *s) {
 }
 
 const std::u16string k24 = u"ABCDEFGHIJKLMNOPQRSTUVWX"; // exactly one row of a copy
-const std::u16string k29 = k24 + u"yzyzy";
 const std::u16string k40 = k24 + u"0123456789abcdef";
 
-HGLOBAL Text8(const char *s) {
-    return Block(s, std::strlen(s) + 1);
-}
-
-// A working record as the builder leaves it: widths of its own, tables of every family, no
-// resolution or bin codes.
-struct Source {
-    HGLOBAL h = GlobalAlloc(GHND, CFGINFO_SIZE);
-    CFGINFO *s = static_cast<CFGINFO *>(GlobalLock(h));
+// A working record as the builder leaves it: rows narrower and wider than a copy's, a tray
+// name exactly one row long, no resolution or bin codes.
+struct Source : Built {
+    CFGINFO *s = c;
     DDIDEVMODE dm{};
-
-    Source() {
+    Source()
+        : Built("*Product: \"Model name of thirty-five bytes!!!!\"\n*FileVersion: \"1.00\"\n"
+                "*PlugIn: plug.so\n*Orientation Portrait: \"@PJL P\"\n"
+                "*Orientation Landscape: \"@PJL L\"\n*Resolution "
+                "300dpi/ABCDEFGHIJKLMNOPQRSTUVWXyzyzy:\n"
+                "*Resolution 600dpi/600 dpi:\n*PageSize Long/" +
+                std::string(k40.begin(), k40.end()) +
+                ": 2\n*PaperDimension Long: \"612 792\"\n*PageSize A4: 26\n"
+                "*InputSlot Tray1/ABCDEFGHIJKLMNOPQRSTUVWX: 1\n*InputSlot Tray2/lower: -1\n"
+                "*OutputBin Up:\n*MediaType Plain: 0") {
         dm.hConfig = h;
-        s->wVersion = 11;
-        s->nResolutions = 2;
-        s->cchResName = 30;
-        s->hResNames = WideTable({k29, u"600 dpi"}, 30);
-        s->cchResKey = 8;
-        s->hResKeys = WideTable({u"300dpi", u"600dpi"}, 8);
-        uint32_t values[] = {300, 300, 600, 600};
-        s->hResValues = Block(values, sizeof values);
-        s->nPapers = 2;
-        s->cchPaperName = 41;
-        s->hPaperNames = WideTable({k40, u"A4"}, 41);
-        s->cchPaperKey = 7;
-        s->hPaperKeys = WideTable({u"Long", u"A4"}, 7);
-        s->cchPaperCmd = 3;
-        s->hPaperCmds = WideTable({u"2", u"26"}, 3);
-        uint32_t dims[24];
-        for (int i = 0; i < 24; ++i) dims[i] = 1000 + i;
-        s->hPaperDims = Block(dims, sizeof dims);
-        uint16_t pids[] = {1, 9}, tids[] = {256, 2};
-        s->hPaperIDs = Block(pids, sizeof pids);
-        s->nTrays = 2;
-        s->cchTrayName = 25;
-        s->hTrayNames = WideTable({k24, u"lower"}, 25);
-        s->cchTrayKey = 6;
-        s->hTrayKeys = WideTable({u"Tray1", u"Tray2"}, 6);
-        s->cchTrayCmd = 3;
-        s->hTrayCmds = WideTable({u"1", u"-1"}, 3);
-        s->hTrayIDs = Block(tids, sizeof tids);
-        s->nDests = 1;
-        s->cchDestName = s->cchDestKey = 3;
-        s->hDestNames = WideTable({u"Up"}, 3);
-        s->hDestKeys = WideTable({u"Up"}, 3);
-        s->nMedia = 1;
-        s->cchMediaName = s->cchMediaKey = 6;
-        s->hMediaNames = WideTable({u"Plain"}, 6);
-        s->hMediaKeys = WideTable({u"Plain"}, 6);
-        s->cchMediaCmd = 2;
-        s->hMediaCmds = WideTable({u"0"}, 2);
-        s->hModelName = Text8("Model name of thirty-five bytes!!!!");
-        s->hPlugIn = Block(u"plug.so", sizeof u"plug.so");
-        s->hFileVersion = Text8("1.00");
-        s->cbPortraitCmd = s->cbLandscapeCmd = 6;
-        s->hPortraitCmd = Block("@PJL P", 6);
-        s->hLandscapeCmd = Block("@PJL L", 6);
-        s->nCustomPaper = -1;
-    }
-    ~Source() {
-        FreeCfgTables(s);
-        GlobalUnlock(h);
-        GlobalFree(h);
     }
 };
 

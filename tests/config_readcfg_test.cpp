@@ -143,19 +143,6 @@ TEST_F(ReadCfg, DamagedFileIsParsedAndRewritten) {
     Drop(h);
 }
 
-TEST_F(ReadCfg, NoModelNameMeansAnEmptyFileAndAParseEachTime) {
-    Use("bare.pdd", "*PDD-Lindgate: 1\n*PageSize A4: 26\n*PaperDimension A4: \"595 842\"\n"
-                    "*ImageableArea A4: \"12 12 583 830\"\n*InputSlot T: 1\n*Resolution 300dpi:\n");
-    for (int i = 0; i < 2; ++i) {
-        int ok = 0;
-        if (i) AgeFiles(0, 1);
-        HGLOBAL h = Read(&ok);
-        EXPECT_EQ(ok, 1);
-        EXPECT_EQ(fs::file_size(bin), 0u);
-        Drop(h);
-    }
-}
-
 TEST_F(ReadCfg, FailuresGiveZeroAndAnEmptyRecord) {
     Use("notpdd.pdd", "just text\n");
     int ok = 1;

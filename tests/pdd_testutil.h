@@ -257,6 +257,12 @@ struct CfgBlock {
     }
 };
 
+// A description built into a record, with the Windows ids.
+struct Built : Described, CfgBlock {
+    int ok;
+    explicit Built(const std::string &lines) : Described(lines), ok(Build(parsed.h)) {}
+};
+
 // Where a record holds handles: its 19 tables, the two texts it always owns, the three
 // blocks that pass to a copy, and last hPDD, which names the description's record.
 #define H(f) offsetof(CFGINFO, f)
