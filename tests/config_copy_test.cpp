@@ -24,9 +24,9 @@ struct Source : Built {
     Source()
         : Built("*Product: \"Model name of thirty-five bytes!!!!\"\n*FileVersion: \"1.00\"\n"
                 "*PlugIn: plug.so\n*Orientation Portrait: \"@PJL P\"\n"
-                "*Orientation Landscape: \"@PJL L\"\n*Resolution "
-                "300dpi/ABCDEFGHIJKLMNOPQRSTUVWXyzyzy:\n"
-                "*Resolution 600dpi/600 dpi:\n*PageSize Long/" +
+                "*Orientation Landscape: \"@PJL L\"\n"
+                "*Resolution 300dpi/ABCDEFGHIJKLMNOPQRSTUVWXyzyzy:\n*Resolution 600dpi/600 dpi:\n"
+                "*PageSize Long/" +
                 std::string(k40.begin(), k40.end()) +
                 ": 2\n*PaperDimension Long: \"612 792\"\n*PageSize A4: 26\n"
                 "*InputSlot Tray1/ABCDEFGHIJKLMNOPQRSTUVWX: 1\n*InputSlot Tray2/lower: -1\n"
