@@ -1,11 +1,10 @@
 // From a parsed description to a configuration record, and the Windows ids of its papers and
 // paper sources.
-#include "config_helpers.h"
-#include "pdd/win_ids.h"
-
-using namespace cfgtest;
+#include "pdd_testutil.h"
 
 namespace {
+
+using namespace pddtest;
 
 TEST(WinIds, PaperSizeLookupTolerance) {
     struct {
@@ -44,115 +43,67 @@ TEST(WinIds, TrayNameLookupIgnoresCaseOnly) {
             << std::string(c.name.begin(), c.name.end());
 }
 
-struct Builder : LiveBlocks {};
-
-// Builds a record from the hand-made description, with ids.
-int Build(HandPDD &pdd, CfgBlock &cfg) {
-    cfg.c->hPDD = pdd.h;
-    int ok = PDD_GetConfig(cfg.h);
-    return ok && PDD_GetWinIDs(cfg.c);
-}
+using Builder = LiveBlocks;
 
 TEST_F(Builder, WindowsIdsOfPapersAndSources) {
-    HandPDD pdd;
-    pdd.Res("600dpi", "", "", 600, 600);
-    pdd.Paper("Odd", "", "1", 1000, 1000);                         // no Windows size: 257
-    pdd.Paper("A4", "", "26", 5952, 8418);                         // 9
-    pdd.p->pCustomPaper = pdd.Paper("Custom", "", "", 6000, 9000); // 256, uses no user id
-    pdd.Paper("A4again", "", "", 5950, 8420);                      // same size: a user id, 258
-    pdd.Paper("Letter", "", "2", 6120, 7920);                      // 1
-    pdd.Paper("Odd2", "", "", 1001, 1001);                         // 259
-    pdd.Tray("T1", "Upper", "1");                                  // 1
-    pdd.Tray("T2", "Shelf", "2");                                  // 256
-    pdd.Tray("T3", "UPPER", "3");                                  // 1 again: same name, same id
-    pdd.Tray("T4", "Shelf 2", "4");                                // 257
-    pdd.Tray("T5", "manual feed", "5");                            // 4
-    CfgBlock cfg;
-    ASSERT_EQ(Build(pdd, cfg), 1);
-    EXPECT_EQ(U16s(cfg.c->hPaperIDs), (std::vector<uint16_t>{257, 9, 256, 258, 1, 259}));
-    EXPECT_EQ(U16s(cfg.c->hTrayIDs), (std::vector<uint16_t>{1, 256, 1, 257, 4}));
-}
-
-TEST_F(Builder, EmptyTrayNameTakesId9) {
-    HandPDD pdd;
-    pdd.Res("600dpi", "", "", 600, 600);
-    pdd.Paper("A4", "", "26", 5950, 8420);
-    pdd.Tray("", "", "1");
-    pdd.Tray("Long", "", "2");
-    CfgBlock cfg;
-    ASSERT_EQ(Build(pdd, cfg), 1);
-    EXPECT_EQ(U16s(cfg.c->hTrayIDs), (std::vector<uint16_t>{9, 256}));
+    Built b("*Resolution 600dpi:\n"
+            "*PageSize Odd: 1\n*PaperDimension Odd: \"100 100\"\n"         // no Windows size: 257
+            "*PageSize A4: 26\n*PaperDimension A4: \"595.2 841.8\"\n"      // 9
+            "*CustomPageSize C: \"600 900 600 900\"\n"                     // 256, no user id
+            "*PageSize A4again: 3\n*PaperDimension A4again: \"595 842\"\n" // same size: 258
+            "*PageSize Letter: 2\n*PaperDimension Letter: \"612 792\"\n"   // 1
+            "*PageSize Odd2: 4\n*PaperDimension Odd2: \"100.1 100.1\"\n"   // 259
+            "*InputSlot T1/Upper: 1\n*InputSlot T2/Shelf: 2\n"             // 1, 256
+            "*InputSlot T3/UPPER: 3\n*InputSlot T4/Shelf 2: 4\n"           // same name: 1; 257
+            "*InputSlot T5/manual feed: 5\n*InputSlot /: 6");              // 4; no name: 9
+    ASSERT_EQ(b.ok, 1);
+    EXPECT_EQ(Bytes<uint16_t>(b.c->hPaperIDs), (std::vector<uint16_t>{257, 9, 256, 258, 1, 259}));
+    EXPECT_EQ(Bytes<uint16_t>(b.c->hTrayIDs), (std::vector<uint16_t>{1, 256, 1, 257, 4, 9}));
 }
 
 TEST_F(Builder, TablesAtExactWidthsInListOrder) {
-    HandPDD pdd;
-    pdd.Res("600dpi", "600 dpi", "", 600, 600);
-    pdd.p->pDefaultRes = pdd.Res("1200x600dpi", "", "", 1200, 600);
-    pdd.Paper("Letter", "US", "2", 6120, 7920, {12, 12, 600, 780}, {14, 10, 590, 770});
-    pdd.p->pDefaultPaper = pdd.Paper("A4", "A", "26", 5950, 8420, {1, 2, 3, 4}, {5, 6, 7, 8});
-    pdd.Tray("Tray1", "upper", "");
-    pdd.p->pDefaultTray = pdd.Tray("Manual", "", "");
-    pdd.Dest("Top", "Top Bin", "");
-    pdd.p->pDefaultDest = pdd.Dest("Side", "", "3");
-    pdd.p->pDefaultMedia = pdd.Media("Plain", "Plain Paper", "0");
-    pdd.p->Product = T("Sample 1200");
-    pdd.p->FileVersion = T("1.00");
-    pdd.p->PlugIn = T("sample.so");
-    pdd.p->dwDuplex = 1, pdd.p->dwColors = 3, pdd.p->dwLanguage = 1, pdd.p->dwLanguageLevel = 5;
-    pdd.p->bLangID = 7, pdd.p->bMeasUnits = 1, pdd.p->bFontPitch = 10;
-    CfgBlock cfg;
-    ASSERT_EQ(Build(pdd, cfg), 1);
-    const CFGINFO &c = *cfg.c;
-    EXPECT_EQ(c.wVersion, 11);
-    EXPECT_EQ(+c.dwDuplex, 1u);
-    EXPECT_EQ(+c.dwColors, 3u);
-    EXPECT_EQ(+c.dwLanguageLevel, 5u);
-    EXPECT_EQ(c.bLangID, 7);
-    EXPECT_EQ(c.bMeasUnits, 1);
-    EXPECT_EQ(c.bFontPitch, 10);
-    EXPECT_EQ(c.nCustomPaper, -1);
-    EXPECT_EQ(c.dwCustMaxWidth, 0u);
-
-    struct {
+    Built b("*Product: \"Sample 1200\"\n*FileVersion: \"1.00\"\n*PlugIn: sample.so\n"
+            "*PrinterLanguage: pcl6\n*LanguageLevel: 5c\n*ColorDevice: True\n"
+            "*DuplexDevice: True\n*LanguageVersion: \"german\"\n*DefaultFontPitch: 10\n"
+            "*Resolution 600dpi/600 dpi:\n*Resolution 1200x600dpi:\n"
+            "*DefaultResolution: 1200x600dpi\n"
+            "*PageSize Letter/US: 2\n*PaperDimension Letter: \"612 792\"\n"
+            "*ImageableArea Letter: \"12 12 600 780\"\n"
+            "*PageSize A4/A: 26\n*PaperDimension A4: \"595.2 841.8\"\n"
+            "*ImageableArea A4.port: \"12 12 583 830\"\n*ImageableArea A4.land: \"14 12 581 830\"\n"
+            "*DefaultPageSize: A4\n"
+            "*InputSlot Tray1/upper:\n*InputSlot Manual:\n*DefaultInputSlot: Manual\n"
+            "*OutputBin Top/Top Bin:\n*OutputBin Side: 3\n*DefaultOutputBin: Side\n"
+            "*MediaType Plain/Plain Paper: 0\n*DefaultMediaType: Plain");
+    ASSERT_EQ(b.ok, 1);
+    const CFGINFO &c = *b.c;
+    EXPECT_EQ(std::vector<long>({c.wVersion, long(c.dwDuplex), long(c.dwColors),
+                                 long(c.dwLanguageLevel), c.bLangID, c.bMeasUnits, c.bFontPitch,
+                                 c.nCustomPaper, long(c.dwCustMaxWidth)}),
+              std::vector<long>({11, 1, 3, 5, 7, 1, 10, -1, 0}));
+    // Each table: count, default row, width (longest text + 1) and rows in list order.
+    const struct {
         const char *what;
         DWORD count, def, width;
         HGLOBAL h;
         std::vector<std::u16string> rows;
     } tables[] = {
-        {"res names: translation, else key",
-         c.nResolutions,
-         DWORD(c.nDefaultRes),
-         c.cchResName,
-         c.hResNames,
-         {u"600 dpi", u"1200x600dpi"}},
+        // clang-format off
+        {"res names: translation, else key", c.nResolutions, DWORD(c.nDefaultRes), c.cchResName,
+         c.hResNames, {u"600 dpi", u"1200x600dpi"}},
         {"res keys", 2, 1, c.cchResKey, c.hResKeys, {u"600dpi", u"1200x600dpi"}},
-        {"paper names narrower than keys",
-         c.nPapers,
-         DWORD(c.nDefaultPaper),
-         c.cchPaperName,
-         c.hPaperNames,
-         {u"US", u"A"}},
+        {"paper names narrower than keys", c.nPapers, DWORD(c.nDefaultPaper), c.cchPaperName,
+         c.hPaperNames, {u"US", u"A"}},
         {"paper keys", 2, 1, c.cchPaperKey, c.hPaperKeys, {u"Letter", u"A4"}},
         {"paper codes", 2, 1, c.cchPaperCmd, c.hPaperCmds, {u"2", u"26"}},
-        {"tray names",
-         c.nTrays,
-         DWORD(c.nDefaultTray),
-         c.cchTrayName,
-         c.hTrayNames,
+        {"tray names", c.nTrays, DWORD(c.nDefaultTray), c.cchTrayName, c.hTrayNames,
          {u"upper", u"Manual"}},
-        {"bin names",
-         c.nDests,
-         DWORD(c.nDefaultDest),
-         c.cchDestName,
-         c.hDestNames,
+        {"bin names", c.nDests, DWORD(c.nDefaultDest), c.cchDestName, c.hDestNames,
          {u"Top Bin", u"Side"}},
         {"bin codes: one empty row", 2, 1, c.cchDestCmd, c.hDestCmds, {u"", u"3"}},
-        {"media",
-         c.nMedia,
-         DWORD(c.nDefaultMedia),
-         c.cchMediaName,
-         c.hMediaNames,
+        {"media", c.nMedia, DWORD(c.nDefaultMedia), c.cchMediaName, c.hMediaNames,
          {u"Plain Paper"}},
+        // clang-format on
     };
     for (auto &t : tables) {
         SCOPED_TRACE(t.what);
@@ -164,114 +115,71 @@ TEST_F(Builder, TablesAtExactWidthsInListOrder) {
         EXPECT_EQ(GlobalSize(t.h), t.rows.size() * t.width * 2);
         for (DWORD r = 0; r < t.rows.size(); ++r) EXPECT_EQ(Row(t.h, t.width, r), t.rows[r]);
     }
-    EXPECT_EQ(c.cchPaperName, 3u);
-    EXPECT_EQ(c.cchPaperKey, 7u);
-    EXPECT_EQ(c.cchTrayCmd, 0u) << "no tray has a code: no table";
-    EXPECT_EQ(c.hTrayCmds, 0u);
-    EXPECT_EQ(c.hResCmds, 0u);
-    EXPECT_EQ(U32s(c.hResValues), (std::vector<uint32_t>{600, 600, 1200, 600}));
-    EXPECT_EQ(U32s(c.hPaperDims),
-              (std::vector<uint32_t>{6120, 7920, 12, 12, 600, 780, 5950, 8420, 1, 2, 3, 4, //
-                                     6120, 7920, 14, 10, 590, 770, 5950, 8420, 5, 6, 7, 8}));
-    EXPECT_EQ(Bytes(c.hModelName).size(), 12u);
-    EXPECT_STREQ(reinterpret_cast<const char *>(Bytes(c.hModelName).data()), "Sample 1200");
-    auto plug = Bytes(c.hPlugIn);
-    ASSERT_EQ(plug.size(), 20u);
-    EXPECT_EQ(std::u16string(reinterpret_cast<const char16_t *>(plug.data())), u"sample.so");
+    EXPECT_EQ(c.cchTrayCmd | c.hTrayCmds | c.hResCmds, 0u) << "no code at all: no table";
+    EXPECT_EQ(Bytes<uint32_t>(c.hResValues), (std::vector<uint32_t>{600, 600, 1200, 600}));
+    // Both papers portrait, then both landscape.
+    EXPECT_EQ(Bytes<uint32_t>(c.hPaperDims),
+              (std::vector<uint32_t>{
+                  6120, 7920, 120, 120, 5880, 7680, 5952, 8418, 120, 120, 5710, 8180, //
+                  6120, 7920, 120, 120, 5880, 7680, 5952, 8418, 120, 140, 8180, 5670}));
+    EXPECT_EQ(Escape(Text(c.hModelName)) + " " + std::to_string(GlobalSize(c.hModelName)),
+              "Sample 1200 12");
+    EXPECT_EQ(Bytes<char16_t>(c.hPlugIn), std::vector<char16_t>(u"sample.so", u"sample.so" + 10));
     EXPECT_EQ(+c.hPortraitCmd | +c.hLandscapeCmd, 0u);
 }
 
 TEST_F(Builder, FullLengthTextsAndRawOrientationBytes) {
-    HandPDD pdd;
-    std::string key40(40, 'K');
-    pdd.Res("r", "", "", 300, 300);
-    pdd.Paper(key40, "", "1", 100, 100);
-    pdd.Tray("t", "", "1");
-    pdd.p->Product = T(std::string(40, 'P'));
-    // A command cut short by the parser's line-feed conversion keeps its length.
-    pdd.p->PortraitCmd = T("@PJL\n");
-    pdd.p->PortraitCmd.nLen = 8;
-    pdd.p->pCustomPaper = &pdd.papers.back();
-    pdd.p->dwCustMinWidth = 216, pdd.p->dwCustMarginBottom = 12;
-    CfgBlock cfg;
-    ASSERT_EQ(Build(pdd, cfg), 1);
-    const CFGINFO &c = *cfg.c;
+    const std::string key40(40, 'K');
+    // A command cut short by the line-feed conversion keeps its length.
+    Built b("*Resolution r:\n*PageSize " + key40 + ": 1\n*InputSlot t: 1\n*Product: \"" +
+            std::string(40, 'P') + "\"\n*Orientation Portrait: \"@PJL\\nXYZ\"\n" +
+            "*CustomPageSize C: \"21.6 36 61.2 100.8\"\n*CustomPageMargins:  \"0 0 0 1.2\"");
+    ASSERT_EQ(b.ok, 1);
+    const CFGINFO &c = *b.c;
     EXPECT_EQ(c.cchPaperKey, 41u);
     EXPECT_EQ(Row(c.hPaperKeys, 41, 0), std::u16string(40, u'K'));
-    EXPECT_EQ(Bytes(c.hModelName).size(), 41u);
-    EXPECT_EQ(Bytes(c.hModelName).back(), 0);
-    EXPECT_EQ(c.nCustomPaper, 0);
-    EXPECT_EQ(c.dwCustMinWidth, 216u);
-    EXPECT_EQ(c.dwCustMarginBottom, 12u);
-    EXPECT_EQ(+c.cbPortraitCmd, 8u);
+    auto model = Bytes(c.hModelName);
+    EXPECT_EQ(std::string(model.begin(), model.end()), std::string(40, 'P') + '\0');
+    EXPECT_EQ(
+        std::vector<long>({c.nCustomPaper, long(c.dwCustMinWidth), long(c.dwCustMarginBottom)}),
+        std::vector<long>({1, 216, 12}));
     EXPECT_EQ(Bytes(+c.hPortraitCmd), (std::vector<uint8_t>{'@', 'P', 'J', 'L', '\n', 0, 0, 0}));
-    EXPECT_EQ(+c.hLandscapeCmd, 0u);
-    EXPECT_EQ(+c.cbLandscapeCmd, 0u);
-    EXPECT_EQ(c.hFileVersion, 0u);
-    EXPECT_EQ(c.hPlugIn, 0u);
+    EXPECT_EQ(+c.cbPortraitCmd, 8u);
+    EXPECT_EQ(+c.hLandscapeCmd | +c.cbLandscapeCmd | c.hFileVersion | c.hPlugIn, 0u);
     EXPECT_EQ(c.nDests | c.nMedia | c.cchDestName | c.cchMediaName, 0u);
 }
 
 TEST_F(Builder, MissingRequiredFamilyFailsWithNoTables) {
+    const char *families[] = {"*Resolution r:\n", "*PageSize p: 1\n", "*InputSlot t: 1\n"};
     for (int missing = 0; missing < 3; ++missing) {
-        SCOPED_TRACE(missing);
-        HandPDD pdd;
-        if (missing != 0) pdd.Res("r", "", "", 300, 300);
-        if (missing != 1) pdd.Paper("p", "", "1", 100, 100);
-        if (missing != 2) pdd.Tray("t", "", "1");
-        pdd.p->Product = T("M");
+        std::string lines = "*Product: \"M\"\n";
+        for (int f = 0; f < 3; ++f)
+            if (f != missing) lines += families[f];
+        Described d(lines);
         CfgBlock cfg;
-        cfg.c->hPDD = pdd.h;
-        EXPECT_EQ(PDD_GetConfig(cfg.h), 0);
-        EXPECT_EQ(cfg.c->hResNames | cfg.c->hPaperNames | cfg.c->hTrayNames | cfg.c->hModelName,
-                  0u);
+        cfg.c->hPDD = d.parsed.h;
+        EXPECT_EQ(PDD_GetConfig(cfg.h), 0) << missing;
+        EXPECT_TRUE(NoBlocks(*cfg.c));
     }
 }
 
-// Every allocation and lock of the builder and the id pass can fail; each failure leaves a
-// record without tables, and nothing leaks.
+// Every allocation and lock of the builder can fail; each failure leaves the record without
+// a block of its own, and nothing leaks.
 TEST_F(Builder, EachFailureUndoesEverything) {
+    Parsed pdd(std::string(Q417_TEST_DATA) + "/config/full.pdd");
     for (bool lock : {false, true}) {
         for (long k = 1;; ++k) {
             SCOPED_TRACE(testing::Message() << (lock ? "lock " : "allocation ") << k);
-            HandPDD pdd;
-            pdd.Res("r", "", "x", 300, 300);
-            pdd.Paper("p", "", "1", 100, 100);
-            pdd.Tray("t", "", "1");
-            pdd.Dest("d", "", "1");
-            pdd.Media("m", "", "1");
-            pdd.p->Product = T("M");
-            pdd.p->FileVersion = T("1");
-            pdd.p->PlugIn = T("x.so");
-            pdd.p->LandscapeCmd = T("L");
-            long live = q417::mem::LiveBlocks();
             CfgBlock cfg;
             cfg.c->hPDD = pdd.h;
+            long live = q417::mem::LiveBlocks();
             lock ? q417::mem::FailLock(k) : q417::mem::FailAllocation(k);
-            int ok = PDD_GetConfig(cfg.h) && PDD_GetWinIDs(cfg.c);
+            int ok = PDD_GetConfig(cfg.h);
             q417::mem::FailLock(0);
             q417::mem::FailAllocation(0);
-            CFGINFO *c = cfg.c;
-            if (c->cbLandscapeCmd && !c->hLandscapeCmd) {
-                EXPECT_TRUE(ok) << "an orientation block fails alone; the record is good";
-                continue;
-            }
-            if (ok) {
-                // 23 blocks: four per resolution and paper family, three per other family,
-                // four texts, two id tables. Locks: those but the ids, both records, and four
-                // in the id pass.
-                EXPECT_EQ(k, lock ? 28 : 24);
-                break;
-            }
-            if (c->hResNames) { // the id pass failed after a complete build
-                EXPECT_EQ(c->hPaperIDs | c->hTrayIDs, 0u);
-                continue;
-            }
-            for (HGLOBAL h : {c->hResKeys, c->hResCmds, c->hResValues, c->hPaperNames,
-                              c->hPaperDims, c->hTrayNames, c->hDestNames, c->hMediaNames,
-                              c->hModelName, c->hFileVersion, c->hPlugIn})
-                EXPECT_EQ(h, 0u);
-            EXPECT_EQ(q417::mem::LiveBlocks(), live + 1) << "only the record's own block";
+            if (ok) break; // past the last step, or only an orientation block failed
+            EXPECT_TRUE(NoBlocks(*cfg.c));
+            EXPECT_EQ(q417::mem::LiveBlocks(), live);
         }
     }
 }

@@ -1,12 +1,12 @@
 // The long-lived copy: fixed row widths, cut texts, the blocks that pass to it, and the cache
 // lookups that read it.
-#include "config_helpers.h"
-
-using namespace cfgtest;
+#include "pdd_testutil.h"
 
 namespace {
 
-// Frees what the working record still owns after its copy: its 21 tables, as at shutdown.
+using namespace pddtest;
+
+// Frees what the working record still owns after its copy: its tables, as at shutdown.
 // The three passed blocks now belong to the copy.
 void FreeSourceTables(CFGINFO *s) {
     s->hFileVersion = s->hPortraitCmd = s->hLandscapeCmd = 0;
@@ -14,67 +14,28 @@ void FreeSourceTables(CFGINFO *s) {
 }
 
 const std::u16string k24 = u"ABCDEFGHIJKLMNOPQRSTUVWX"; // exactly one row of a copy
-const std::u16string k29 = k24 + u"yzyzy";
 const std::u16string k40 = k24 + u"0123456789abcdef";
 
-// A working record as the builder leaves it: widths of its own, tables of every family but
-// bins and media.
-struct Source {
-    HGLOBAL h = GlobalAlloc(GHND, CFGINFO_SIZE);
-    CFGINFO *s = static_cast<CFGINFO *>(GlobalLock(h));
+// A working record as the builder leaves it: rows narrower and wider than a copy's, a tray
+// name exactly one row long, no resolution or bin codes.
+struct Source : Built {
+    CFGINFO *s = c;
     DDIDEVMODE dm{};
-
-    Source() {
+    Source()
+        : Built("*Product: \"Model name of thirty-five bytes!!!!\"\n*FileVersion: \"1.00\"\n"
+                "*PlugIn: plug.so\n*Orientation Portrait: \"@PJL P\"\n"
+                "*Orientation Landscape: \"@PJL L\"\n"
+                "*Resolution 300dpi/ABCDEFGHIJKLMNOPQRSTUVWXyzyzy:\n*Resolution 600dpi/600 dpi:\n"
+                "*PageSize Long/" +
+                std::string(k40.begin(), k40.end()) +
+                ": 2\n*PaperDimension Long: \"612 792\"\n*PageSize A4: 26\n"
+                "*InputSlot Tray1/ABCDEFGHIJKLMNOPQRSTUVWX: 1\n*InputSlot Tray2/lower: -1\n"
+                "*OutputBin Up:\n*MediaType Plain: 0") {
         dm.hConfig = h;
-        s->wVersion = 11;
-        s->dwColors = 3;
-        s->nResolutions = 2;
-        s->nDefaultRes = 1;
-        s->cchResName = 30;
-        s->hResNames = WideTable({k29, u"600 dpi"}, 30);
-        s->cchResKey = 8;
-        s->hResKeys = WideTable({u"300dpi", u"600dpi"}, 8);
-        uint32_t values[] = {300, 300, 600, 600};
-        s->hResValues = Block(values, sizeof values);
-        s->nPapers = 2;
-        s->cchPaperName = 41;
-        s->hPaperNames = WideTable({k40, u"A4"}, 41);
-        s->cchPaperKey = 7;
-        s->hPaperKeys = WideTable({u"Long", u"A4"}, 7);
-        s->cchPaperCmd = 3;
-        s->hPaperCmds = WideTable({u"2", u"26"}, 3);
-        uint32_t dims[24];
-        for (int i = 0; i < 24; ++i) dims[i] = 1000 + i;
-        s->hPaperDims = Block(dims, sizeof dims);
-        uint16_t pids[] = {1, 9};
-        s->hPaperIDs = Block(pids, sizeof pids);
-        s->nTrays = 2;
-        s->cchTrayName = 25;
-        s->hTrayNames = WideTable({k24, u"lower"}, 25);
-        s->cchTrayKey = 6;
-        s->hTrayKeys = WideTable({u"Tray1", u"Tray2"}, 6);
-        s->cchTrayCmd = 3;
-        s->hTrayCmds = WideTable({u"1", u"-1"}, 3);
-        uint16_t tids[] = {256, 2};
-        s->hTrayIDs = Block(tids, sizeof tids);
-        s->hModelName = Text8("Model name of thirty-five bytes!!!!");
-        const char16_t plug[] = u"plug.so";
-        s->hPlugIn = Block(plug, sizeof plug);
-        s->hFileVersion = Text8("1.00");
-        s->cbPortraitCmd = 6;
-        s->hPortraitCmd = Block("@PJL P", 6);
-        s->cbLandscapeCmd = 6;
-        s->hLandscapeCmd = Block("@PJL L", 6);
-        s->nCustomPaper = -1;
-    }
-    ~Source() {
-        FreeCfgTables(s);
-        GlobalUnlock(h);
-        GlobalFree(h);
     }
 };
 
-struct Copy : LiveBlocks {};
+using Copy = LiveBlocks;
 
 TEST_F(Copy, WidthsBecomeFixedAndTextsAreCutWithoutTerminator) {
     Source src;
@@ -84,101 +45,71 @@ TEST_F(Copy, WidthsBecomeFixedAndTextsAreCutWithoutTerminator) {
     ASSERT_EQ(CFGCopyInfo(&src.dm, &d), 1);
     EXPECT_EQ(std::memcmp(&before, src.s, CFGINFO_SIZE), 0) << "the source never changes";
 
-    struct {
+    // Every table of rows: its width in the copy, one row's text, and whether it ends in 0.
+    const struct {
         const char *what;
         HGLOBAL h;
-        DWORD cch, rows, row;
+        DWORD cch, wantCch, rows, row;
         std::u16string text;
         bool terminated;
     } rows[] = {
-        {"29 chars in a row of 24: cut", d.hResNames, d.cchResName, 2, 0, k24, false},
-        {"short text: zero-filled row", d.hResNames, d.cchResName, 2, 1, u"600 dpi", true},
-        {"40-char paper name fits 64", d.hPaperNames, d.cchPaperName, 2, 0, k40, true},
-        {"paper key", d.hPaperKeys, d.cchPaperKey, 2, 1, u"A4", true},
-        {"paper code", d.hPaperCmds, d.cchPaperCmd, 2, 1, u"26", true},
-        {"exactly 24 chars: no terminator", d.hTrayNames, d.cchTrayName, 2, 0, k24, false},
-        {"tray code", d.hTrayCmds, d.cchTrayCmd, 2, 1, u"-1", true},
-        {"resolution key", d.hResKeys, d.cchResKey, 2, 1, u"600dpi", true},
+        {"29 chars in a row of 24: cut", d.hResNames, d.cchResName, 24, 2, 0, k24, false},
+        {"short text: zero-filled row", d.hResNames, d.cchResName, 24, 2, 1, u"600 dpi", true},
+        {"resolution key", d.hResKeys, d.cchResKey, 24, 2, 1, u"600dpi", true},
+        {"40-char paper name fits 64", d.hPaperNames, d.cchPaperName, 64, 2, 0, k40, true},
+        {"paper key", d.hPaperKeys, d.cchPaperKey, 64, 2, 1, u"A4", true},
+        {"paper code", d.hPaperCmds, d.cchPaperCmd, 24, 2, 1, u"26", true},
+        {"exactly 24 chars: no terminator", d.hTrayNames, d.cchTrayName, 24, 2, 0, k24, false},
+        {"tray key", d.hTrayKeys, d.cchTrayKey, 24, 2, 1, u"Tray2", true},
+        {"tray code", d.hTrayCmds, d.cchTrayCmd, 24, 2, 1, u"-1", true},
+        {"bin name", d.hDestNames, d.cchDestName, 24, 1, 0, u"Up", true},
+        {"bin key", d.hDestKeys, d.cchDestKey, 24, 1, 0, u"Up", true},
+        {"media name", d.hMediaNames, d.cchMediaName, 24, 1, 0, u"Plain", true},
+        {"media key", d.hMediaKeys, d.cchMediaKey, 24, 1, 0, u"Plain", true},
+        {"media code", d.hMediaCmds, d.cchMediaCmd, 24, 1, 0, u"0", true},
     };
     for (auto &r : rows) {
         SCOPED_TRACE(r.what);
-        EXPECT_EQ(GlobalSize(r.h), SIZE_T(r.rows) * r.cch * 2);
-        EXPECT_EQ(Row(r.h, r.cch, r.row), r.text);
-        EXPECT_EQ(RowTerminated(r.h, r.cch, r.row), r.terminated);
+        EXPECT_EQ(r.cch, r.wantCch);
+        EXPECT_EQ(GlobalSize(r.h), SIZE_T(r.rows) * r.wantCch * 2);
+        EXPECT_EQ(Row(r.h, r.wantCch, r.row), r.text);
+        auto w = Bytes<char16_t>(r.h);
+        auto end = w.begin() + (r.row + 1) * r.wantCch;
+        bool terminated = std::find(end - r.wantCch, end, 0) != end;
+        EXPECT_EQ(terminated, r.terminated);
     }
-    EXPECT_EQ(d.cchResName, 24u);
-    EXPECT_EQ(d.cchResKey, 24u);
-    EXPECT_EQ(d.cchPaperName, 64u);
-    EXPECT_EQ(d.cchPaperKey, 64u);
-    EXPECT_EQ(d.cchPaperCmd, 24u);
-    EXPECT_EQ(d.cchTrayName, 24u);
-    EXPECT_EQ(d.cchTrayKey, 24u);
-    EXPECT_EQ(d.cchTrayCmd, 24u);
-    EXPECT_EQ(d.cchResCmd, 0u) << "no resolution commands: width and table stay absent";
-    EXPECT_EQ(d.hResCmds, 0u);
-    EXPECT_EQ(d.cchDestName, 0u);
-    EXPECT_EQ(d.cchDestKey, 0u);
-    EXPECT_EQ(d.cchMediaName, 0u);
-    EXPECT_EQ(d.hDestNames | d.hDestKeys | d.hMediaNames | d.hMediaKeys, 0u);
+    EXPECT_EQ(d.cchResCmd | d.hResCmds | d.cchDestCmd | d.hDestCmds, 0u)
+        << "no codes: width and table stay absent";
+    EXPECT_EQ(Escape(Text(d.hModelName)) + " " + std::to_string(GlobalSize(d.hModelName)),
+              "Model name of thirty-five bytes! 32");
+    auto plug = Bytes<char16_t>(d.hPlugIn);
+    EXPECT_EQ(std::u16string(plug.begin(), plug.end()), u"plug.so" + std::u16string(25, 0));
 
-    auto model = Bytes(d.hModelName);
-    ASSERT_EQ(model.size(), 32u);
-    EXPECT_EQ(std::string(model.begin(), model.end()), "Model name of thirty-five bytes!");
-    auto plug = Bytes(d.hPlugIn);
-    ASSERT_EQ(plug.size(), 64u);
-    EXPECT_EQ(std::u16string(reinterpret_cast<const char16_t *>(plug.data())), u"plug.so");
-    EXPECT_TRUE(std::all_of(plug.begin() + 16, plug.end(), [](uint8_t b) { return b == 0; }));
-
-    EXPECT_EQ(U32s(d.hPaperDims), U32s(src.s->hPaperDims)) << "both halves";
-    EXPECT_EQ(U16s(d.hPaperIDs), U16s(src.s->hPaperIDs));
-    EXPECT_EQ(U16s(d.hTrayIDs), U16s(src.s->hTrayIDs));
-    EXPECT_EQ(U32s(d.hResValues), U32s(src.s->hResValues));
+    EXPECT_EQ(Bytes(d.hPaperDims), Bytes(src.s->hPaperDims)) << "both halves";
+    EXPECT_EQ(Bytes(d.hPaperIDs), Bytes(src.s->hPaperIDs));
+    EXPECT_EQ(Bytes(d.hTrayIDs), Bytes(src.s->hTrayIDs));
+    EXPECT_EQ(Bytes(d.hResValues), Bytes(src.s->hResValues));
 
     // Three blocks pass to the copy; every other table is its own.
     EXPECT_EQ(d.hFileVersion, src.s->hFileVersion);
     EXPECT_EQ(+d.hPortraitCmd, +src.s->hPortraitCmd);
     EXPECT_EQ(+d.hLandscapeCmd, +src.s->hLandscapeCmd);
     EXPECT_NE(d.hPaperDims, src.s->hPaperDims);
-    EXPECT_NE(d.hModelName, src.s->hModelName);
-
     FreeSourceTables(src.s);
     FreeCfgTables(&d);
-}
 
-TEST_F(Copy, OlderRecordHasOnlyThePortraitHalf) {
-    Source src;
-    src.s->wVersion = 8;
-    CFGINFO d{};
-    ASSERT_EQ(CFGCopyInfo(&src.dm, &d), 1);
+    // An older record holds only the portrait half of the paper dimensions.
+    Source old;
+    old.s->wVersion = 8;
+    ASSERT_EQ(CFGCopyInfo(&old.dm, &d), 1);
     EXPECT_EQ(GlobalSize(d.hPaperDims), 2u * 24);
-    FreeSourceTables(src.s);
+    FreeSourceTables(old.s);
     FreeCfgTables(&d);
-}
 
-TEST_F(Copy, BinsAndMediaGetWidth24WhenPresent) {
-    Source src;
-    src.s->nDests = 1;
-    src.s->cchDestName = 3;
-    src.s->hDestNames = WideTable({u"Up"}, 3);
-    src.s->cchDestKey = 3;
-    src.s->hDestKeys = WideTable({u"Up"}, 3);
-    src.s->nMedia = 1;
-    src.s->cchMediaName = 6;
-    src.s->hMediaNames = WideTable({u"Plain"}, 6);
-    src.s->cchMediaKey = 6;
-    src.s->hMediaKeys = WideTable({u"Plain"}, 6);
-    src.s->cchMediaCmd = 2;
-    src.s->hMediaCmds = WideTable({u"0"}, 2);
-    CFGINFO d{};
-    ASSERT_EQ(CFGCopyInfo(&src.dm, &d), 1);
-    EXPECT_EQ(d.cchDestName, 24u);
-    EXPECT_EQ(d.cchDestKey, 24u);
-    EXPECT_EQ(d.cchDestCmd, 0u);
-    EXPECT_EQ(d.cchMediaCmd, 24u);
-    EXPECT_EQ(Row(d.hMediaCmds, 24, 0), u"0");
-    EXPECT_EQ(Row(d.hDestNames, 24, 0), u"Up");
-    FreeSourceTables(src.s);
-    FreeCfgTables(&d);
+    EXPECT_EQ(CFGCopyInfo(nullptr, &d), 0);
+    EXPECT_EQ(CFGCopyInfo(&old.dm, nullptr), 0);
+    DDIDEVMODE none{};
+    EXPECT_EQ(CFGCopyInfo(&none, &d), 0);
 }
 
 // Every allocation and lock of the copy can fail: the result is 0, the copy holds no table,
@@ -201,54 +132,23 @@ TEST_F(Copy, EachFailureLeavesNoTableAndNoLeak) {
             if (ok) {
                 FreeSourceTables(src.s);
                 FreeCfgTables(&d);
-                // 14 tables to copy: one block and two locks each, and the source's lock.
-                EXPECT_EQ(k, lock ? 30 : 15);
+                // 19 tables to copy: one block and two locks each, and the source's lock.
+                EXPECT_EQ(k, lock ? 40 : 20);
                 break;
             }
             EXPECT_EQ(q417::mem::LiveBlocks(), live);
-            for (HGLOBAL h : {d.hResNames, d.hResKeys, d.hResValues, d.hPaperNames, d.hPaperKeys,
-                              d.hPaperCmds, d.hPaperDims, d.hPaperIDs, d.hTrayNames, d.hTrayKeys,
-                              d.hTrayCmds, d.hTrayIDs, d.hModelName, d.hPlugIn})
-                EXPECT_EQ(h, 0u);
+            EXPECT_TRUE(NoBlocks(d, 21)) << "the passed blocks are still the source's";
         }
     }
 }
 
-TEST_F(Copy, NullArgumentsAndUnlockableSource) {
-    Source src;
-    CFGINFO d{};
-    EXPECT_EQ(CFGCopyInfo(nullptr, &d), 0);
-    EXPECT_EQ(CFGCopyInfo(&src.dm, nullptr), 0);
-    DDIDEVMODE none{};
-    EXPECT_EQ(CFGCopyInfo(&none, &d), 0);
-}
-
-TEST_F(Copy, HelpersKeepToTheSourceBlock) {
-    // A plug-in name shorter than 64 bytes: only its bytes, the rest zero.
-    HGLOBAL small = Block("abc", 4);
-    HGLOBAL c = CopyHandleToHandle(small, 64);
-    auto b = Bytes(c);
-    ASSERT_EQ(b.size(), 64u);
-    EXPECT_EQ(std::string(reinterpret_cast<char *>(b.data())), "abc");
-    GlobalFree(c);
-    // 8-bit copy of a block without terminator stops at the block's end.
+// An 8-bit text without terminator is read only to its block's end.
+TEST_F(Copy, TextCopyKeepsToTheSourceBlock) {
     HGLOBAL raw = Block("0123456789", 10);
-    c = StrnCopyHandleToHandle(raw, 32);
-    b = Bytes(c);
-    EXPECT_EQ(std::string(b.begin(), b.begin() + 11), std::string("0123456789\0", 11));
+    HGLOBAL c = StrnCopyHandleToHandle(raw, 32);
+    EXPECT_EQ(Text(c) + " " + std::to_string(GlobalSize(c)), "0123456789 32");
     GlobalFree(c);
-    // Rows wider than the source's: zero tails; narrower: cut.
-    HGLOBAL t = WideTable({u"ab", u"cd"}, 2);
-    c = ResizeCopyHandle(t, 4, 6, 2);
-    EXPECT_EQ(Row(c, 3, 0), u"ab");
-    EXPECT_EQ(Row(c, 3, 1), u"cd");
-    GlobalFree(c);
-    c = ResizeCopyHandle(t, 4, 2, 2);
-    EXPECT_EQ(U16s(c), (std::vector<uint16_t>{u'a', u'c'}));
-    GlobalFree(c);
-    EXPECT_EQ(ResizeCopyHandle(0, 4, 4, 2), 0u);
-    EXPECT_EQ(CopyHandleToHandle(0, 4), 0u);
-    for (HGLOBAL h : {small, raw, t}) GlobalFree(h);
+    GlobalFree(raw);
 }
 
 // ---- The cache and its lookups ----
@@ -269,7 +169,7 @@ struct Cache : LiveBlocks {
 };
 
 TEST_F(Cache, PaperAndTrayCodesByRow) {
-    struct {
+    const struct {
         int (*fn)(DDIDEVMODE *, int);
         int row, code;
     } cases[] = {
@@ -283,9 +183,7 @@ TEST_F(Cache, PaperAndTrayCodesByRow) {
         EXPECT_EQ(dm.hCfgCache, hCfg);
     }
     EXPECT_EQ(GetPaperSelect(nullptr, 0), 0);
-}
-
-TEST_F(Cache, CodeRowOfFullWidthIsReadOnlyToItsEnd) {
+    // A code as wide as its row has no terminator: read only to the row's end.
     auto *c = static_cast<CFGINFO *>(GlobalLock(hCfg));
     GlobalFree(c->hTrayCmds);
     c->hTrayCmds = WideTable({u"000000000000000000000007", u"8"}, 24);
@@ -298,8 +196,7 @@ TEST_F(Cache, VersionAndOrientationTexts) {
     std::memset(buf, 'x', sizeof buf);
     EXPECT_EQ(GetPDDVersionString(&dm, buf), 40);
     EXPECT_STREQ(buf, "1.00");
-
-    struct {
+    const struct {
         SHORT orient;
         int result;
         const char *text;
@@ -323,9 +220,15 @@ TEST_F(Cache, VersionAndOrientationTexts) {
     EXPECT_EQ(std::string(buf), "0123456789012345678901234567890123456789");
 }
 
-TEST_F(Cache, NoCacheGivesNothing) {
-    DiscardDeviceInfo(nullptr);
-    EXPECT_EQ(hCfg, 0u);
+TEST_F(Cache, RetrieveServesTheCacheAndDiscardEmptiesIt) {
+    HGLOBAL h = hCfg;
+    EXPECT_EQ(RetrieveDeviceInfo(&dm), 1);
+    EXPECT_EQ(RetrieveDeviceInfo(&dm), 1);
+    EXPECT_EQ(dm.hCfgCache, h);
+    EXPECT_EQ(hCfg, h);
+    DiscardDeviceInfo(&dm); // the tear-down's block count shows the copy's blocks are gone
+    EXPECT_EQ(hCfg | dm.hCfgCache, 0u);
+    // Without a cache every lookup gives nothing.
     char buf[64] = "keep";
     dm.hCfgCache = 77;
     EXPECT_EQ(GetPaperSelect(&dm, 0), 0);
@@ -334,18 +237,6 @@ TEST_F(Cache, NoCacheGivesNothing) {
     dm.dmOrientation = 1;
     EXPECT_EQ(GetPJLOrientString(&dm, buf), 0);
     EXPECT_STREQ(buf, "keep");
-}
-
-TEST_F(Cache, RetrieveServesWhatIsCachedAndDiscardFreesTheCopy) {
-    HGLOBAL h = hCfg;
-    EXPECT_EQ(RetrieveDeviceInfo(&dm), 1);
-    EXPECT_EQ(RetrieveDeviceInfo(&dm), 1);
-    EXPECT_EQ(dm.hCfgCache, h);
-    EXPECT_EQ(hCfg, h);
-    DiscardDeviceInfo(&dm);
-    EXPECT_EQ(hCfg, 0u);
-    EXPECT_EQ(dm.hCfgCache, 0u);
-    // The tear-down's block count shows that the copy's tables and passed blocks are gone.
 }
 
 } // namespace
