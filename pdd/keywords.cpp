@@ -494,7 +494,8 @@ int Include(PDDINFO *pPDD, char *) {
     char *pszName = PDDTok("\r\n\"\t ");
     if (!pszName) return PDDRefuse("no file name");
     WCHAR szPath[kMaxPath];
-    if (!MakeIncludePath(pszFrom, pszName, szPath)) return PDDRefuse("file name too long or not convertible");
+    if (!MakeIncludePath(pszFrom, pszName, szPath))
+        return PDDRefuse("file name too long or not convertible");
     int nDepth = PDDFileDepth();
     if (nDepth > PDD_MAXINCLUDE) return PDDRefuse("includes nested deeper than 8: skipped");
     std::vector<std::u16string> normal = NormalPath(szPath);

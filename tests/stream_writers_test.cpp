@@ -122,9 +122,12 @@ TEST_F(StreamWriters, HPGLScaleOfAnNUpSheet) {
 
 TEST_F(StreamWriters, TopMarginBoundaries) {
     const std::pair<INT, const char *> cases[] = {
-        {149, "\x1b&l2a0o6d1E"},   {150, "\x1b&l2a0o4d1E"},   // 6, then 4 lines an inch
-        {180, "\x1b&l2a0o4d1E"},   {181, "\x1b&l2a0o48d13E"}, // 48: (362 + 29) / 30
-        {195, "\x1b&l2a0o48d13E"}, {196, "\x1b&l2a0o48d14E"}, // 13 lines of 15 cover 195
+        {149, "\x1b&l2a0o6d1E"},
+        {150, "\x1b&l2a0o4d1E"}, // 6, then 4 lines an inch
+        {180, "\x1b&l2a0o4d1E"},
+        {181, "\x1b&l2a0o48d13E"}, // 48: (362 + 29) / 30
+        {195, "\x1b&l2a0o48d13E"},
+        {196, "\x1b&l2a0o48d14E"},               // 13 lines of 15 cover 195
         {1919903859, "\x1b&l2a0o48d-15171984E"}, // a block 1 margin that wraps in 32 bits
     };
     for (const auto &[margin, command] : cases) {
