@@ -7,7 +7,9 @@
 #include <vector>
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
-extern "C" __attribute__((weak)) int LLVMFuzzerInitialize(int *, char ***) { return 0; }
+extern "C" __attribute__((weak)) int LLVMFuzzerInitialize(int *, char ***) {
+    return 0;
+}
 
 int main(int argc, char **argv) {
     LLVMFuzzerInitialize(&argc, &argv);
