@@ -25,7 +25,7 @@ class DefinitionsTest : public ::testing::Test {
         std::string text = "[Other]\nW1=9,9,9,9,9,9,9,9,9,9,Other,Other\n[Watermarks]\n";
         for (size_t i = 0; i < values.size(); ++i)
             text += "WM" + std::to_string(i + 1) + "=" + values[i] + "\n";
-        dir.WriteText("QMWMARK.INI", text);
+        dir.Write("QMWMARK.INI", text);
     }
     // The text of definition n, or "-" when there is none.
     std::string Select(int n) {
@@ -88,14 +88,14 @@ TEST_F(DefinitionsTest, ManyKeysAreReadWhole) {
         text +=
             std::string(key) + "=1,2,3,0,50,0,0,400,0,100,Arial,Line" + std::to_string(i) + "\n";
     }
-    dir.WriteText("QMWMARK.INI", text);
+    dir.Write("QMWMARK.INI", text);
     EXPECT_EQ(Select(400), "Line400");
     EXPECT_EQ(Select(401), "-");
 }
 
 TEST_F(DefinitionsTest, NoFileEmptySectionNoMemory) {
     EXPECT_EQ(Select(1), "-"); // no file
-    dir.WriteText("QMWMARK.INI", "[Watermarks]\n");
+    dir.Write("QMWMARK.INI", std::string("[Watermarks]\n"));
     EXPECT_EQ(Select(1), "-");
     Ini({"1,2,3,0,50,0,0,400,0,100,Arial,A", "1,2,3,0,50,0,0,400,0,100,Arial,B"});
     for (long n = 1; n < 8; ++n) {

@@ -34,7 +34,7 @@ class WaterMarkJob : public ::testing::Test {
     void TearDown() override { Q417_DeletePrinter(hPrinter); }
 
     void Definition(const std::string &value) {
-        dir.WriteText("QMWMARK.INI", "[Watermarks]\nW1=" + value + "\n");
+        dir.Write("QMWMARK.INI", "[Watermarks]\nW1=" + value + "\n");
     }
 
     struct Options {
