@@ -62,12 +62,9 @@ class WaterMarkJob : public ::testing::Test {
         std::vector<BYTE> dm(DDIDEVMODE_SIZE);
         Q417_InitDevMode(dm.data(), DWORD(dm.size()), hPrinter, 0);
         auto *pdm = reinterpret_cast<DDIDEVMODE *>(dm.data());
-        pdm->dmPrintQuality = 600;
-        pdm->dmYResolution = 600;
-        pdm->dmPaperSize = 1;
-        pdm->dmOrientation = 1;
+        pdm->dmPrintQuality = pdm->dmYResolution = 600;
+        pdm->dmPaperSize = pdm->dmOrientation = pdm->wWaterMark = 1;
         pdm->wEmulation = o.emulation;
-        pdm->wWaterMark = 1;
         pdm->bWMFirstPage = o.firstPageOnly;
         pdm->bLayout = o.layout;
         Send(job, 1, &rec, sizeof rec);
@@ -111,11 +108,7 @@ TEST_F(WaterMarkJob, ColourEmulation) {
 
 TEST_F(WaterMarkJob, MonochromeWithAGrayPatternOnFirstPageOnly) {
     Definition("1,2,3,240,50,-10,0,400,0,60,DejaVu Sans,DRAFT");
-    Options o;
-    o.emulation = 1;
-    o.firstPageOnly = 1;
-    o.pages = 3;
-    const std::string s = Run(o);
+    const std::string s = Run({.emulation = 1, .firstPageOnly = 1, .pages = 3});
     EXPECT_EQ(Count(s, "\x1b*c2g40W"), 1u);
     EXPECT_EQ(Count(s, "FT22,2SP1"), 1u);
     EXPECT_EQ(Count(s, "LO5LBDRAFT"), 1u);
@@ -125,10 +118,7 @@ TEST_F(WaterMarkJob, MonochromeWithAGrayPatternOnFirstPageOnly) {
 
 TEST_F(WaterMarkJob, FourUpOneLabelPerCellHeightScaledOnce) {
     Definition("1,2,3,0,50,0,0,400,0,100,DejaVu Sans,COPY");
-    Options o;
-    o.layout = 4;
-    o.pages = 4;
-    const std::string s = Run(o);
+    const std::string s = Run({.layout = 4, .pages = 4});
     // 100 points at scale 285 and 600 dpi: 47, on every cell.
     EXPECT_EQ(Count(s, "SBSD4,47FI32766"), 4u) << wmtest::Escaped(s);
     // Each cell's centre: the page centre (2400, 3150) scaled by 285/600, plus the origin.
@@ -139,10 +129,7 @@ TEST_F(WaterMarkJob, FourUpOneLabelPerCellHeightScaledOnce) {
 TEST_F(WaterMarkJob, AFaceThatCantBeFoundLeavesNoTrace) {
     Definition("1,2,3,0,50,0,0,400,0,100,No Such Face Anywhere,SECRET");
     const std::string s = Run({});
-    EXPECT_EQ(Count(s, "\x1b*c32766D"), 0u);
-    EXPECT_EQ(Count(s, "\x1b)s"), 0u);
-    EXPECT_EQ(Count(s, "LB"), 0u);
-    EXPECT_EQ(Count(s, "\x1b*c2F"), 0u);
+    for (const char *trace : {"32766", "\x1b)s", "LB"}) EXPECT_EQ(Count(s, trace), 0u) << trace;
     EXPECT_NE(s.find("<page 2>"), std::string::npos);
 }
 
