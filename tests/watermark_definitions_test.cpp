@@ -133,50 +133,33 @@ TEST_F(FontLookupTest, MarlettNeedsNoLookup) {
 }
 
 TEST_F(FontLookupTest, StyleNameThenFamilyName) {
-    using q417::fonts::Face;
-    const std::u16string long40(36, u'x');
     q417::fonts::SetFontTable(
         {
             {u"Fam", u"Fam", u"Regular", 400, false, 100, ""},
             {u"Fam", u"Fam Bold", u"Bold", 700, false, 100, ""},
             {u"Fam", u"Fam Light", u"Light", 300, false, 100, ""},
             {u"Fam", u"Fam Bold Italic", u"Bold Italic", 700, true, 100, ""},
-            {u"Fam", u"Fam Black", u"Black", 900, false, 100, ""},
+            {u"Fam", u"Fam Semibold", u"Semibold", 600, false, 100, ""}, // not registered
         },
         {
             {u"Other (TrueType)", u"other.ttf"},
-            {u"fam bold (truetype)", u"fambd.ttf"},               // case doesn't matter
-            {u"Fam Light (TrueType)", long40 + u".ttf"},          // 40 characters: too long
-            {u"Fam Light (TrueType)", u"faml.ttf"},               // the walk goes on
-            {u"Fam Bold Italic (TrueType)", u"/opt/f/fambi.ttf"}, // a full path
-            {u"Fam Black (TrueType)", std::u16string(35, u'k') + u".ttf"}, // 39: fits
+            {u"fam bold (truetype)", u"fambd.ttf"},                        // case doesn't matter
+            {u"Fam Light (TrueType)", std::u16string(36, u'x') + u".ttf"}, // 40: too long
+            {u"Fam Light (TrueType)", u"faml.ttf"},                        // the walk goes on
+            {u"Fam Bold Italic (TrueType)", u"/opt/f/fambi.ttf"},          // a full path
             {std::u16string(80, u'N'), u"longname.ttf"},                   // name too long: skipped
             {u"Fam (TrueType)", u"fam.ttf"},
+            {u"Long (TrueType)", std::u16string(39, u'p')}, // 39: fits
         });
     EXPECT_EQ(Lookup(u"Fam", 700, 0), fonts + u"fambd.ttf");
     EXPECT_EQ(Lookup(u"FAM", 700, 0), fonts + u"fambd.ttf");
     EXPECT_EQ(Lookup(u"Fam", 300, 0), fonts + u"faml.ttf");
     EXPECT_EQ(Lookup(u"Fam", 700, 1), u"/opt/f/fambi.ttf");
     EXPECT_EQ(Lookup(u"Fam", 500, 0), fonts + u"fam.ttf"); // no such style: the family
+    EXPECT_EQ(Lookup(u"Fam", 600, 0), fonts + u"fam.ttf");
     EXPECT_EQ(Lookup(u"Fam", 400, 1), fonts + u"fam.ttf");
-    EXPECT_EQ(Lookup(u"Fam", 400, 0), fonts + u"fam.ttf");
     EXPECT_EQ(Lookup(u"Nope", 400, 0), u"-");
-    const std::u16string black = Lookup(u"Fam", 900, 0);
-    if (fonts.size() + 39 <= 79) // the full name has room for 79 characters
-        EXPECT_EQ(black, fonts + std::u16string(35, u'k') + u".ttf");
-    else
-        EXPECT_EQ(black, u"-");
-}
-
-TEST_F(FontLookupTest, WithoutTheStyleNameOrPastThePathLimit) {
-    q417::fonts::SetFontTable({{u"Fam", u"Fam Semibold", u"Semibold", 600, false, 100, ""}},
-                              {{u"Fam (TrueType)", u"fam.ttf"},
-                               {u"Long (TrueType)", std::u16string(39, u'p')},
-                               {u"Abs (TrueType)", u"/" + std::u16string(38, u'a')}});
-    EXPECT_EQ(Lookup(u"Fam", 600, 0), fonts + u"fam.ttf"); // the style isn't registered
-    // 39 characters of data fit as a full name; under the fonts folder only if the directory
-    // is short enough.
-    EXPECT_EQ(Lookup(u"Abs", 400, 0), u"/" + std::u16string(38, u'a'));
+    // Under the fonts folder only if the directory leaves room in 79 characters.
     EXPECT_EQ(Lookup(u"Long", 400, 0),
               fonts.size() + 39 <= 79 ? fonts + std::u16string(39, u'p') : u"-");
     q417::fonts::SetFontTable({}, {{u"Fam Bold (TrueType)", u"fambd.ttf"}});

@@ -18,20 +18,9 @@ size_t Count(const std::string &s, const std::string &what) {
 class WaterMarkJob : public ::testing::Test {
   protected:
     wmtest::TempDir dir;
-    std::string out;
-    HANDLE32 hPrinter = 0;
+    wmtest::Job printer{dir.path.c_str()}; // only its printer: the spooler makes the records
 
-    void SetUp() override {
-        Q417_PRINTER pr{};
-        pr.name = "wmjob";
-        pr.pdd_path = "/nonexistent/wmjob.pdd";
-        pr.port = "FILE:";
-        pr.windows_dir = dir.path.c_str();
-        hPrinter = Q417_AddPrinter(&pr);
-        Q417_SetOutputCallback(hPrinter, wmtest::Job::Sink, &out);
-        WinRoot[0] = 0;
-    }
-    void TearDown() override { Q417_DeletePrinter(hPrinter); }
+    void SetUp() override { WinRoot[0] = 0; }
 
     void Definition(const std::string &value) {
         dir.Write("QMWMARK.INI", "[Watermarks]\nW1=" + value + "\n");
@@ -52,7 +41,7 @@ class WaterMarkJob : public ::testing::Test {
     }
 
     std::string Run(const Options &o) {
-        void *job = DrvSplStartDoc(hPrinter, 7);
+        void *job = DrvSplStartDoc(printer.hPrinter, 7);
         EXPECT_NE(job, nullptr);
         SPLDEVINFO rec{};
         rec.cxPaper = 6120, rec.cyPaper = 7920;
@@ -60,7 +49,7 @@ class WaterMarkJob : public ::testing::Test {
         rec.cxMargin = 180, rec.cyMargin = 180;
         rec.bJobFlags = JOB_WATERMARK;
         std::vector<BYTE> dm(DDIDEVMODE_SIZE);
-        Q417_InitDevMode(dm.data(), DWORD(dm.size()), hPrinter, 0);
+        Q417_InitDevMode(dm.data(), DWORD(dm.size()), printer.hPrinter, 0);
         auto *pdm = reinterpret_cast<DDIDEVMODE *>(dm.data());
         pdm->dmPrintQuality = pdm->dmYResolution = 600;
         pdm->dmPaperSize = pdm->dmOrientation = pdm->wWaterMark = 1;
@@ -82,9 +71,7 @@ class WaterMarkJob : public ::testing::Test {
         }
         DrvSplEndDoc(job);
         DrvSplClose(job);
-        std::string s;
-        s.swap(out);
-        return s;
+        return printer.Take();
     }
 };
 

@@ -109,7 +109,6 @@ struct SoftFont {
         unsigned code;
         unsigned glyph;
         std::string glyphBytes;
-        std::string record; // the whole record, descriptor to checksum
     };
     std::vector<Char> chars;
     bool ok = false;
@@ -138,7 +137,7 @@ inline SoftFont ParseSoftFont(const std::string &s) {
         std::string rec = s.substr(wpos + 1, n);
         if (rec.size() != n || n < 10) return f;
         auto *r = reinterpret_cast<const uint8_t *>(rec.data());
-        f.chars.push_back({code, ttftest::Get16(r + 6), rec.substr(8, n - 10), rec});
+        f.chars.push_back({code, ttftest::Get16(r + 6), rec.substr(8, n - 10)});
         pos = wpos + 1 + n;
     }
     f.ok = true;
