@@ -6,12 +6,12 @@
 namespace {
 
 using ttftest::Bytes;
-using ttftest::FontSpec;
+using ttftest::FontPlan;
 using wmtest::Escaped;
 
 // .notdef, space (empty), A, B, C; glyph 5 has no code.
-FontSpec BasicSpec() {
-    FontSpec s;
+FontPlan BasicFont() {
+    FontPlan s;
     s.glyphs = {ttftest::SimpleGlyph(0xD0),     {},
                 ttftest::SimpleGlyph(0xA1, 20), ttftest::SimpleGlyph(0xB2, 17),
                 ttftest::SimpleGlyph(0xC3, 30), ttftest::SimpleGlyph(0xE5, 12)};
@@ -21,8 +21,8 @@ FontSpec BasicSpec() {
 
 // Composite glyphs: 6 = A (2) + 5 + 7 + 8 with each transform, 9 = 7 + C (4); 7 and 8 have
 // no code.
-FontSpec CompositeSpec() {
-    FontSpec s = BasicSpec();
+FontPlan CompositeFont() {
+    FontPlan s = BasicFont();
     s.glyphs.push_back(ttftest::CompositeGlyph({{0x0000, 2},          // byte arguments
                                                 {0x0001 | 0x0008, 5}, // words, one scale
                                                 {0x0040, 7},          // x and y scales
@@ -36,13 +36,13 @@ FontSpec CompositeSpec() {
 }
 
 template <class F>
-FontSpec With(FontSpec s, F tweak) {
+FontPlan With(FontPlan s, F tweak) {
     tweak(s);
     return s;
 }
 template <class F>
 Bytes Font(F tweak) {
-    return ttftest::Build(With(BasicSpec(), tweak));
+    return ttftest::Build(With(BasicFont(), tweak));
 }
 
 // Sets a field of a table's directory record: 0 its tag, 8 its offset, 12 its length.
@@ -105,7 +105,7 @@ class SoftFontTest : public ::testing::Test {
 };
 
 TEST_F(SoftFontTest, HeaderGolden) {
-    const Bytes font = ttftest::Build(BasicSpec());
+    const Bytes font = ttftest::Build(BasicFont());
     WM.nWeight = 700;
     ASSERT_EQ(Send(font), 1);
     const std::string expect =
@@ -147,11 +147,11 @@ TEST_F(SoftFontTest, HeaderGolden) {
 }
 
 TEST_F(SoftFontTest, OptionalTablesInOrderAndPadded) {
-    FontSpec spec = BasicSpec();
-    spec.cvtSize = 5; // 3 bytes of padding
-    spec.fpgmSize = 8;
-    spec.prepSize = 1;
-    ASSERT_EQ(Send(ttftest::Build(spec)), 1);
+    FontPlan plan = BasicFont();
+    plan.cvtSize = 5; // 3 bytes of padding
+    plan.fpgmSize = 8;
+    plan.prepSize = 1;
+    ASSERT_EQ(Send(ttftest::Build(plan)), 1);
     const std::string h = wmtest::ParseSoftFont(job.Take()).header;
     ASSERT_EQ(h.size(), 72 + 14 + 16 + 16 + 6 + 7 * 16 + 8 + 8 + 56 + 36 + 24 + 8 + 4u);
     std::string tags;
@@ -167,25 +167,25 @@ TEST_F(SoftFontTest, OptionalTablesInOrderAndPadded) {
 TEST_F(SoftFontTest, DescriptorFieldsFromTheFont) {
     struct Case {
         const char *what;
-        FontSpec spec;
+        FontPlan plan;
         int weight;
         const char *face;
         size_t at;
         std::string bytes;
     } cases[] = {
-        {"width class", With(BasicSpec(), [](FontSpec &s) { s.widthClass = 1; }), 400, "F", 22,
+        {"width class", With(BasicFont(), [](FontPlan &s) { s.widthClass = 1; }), 400, "F", 22,
          "\xFB"},
-        {"weight", BasicSpec(), 100, "F", 24, "\xFB"},
-        {"face cut to 16", BasicSpec(), 400, "A Much Longer Face Name", 48, "A Much Longer Fa"},
+        {"weight", BasicFont(), 100, "F", 24, "\xFB"},
+        {"face cut to 16", BasicFont(), 400, "A Much Longer Face Name", 48, "A Much Longer Fa"},
         {"space beyond the metrics: glyph 0's advance",
-         With(BasicSpec(), [](FontSpec &s) { s.numberOfHMetrics = 1; }), 400, "F", 16, "\x03\xE8"},
+         With(BasicFont(), [](FontPlan &s) { s.numberOfHMetrics = 1; }), 400, "F", 16, "\x03\xE8"},
         {"cell width wraps as 16 bits",
-         With(BasicSpec(), [](FontSpec &s) { s.xMin = -1, s.xMax = 0x7FFF; }), 400, "F", 8,
+         With(BasicFont(), [](FontPlan &s) { s.xMin = -1, s.xMax = 0x7FFF; }), 400, "F", 8,
          "\x80\x00"},
     };
     for (const Case &c : cases) {
         WM.nWeight = c.weight;
-        ASSERT_EQ(Send(ttftest::Build(c.spec), nullptr, c.face), 1) << c.what;
+        ASSERT_EQ(Send(ttftest::Build(c.plan), nullptr, c.face), 1) << c.what;
         EXPECT_EQ(Escaped(wmtest::ParseSoftFont(job.Take()).header.substr(c.at, c.bytes.size())),
                   Escaped(c.bytes))
             << c.what;
@@ -193,15 +193,15 @@ TEST_F(SoftFontTest, DescriptorFieldsFromTheFont) {
 }
 
 TEST_F(SoftFontTest, RefusedFontsSendNothing) {
-    const Bytes good = ttftest::Build(BasicSpec());
+    const Bytes good = ttftest::Build(BasicFont());
     Bytes manyTables = good;
     manyTables[4] = manyTables[5] = 0xFF;
-    const Bytes ranged = Font([](FontSpec &s) { s.rangeOffsets = true; });
+    const Bytes ranged = Font([](FontPlan &s) { s.rangeOffsets = true; });
     std::vector<std::pair<std::string, Bytes>> cases = {
-        {"no Microsoft map", Font([](FontSpec &s) { s.encodingId = 10; })},
+        {"no Microsoft map", Font([](FontPlan &s) { s.encodingId = 10; })},
         {"format 6 map", Poke(good, "cmap", 21, {6})},
         {"segCountX2 past the table", Poke(ranged, "cmap", 26, {0xFF, 0xFE})},
-        {"block above 65535", Font([](FontSpec &s) { s.cvtSize = 70000; })},
+        {"block above 65535", Font([](FontPlan &s) { s.cvtSize = 70000; })},
         {"head of 52 bytes", Patch(good, "head", 12, 52)},
         {"numTables 65535", manyTables},
         {"hhea of 1 byte", Patch(good, "hhea", 12, 1)},
@@ -222,7 +222,7 @@ TEST_F(SoftFontTest, RefusedFontsSendNothing) {
 }
 
 TEST_F(SoftFontTest, NoMemoryAnywhereRefusesOrSendsAndNeverLeaks) {
-    const Bytes font = ttftest::Build(BasicSpec());
+    const Bytes font = ttftest::Build(BasicFont());
     for (long n = 1; n < 40; ++n) {
         q417::mem::FailAllocation(n);
         Send(font, "ABC");
@@ -236,7 +236,7 @@ TEST_F(SoftFontTest, NoMemoryAnywhereRefusesOrSendsAndNeverLeaks) {
 TEST_F(SoftFontTest, CharacterRecordGolden) {
     const Bytes b = ttftest::SimpleGlyph(0xB2, 17);
     for (bool longLoca : {false, true}) {
-        ASSERT_EQ(Send(Font([&](FontSpec &s) { s.longLoca = longLoca; }), "B"), 1);
+        ASSERT_EQ(Send(Font([&](FontPlan &s) { s.longLoca = longLoca; }), "B"), 1);
         const std::string out = job.Take();
         EXPECT_EQ(
             Escaped(out.substr(out.find("\x1b*c66E"))),
@@ -251,10 +251,10 @@ TEST_F(SoftFontTest, CharacterRecordGolden) {
 }
 
 TEST_F(SoftFontTest, CharactersSent) {
-    const Bytes basic = ttftest::Build(BasicSpec());
-    FontSpec cut = CompositeSpec();
+    const Bytes basic = ttftest::Build(BasicFont());
+    FontPlan cut = CompositeFont();
     cut.glyphs[6].resize(cut.glyphs[6].size() - 12); // into the last record's head
-    const Bytes ranged = Font([](FontSpec &s) {
+    const Bytes ranged = Font([](FontPlan &s) {
         s.map = {{65, 2}, {66, 3}}, s.rangeOffsets = true;
     });
     const std::map<unsigned, unsigned> windows = {{0x2019, 2}, {0x2219, 3}, {128, 4}, {0xB7, 5}};
@@ -268,27 +268,27 @@ TEST_F(SoftFontTest, CharactersSent) {
         {"a letter once, the space never, its glyph elsewhere as 0", basic, "AAA A\240",
          "65:2 160:0"},
         {"a missing character sends glyph 0", basic, "Z", "90:0"},
-        {"Windows codes", Font([&](FontSpec &s) { s.map = windows; }), windowsText,
+        {"Windows codes", Font([&](FontPlan &s) { s.map = windows; }), windowsText,
          "146:2 183:3 128:4 65:0 66:0"},
         {"through the glyph id array",
-         Font([&](FontSpec &s) { s.map = windows, s.rangeOffsets = true; }), windowsText,
+         Font([&](FontPlan &s) { s.map = windows, s.rangeOffsets = true; }), windowsText,
          "146:2 183:3 128:4 65:0 66:0"},
-        {"symbol, private use", Font([](FontSpec &s) {
+        {"symbol, private use", Font([](FontPlan &s) {
              s.encodingId = 0, s.map = {{0xF041, 3}, {0xF142, 4}};
          }),
          "AB", "65:3 66:0"},
-        {"symbol, plain", Font([](FontSpec &s) {
+        {"symbol, plain", Font([](FontPlan &s) {
              s.encodingId = 0, s.map = {{0x41, 3}, {0xF042, 4}};
          }),
          "AB", "65:3 66:0"},
         // The composite, its base letter under its own code, components without a code; A
         // is done already, 7 goes again as nothing records it, C as a component isn't resent.
-        {"composites", ttftest::Build(CompositeSpec()), "\311A\310\311C",
+        {"composites", ttftest::Build(CompositeFont()), "\311A\310\311C",
          "201:6 65:2 65535:5 65535:7 65535:8 200:9 65535:7 67:4"},
         {"a cut composite sends what is whole", ttftest::Build(cut), "\311B",
          "201:6 65:2 65535:5 65535:7 66:3"},
         {"an empty component ends the download",
-         ttftest::Build(With(CompositeSpec(), [](FontSpec &s) { s.glyphs[7].clear(); })), "\311B",
+         ttftest::Build(With(CompositeFont(), [](FontPlan &s) { s.glyphs[7].clear(); })), "\311B",
          "201:6 65:2 65535:5"},
         {"loca ending before its start", Poke(basic, "loca", 6, {0xFF}), "BC", "67:4"},
         {"loca too short", Patch(basic, "loca", 12, 8), "CA", "65:2"},

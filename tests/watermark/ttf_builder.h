@@ -121,7 +121,7 @@ inline Bytes SimpleGlyph(uint8_t mark, size_t size = 14) {
     return b;
 }
 
-struct FontSpec {
+struct FontPlan {
     std::map<unsigned, unsigned> map; // character (as the cmap holds it) -> glyph
     unsigned encodingId = 1;          // 1 Unicode, 0 symbol
     bool rangeOffsets = false;
@@ -133,7 +133,7 @@ struct FontSpec {
     size_t cvtSize = 0, fpgmSize = 0, prepSize = 0; // 0: absent
 };
 
-inline Bytes Build(const FontSpec &s) {
+inline Bytes Build(const FontPlan &s) {
     const unsigned nGlyphs = unsigned(s.glyphs.size());
     const unsigned nMetrics = s.numberOfHMetrics ? s.numberOfHMetrics : nGlyphs;
 
