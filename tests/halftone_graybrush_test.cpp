@@ -8,11 +8,6 @@ namespace {
 
 using wmtest::Escaped;
 
-// Eight rows of the cell; the pattern repeats them below.
-std::string Rows(const std::string &eight) {
-    return eight + eight;
-}
-
 std::string Download(wmtest::Job &job, int level) {
     GRAYBRUSH *b = CreateGrayBrush(&job.info, level);
     EXPECT_NE(b, nullptr);
@@ -22,7 +17,7 @@ std::string Download(wmtest::Job &job, int level) {
 }
 
 TEST(GrayBrush, PatternBytesPerLevel) {
-    const std::string solid = Rows(std::string(16, '\xFF'));
+    const std::string solid(16, '\xFF'), clear(16, '\0'); // eight rows of two bytes
     struct Case {
         int level;
         std::string rows;
@@ -30,14 +25,12 @@ TEST(GrayBrush, PatternBytesPerLevel) {
         {0, solid},
         {1, solid},
         // threshold 1 alone clears: row 6, columns 1 and 9
-        {2,
-         Rows(std::string("\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xBF\xBF\xFF\xFF", 16))},
+        {2, std::string(12, '\xFF') + "\xBF\xBF\xFF\xFF"},
         // and the pixels of threshold 5: row 2 column 5, row 5 column 1
-        {6,
-         Rows(std::string("\xFF\xFF\xFF\xFF\xFB\xFB\xFF\xFF\xFF\xFF\xBF\xBF\xBF\xBF\xFF\xFF", 16))},
-        {250, std::string(32, '\0')},
-        {-7, solid},                  // below 0 acts as 0
-        {300, std::string(32, '\0')}, // above 255 acts as 255
+        {6, "\xFF\xFF\xFF\xFF\xFB\xFB\xFF\xFF\xFF\xFF\xBF\xBF\xBF\xBF\xFF\xFF"},
+        {250, clear},
+        {-7, solid},  // below 0 acts as 0
+        {300, clear}, // above 255 acts as 255
     };
     for (const Case &c : cases) {
         wmtest::Job job;
@@ -46,24 +39,27 @@ TEST(GrayBrush, PatternBytesPerLevel) {
                                    + std::string("\x00\x00\x01\x00"  // format 0, 1 bit a pixel
                                                  "\x00\x10\x00\x10", // 16 high, 16 wide
                                                  8) +
-                                   c.rows;
+                                   c.rows + c.rows; // the eight rows twice
         EXPECT_EQ(Escaped(Download(job, c.level)), Escaped(expect)) << "level " << c.level;
         EXPECT_EQ(job.info.wCurPattern, std::clamp(c.level, 0, 255));
     }
 }
 
-TEST(GrayBrush, Format20CarriesTheXResolutionTwice) {
+// Format 20 carries the x resolution twice; a pattern found in HP-GL/2 goes out in PCL.
+TEST(GrayBrush, Format20FromHpgl) {
     wmtest::Job job;
+    job.info.bOutputMode = OUTPUT_HPGL;
     job.dm.wEmulation = 2;
     job.dm.dmPrintQuality = 600;
     job.dm.dmYResolution = 1200; // not used by the pattern
-    const std::string expect = "\x1b*c2g44W" +
+    const std::string expect = "\x1b%0A\x1b*c2g44W" +
                                std::string("\x14\x00\x01\x00"  // format 20
                                            "\x00\x10\x00\x10"  // 16 by 16
                                            "\x02\x58\x02\x58", // 600 and 600 dpi
                                            12) +
                                std::string(32, '\0');
     EXPECT_EQ(Escaped(Download(job, 250)), Escaped(expect));
+    EXPECT_EQ(job.info.bOutputMode, OUTPUT_PCL);
 }
 
 TEST(GrayBrush, SameLevelStandingIsNotSentAgainButLevelZeroIs) {
@@ -95,14 +91,6 @@ TEST(GrayBrush, NoMemoryLeavesNothingBehind) {
         EXPECT_EQ(q417::mem::LiveBlocks(), before);
     }
     q417::mem::FailAllocation(0);
-}
-
-TEST(GrayBrush, LeavesHpglForPcl) {
-    wmtest::Job job;
-    job.info.bOutputMode = OUTPUT_HPGL;
-    std::string s = Download(job, 250);
-    EXPECT_EQ(s.substr(0, 4), "\x1b%0A");
-    EXPECT_EQ(job.info.bOutputMode, OUTPUT_PCL);
 }
 
 } // namespace

@@ -22,16 +22,11 @@ unsigned Cp1252(unsigned c) {
     return c >= 128 && c < 160 ? k[c - 128] : c;
 }
 
-Bytes ToBytes(const std::string &s) {
-    return Bytes(s.begin(), s.end());
-}
-
 // A TrueType file from the header's GT tables and the downloaded glyphs, with a loca, glyf
 // and cmap of our own.
 Bytes Rebuild(const wmtest::SoftFont &sf) {
     auto gt = wmtest::GtTables(sf.header);
-    std::string head = gt["head"];
-    head[50] = 0, head[51] = 1; // long loca
+    gt["head"][50] = 0, gt["head"][51] = 1; // long loca
     const unsigned nGlyphs =
         ttftest::Get16(reinterpret_cast<const uint8_t *>(gt["maxp"].data()) + 4);
     std::map<unsigned, std::string> glyphs;
@@ -40,56 +35,19 @@ Bytes Rebuild(const wmtest::SoftFont &sf) {
         glyphs[c.glyph] = c.glyphBytes;
         if (c.code < 256) cmap[Cp1252(c.code)] = c.glyph;
     }
-    Bytes glyf, loca;
+    Bytes loca;
+    std::string &glyf = gt["glyf"];
     for (unsigned g = 0; g <= nGlyphs; ++g) {
+        glyf.resize((glyf.size() + 3) & ~size_t(3));
         ttftest::Put32(loca, uint32_t(glyf.size()));
-        if (g == nGlyphs) break;
-        auto it = glyphs.find(g);
-        if (it != glyphs.end()) glyf.insert(glyf.end(), it->second.begin(), it->second.end());
-        while (glyf.size() % 4) glyf.push_back(0);
+        if (glyphs.count(g)) glyf += glyphs[g];
     }
-    std::vector<std::pair<std::string, Bytes>> tables = {
-        {"cmap", ttftest::Cmap(1, ttftest::CmapFormat4(cmap))}};
-    for (const char *tag : {"cvt ", "fpgm"})
-        if (gt.count(tag)) tables.push_back({tag, ToBytes(gt[tag])});
-    tables.push_back({"glyf", glyf});
-    tables.push_back({"head", ToBytes(head)});
-    tables.push_back({"hhea", ToBytes(gt["hhea"])});
-    tables.push_back({"hmtx", ToBytes(gt["hmtx"])});
-    tables.push_back({"loca", loca});
-    tables.push_back({"maxp", ToBytes(gt["maxp"])});
-    if (gt.count("prep")) tables.push_back({"prep", ToBytes(gt["prep"])});
+    gt["loca"].assign(loca.begin(), loca.end());
+    const Bytes map = ttftest::Cmap(1, ttftest::CmapFormat4(cmap));
+    gt["cmap"].assign(map.begin(), map.end());
+    std::vector<std::pair<std::string, Bytes>> tables; // by tag, as the map holds them
+    for (const auto &[tag, data] : gt) tables.push_back({tag, Bytes(data.begin(), data.end())});
     return ttftest::Sfnt(tables);
-}
-
-// The component glyph ids of a composite, or none for a simple glyph.
-std::vector<unsigned> Components(const std::string &glyph) {
-    std::vector<unsigned> out;
-    auto *p = reinterpret_cast<const uint8_t *>(glyph.data());
-    const size_t n = glyph.size();
-    if (n < 10 || ttftest::Get16(p) < 0x8000) return out;
-    for (size_t at = 10; at + 4 <= n;) {
-        const unsigned flags = ttftest::Get16(p + at);
-        out.push_back(ttftest::Get16(p + at + 2));
-        at += 4 + ((flags & 1) ? 4 : 2) +
-              ((flags & 8)      ? 2
-               : (flags & 0x40) ? 4
-               : (flags & 0x80) ? 8
-                                : 0);
-        if (!(flags & 0x20)) break;
-    }
-    return out;
-}
-
-// A composite one of whose components is a composite too.
-bool NestedComposite(const std::map<unsigned, std::string> &byGlyph, unsigned glyph) {
-    auto it = byGlyph.find(glyph);
-    if (it == byGlyph.end()) return false;
-    for (unsigned k : Components(it->second)) {
-        auto kt = byGlyph.find(k);
-        if (kt != byGlyph.end() && !Components(kt->second).empty()) return true;
-    }
-    return false;
 }
 
 struct Rendered {
@@ -152,9 +110,6 @@ TEST_P(FreeTypeProof, RebuiltFontRendersLikeTheOriginal) {
     ASSERT_EQ(FT_New_Memory_Face(lib, rebuilt.data(), FT_Long(rebuilt.size()), 0, &copy), 0);
     for (FT_Face f : {orig, copy}) ASSERT_EQ(FT_Set_Pixel_Sizes(f, 0, 61), 0);
 
-    std::map<unsigned, std::string> byGlyph;
-    for (const auto &c : sf.chars) byGlyph[c.glyph] = c.glyphBytes;
-    int nested = 0;
     for (unsigned char c : text) {
         const unsigned u = Cp1252(c);
         const FT_UInt go = FT_Get_Char_Index(orig, u);
@@ -164,17 +119,12 @@ TEST_P(FreeTypeProof, RebuiltFontRendersLikeTheOriginal) {
             continue;
         }
         EXPECT_EQ(sent[c], go) << int(c);
-        if (NestedComposite(byGlyph, sent[c])) {
-            // Only one level of components goes to the printer: a component that is itself
-            // composite arrives without its parts, so this character can't match.
-            ++nested;
-            continue;
-        }
+        // Only one level of components goes to the printer, and DejaVu Sans Bold builds
+        // s caron from a caron that is composite itself.
+        if (c == 154 && std::string(GetParam()) == "DejaVuSans-Bold.ttf") continue;
         const FT_UInt gc = FT_Get_Char_Index(copy, u);
         EXPECT_EQ(Render(copy, gc), Render(orig, go)) << "code " << int(c);
     }
-    // DejaVu Sans Bold builds s caron from a caron that is composite itself.
-    EXPECT_LE(nested, 2);
     FT_Done_Face(copy);
     FT_Done_Face(orig);
     FT_Done_FreeType(lib);

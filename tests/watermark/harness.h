@@ -16,10 +16,6 @@
 
 namespace wmtest {
 
-inline std::u16string Wide(const std::string &s) {
-    return std::u16string(s.begin(), s.end());
-}
-
 // Printable form of a stream: escape as \e, control bytes and bytes above 126 as \xNN.
 inline std::string Escaped(const std::string &s) {
     std::string out;
@@ -43,15 +39,12 @@ struct TempDir {
         path = mkdtemp(tmpl);
     }
     ~TempDir() { std::filesystem::remove_all(path); }
-    std::string Write(const std::string &name, const ttftest::Bytes &bytes) const {
+    template <class Data>
+    std::string Write(const std::string &name, const Data &bytes) const {
         auto p = path / name;
-        std::filesystem::create_directories(p.parent_path());
         std::ofstream(p, std::ios::binary)
             .write(reinterpret_cast<const char *>(bytes.data()), std::streamsize(bytes.size()));
         return p.string();
-    }
-    std::string WriteText(const std::string &name, const std::string &text) const {
-        return Write(name, ttftest::Bytes(text.begin(), text.end()));
     }
 };
 
@@ -100,7 +93,7 @@ struct Job {
 struct OpenFile {
     HANDLE h = INVALID_HANDLE_VALUE;
     explicit OpenFile(const std::string &path) {
-        std::u16string w = Wide(path);
+        std::u16string w(path.begin(), path.end());
         h = CreateFileW(w.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
                         FILE_ATTRIBUTE_NORMAL, 0);
     }
@@ -116,7 +109,6 @@ struct SoftFont {
         unsigned code;
         unsigned glyph;
         std::string glyphBytes;
-        std::string record; // the whole record, descriptor to checksum
     };
     std::vector<Char> chars;
     bool ok = false;
@@ -145,7 +137,7 @@ inline SoftFont ParseSoftFont(const std::string &s) {
         std::string rec = s.substr(wpos + 1, n);
         if (rec.size() != n || n < 10) return f;
         auto *r = reinterpret_cast<const uint8_t *>(rec.data());
-        f.chars.push_back({code, ttftest::Get16(r + 6), rec.substr(8, n - 10), rec});
+        f.chars.push_back({code, ttftest::Get16(r + 6), rec.substr(8, n - 10)});
         pos = wpos + 1 + n;
     }
     f.ok = true;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <map>
 #include <string>
 #include <utility>
@@ -27,27 +28,18 @@ inline uint32_t Get32(const uint8_t *p) {
     return uint32_t(Get16(p)) << 16 | Get16(p + 2);
 }
 
-// An sfnt file from tables in the order given (tags of 4 characters). The directory records
-// are written in that order too, so a test can place a table anywhere.
+// An sfnt file from tables in the order given; the directory records keep that order too.
 inline Bytes Sfnt(const std::vector<std::pair<std::string, Bytes>> &tables) {
     Bytes out;
     const unsigned n = unsigned(tables.size());
-    Put32(out, 0x00010000);
-    Put16(out, n);
     unsigned sr = 1, es = 0;
     while (sr * 2 <= n) sr *= 2, ++es;
-    Put16(out, sr * 16);
-    Put16(out, es);
-    Put16(out, n * 16 - sr * 16);
+    for (unsigned v : {0x0001u, 0x0000u, n, sr * 16, es, n * 16 - sr * 16}) Put16(out, v);
     uint32_t offset = 12 + 16 * n;
     for (const auto &[tag, data] : tables) {
         out.insert(out.end(), tag.begin(), tag.end());
         uint32_t sum = 0;
-        for (size_t i = 0; i < data.size(); i += 4) {
-            uint32_t w = 0;
-            for (size_t k = 0; k < 4; ++k) w = w << 8 | (i + k < data.size() ? data[i + k] : 0);
-            sum += w;
-        }
+        for (size_t i = 0; i < data.size(); ++i) sum += uint32_t(data[i]) << (24 - 8 * (i % 4));
         Put32(out, sum);
         Put32(out, offset);
         Put32(out, uint32_t(data.size()));
@@ -60,6 +52,13 @@ inline Bytes Sfnt(const std::vector<std::pair<std::string, Bytes>> &tables) {
     return out;
 }
 
+// The directory record of a table, or null.
+inline uint8_t *Entry(Bytes &font, const char *tag) {
+    for (unsigned i = 0; font.size() >= 12 && i < Get16(font.data() + 4); ++i)
+        if (std::memcmp(font.data() + 12 + 16 * i, tag, 4) == 0) return font.data() + 12 + 16 * i;
+    return nullptr;
+}
+
 // A format 4 subtable for the map code -> glyph, one segment per code (idDelta form), or with
 // useRangeOffset, each segment through the glyph id array.
 inline Bytes CmapFormat4(const std::map<unsigned, unsigned> &map, bool useRangeOffset = false) {
@@ -67,25 +66,14 @@ inline Bytes CmapFormat4(const std::map<unsigned, unsigned> &map, bool useRangeO
     segs.push_back({0xFFFF, 0});
     const unsigned n = unsigned(segs.size());
     Bytes b;
-    Put16(b, 4);
-    Put16(b, 0); // length, set below
-    Put16(b, 0);
-    Put16(b, n * 2);
-    Put16(b, 0);
-    Put16(b, 0);
-    Put16(b, 0);
+    for (unsigned v : {4u, 0u, 0u, n * 2, 0u, 0u, 0u}) Put16(b, v); // length set below
     for (auto &s : segs) Put16(b, s.first);
     Put16(b, 0);
     for (auto &s : segs) Put16(b, s.first);
-    for (unsigned i = 0; i < n; ++i) {
-        bool last = i + 1 == n;
-        Put16(b, (useRangeOffset && !last) ? 0 : (last ? 1 : (segs[i].second - segs[i].first)));
-    }
-    for (unsigned i = 0; i < n; ++i) {
-        bool last = i + 1 == n;
-        // idRangeOffset[i] points at glyph id word i of the array that follows.
-        Put16(b, (useRangeOffset && !last) ? (n - i) * 2 + i * 2 : 0);
-    }
+    for (unsigned i = 0; i < n; ++i)
+        Put16(b, i + 1 == n ? 1 : useRangeOffset ? 0 : segs[i].second - segs[i].first);
+    // idRangeOffset[i] points at glyph id word i of the array that follows.
+    for (unsigned i = 0; i < n; ++i) Put16(b, useRangeOffset && i + 1 < n ? n * 2 : 0);
     if (useRangeOffset)
         for (unsigned i = 0; i + 1 < n; ++i) Put16(b, segs[i].second);
     b[2] = uint8_t(b.size() >> 8);
@@ -93,17 +81,11 @@ inline Bytes CmapFormat4(const std::map<unsigned, unsigned> &map, bool useRangeO
     return b;
 }
 
-// A cmap table with one Microsoft record (platform 3) of the encoding given.
+// A cmap table with a Macintosh record, which the walk must pass over, then a Microsoft one;
+// the subtable sits 20 bytes in.
 inline Bytes Cmap(unsigned encodingId, const Bytes &subtable) {
     Bytes b;
-    Put16(b, 0);
-    Put16(b, 2);
-    Put16(b, 1); // a Macintosh record first, which the walk must pass over
-    Put16(b, 0);
-    Put32(b, 20);
-    Put16(b, 3);
-    Put16(b, encodingId);
-    Put32(b, 20);
+    for (unsigned v : {0u, 2u, 1u, 0u, 0u, 20u, 3u, encodingId, 0u, 20u}) Put16(b, v);
     b.insert(b.end(), subtable.begin(), subtable.end());
     return b;
 }
@@ -115,24 +97,17 @@ struct Component {
 
 // A composite glyph; the argument and transform bytes follow each record as its flags say.
 inline Bytes CompositeGlyph(const std::vector<Component> &parts) {
-    Bytes b;
-    Put16(b, 0xFFFF); // numberOfContours -1
-    for (int i = 0; i < 4; ++i) Put16(b, 0);
+    Bytes b(10, 0);
+    b[0] = b[1] = 0xFF; // numberOfContours -1
     for (size_t i = 0; i < parts.size(); ++i) {
-        uint16_t flags = parts[i].flags;
-        if (i + 1 < parts.size())
-            flags |= 0x0020;
-        else
-            flags &= ~0x0020;
+        const uint16_t flags =
+            uint16_t((parts[i].flags & ~0x20) | (i + 1 < parts.size() ? 0x20 : 0));
         Put16(b, flags);
         Put16(b, parts[i].glyph);
-        size_t extra = (flags & 0x0001) ? 4 : 2;
-        if (flags & 0x0008)
-            extra += 2;
-        else if (flags & 0x0040)
-            extra += 4;
-        else if (flags & 0x0080)
-            extra += 8;
+        size_t extra = ((flags & 1) ? 4 : 2) + ((flags & 8)      ? 2
+                                                : (flags & 0x40) ? 4
+                                                : (flags & 0x80) ? 8
+                                                                 : 0);
         for (size_t k = 0; k < extra; ++k) b.push_back(uint8_t(0x10 + k));
     }
     return b;
@@ -140,14 +115,13 @@ inline Bytes CompositeGlyph(const std::vector<Component> &parts) {
 
 // A simple glyph of one contour; the bytes after the header are a filler that marks it.
 inline Bytes SimpleGlyph(uint8_t mark, size_t size = 14) {
-    Bytes b;
-    Put16(b, 1);
-    for (int i = 0; i < 4; ++i) Put16(b, 0);
-    while (b.size() < size) b.push_back(mark);
+    Bytes b(10, 0);
+    b[1] = 1;
+    b.resize(size, mark);
     return b;
 }
 
-struct FontSpec {
+struct FontPlan {
     std::map<unsigned, unsigned> map; // character (as the cmap holds it) -> glyph
     unsigned encodingId = 1;          // 1 Unicode, 0 symbol
     bool rangeOffsets = false;
@@ -155,41 +129,28 @@ struct FontSpec {
     bool longLoca = false;
     unsigned numberOfHMetrics = 0; // 0: one per glyph
     unsigned widthClass = 5;
-    unsigned unitsPerEm = 2048;
     int xMin = -100, yMin = -200, xMax = 1900, yMax = 1800;
     size_t cvtSize = 0, fpgmSize = 0, prepSize = 0; // 0: absent
-    size_t headSize = 54;
 };
 
-inline Bytes Head(const FontSpec &s) {
-    Bytes b;
-    Put32(b, 0x00010000);
-    Put32(b, 0x00010000);
-    Put32(b, 0);          // checkSumAdjustment
-    Put32(b, 0x5F0F3CF5); // magic
-    Put16(b, 0x000B);     // flags
-    Put16(b, s.unitsPerEm);
-    for (int i = 0; i < 16; ++i) b.push_back(0); // created, modified
-    Put16(b, uint16_t(s.xMin));
-    Put16(b, uint16_t(s.yMin));
-    Put16(b, uint16_t(s.xMax));
-    Put16(b, uint16_t(s.yMax));
-    Put16(b, 0); // macStyle
-    Put16(b, 8); // lowestRecPPEM
-    Put16(b, 2); // fontDirectionHint
-    Put16(b, s.longLoca ? 1 : 0);
-    Put16(b, 0); // glyphDataFormat
-    b.resize(s.headSize, 0);
-    return b;
-}
-
-inline Bytes Build(const FontSpec &s) {
+inline Bytes Build(const FontPlan &s) {
     const unsigned nGlyphs = unsigned(s.glyphs.size());
     const unsigned nMetrics = s.numberOfHMetrics ? s.numberOfHMetrics : nGlyphs;
 
+    Bytes head;
+    Put32(head, 0x00010000);
+    Put32(head, 0x00010000);
+    Put32(head, 0);          // checkSumAdjustment
+    Put32(head, 0x5F0F3CF5); // magic
+    Put16(head, 0x000B);     // flags
+    Put16(head, 2048);       // unitsPerEm
+    head.resize(36, 0);      // created, modified
+    for (int v : {s.xMin, s.yMin, s.xMax, s.yMax, 0, 8, 2, s.longLoca ? 1 : 0, 0})
+        Put16(head, unsigned(v)); // bounds, macStyle, lowestRecPPEM, direction, loca, format
+
     Bytes hhea;
     Put32(hhea, 0x00010000);
-    for (int i = 0; i < 15; ++i) Put16(hhea, 0);
+    hhea.resize(34, 0);
     Put16(hhea, nMetrics);
 
     Bytes hmtx;
@@ -203,14 +164,9 @@ inline Bytes Build(const FontSpec &s) {
     Put16(maxp, nGlyphs);
 
     Bytes os2;
-    Put16(os2, 1);
-    Put16(os2, 1139);         // xAvgCharWidth
-    Put16(os2, 400);          // usWeightClass
-    Put16(os2, s.widthClass); // usWidthClass
-    while (os2.size() < 26) Put16(os2, 0);
-    Put16(os2, 102); // yStrikeoutSize
-    Put16(os2, 530); // yStrikeoutPosition
-    Put16(os2, 0);
+    for (unsigned v : {1u, 1139u, 400u, s.widthClass}) Put16(os2, v); // avg width, weight
+    os2.resize(26, 0);
+    for (unsigned v : {102u, 530u, 0u}) Put16(os2, v);          // strikeout size, position
     for (int i = 0; i < 10; ++i) os2.push_back(uint8_t(2 + i)); // panose
     os2.resize(86, 0);
 
@@ -222,7 +178,7 @@ inline Bytes Build(const FontSpec &s) {
             Put16(loca, unsigned(glyf.size() / 2));
         if (g == nGlyphs) break;
         glyf.insert(glyf.end(), s.glyphs[g].begin(), s.glyphs[g].end());
-        while (glyf.size() % 2) glyf.push_back(0);
+        if (glyf.size() % 2) glyf.push_back(0);
     }
 
     std::vector<std::pair<std::string, Bytes>> t;
@@ -230,12 +186,13 @@ inline Bytes Build(const FontSpec &s) {
     t.push_back({"cmap", Cmap(s.encodingId, CmapFormat4(s.map, s.rangeOffsets))});
     if (s.cvtSize) t.push_back({"cvt ", Bytes(s.cvtSize, 0xC1)});
     if (s.fpgmSize) t.push_back({"fpgm", Bytes(s.fpgmSize, 0xF1)});
-    t.push_back({"glyf", glyf});
-    t.push_back({"head", Head(s)});
-    t.push_back({"hhea", hhea});
-    t.push_back({"hmtx", hmtx});
-    t.push_back({"loca", loca});
-    t.push_back({"maxp", maxp});
+    for (auto &[tag, data] : {std::pair<std::string, Bytes &>{"glyf", glyf},
+                              {"head", head},
+                              {"hhea", hhea},
+                              {"hmtx", hmtx},
+                              {"loca", loca},
+                              {"maxp", maxp}})
+        t.push_back({tag, data});
     if (s.prepSize) t.push_back({"prep", Bytes(s.prepSize, 0xB1)});
     return Sfnt(t);
 }
