@@ -59,23 +59,7 @@ void BM_Baseline(benchmark::State &state) {
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * state.range(0));
 }
 
-// The same with a zero-filled allocation, which is what the library's global blocks are: the
-// difference to BM_Baseline is the price of the zero fill alone.
-void BM_BaselineZeroFilled(benchmark::State &state) {
-    uint64_t sunk = 0;
-    const auto block = Block(static_cast<size_t>(state.range(0)));
-    const size_t payload = block.size() - 1;
-    for (auto _ : state) {
-        void *copy = std::calloc(1, payload);
-        std::memcpy(copy, block.data() + 1, payload);
-        gSink(&sunk, copy, static_cast<uint32_t>(payload));
-        std::free(copy);
-    }
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * state.range(0));
-}
-
 } // namespace
 
 BENCHMARK(BM_DrvSplWritePrinter)->Arg(4 << 10)->Arg(64 << 10)->Arg(1 << 20);
 BENCHMARK(BM_Baseline)->Arg(4 << 10)->Arg(64 << 10)->Arg(1 << 20);
-BENCHMARK(BM_BaselineZeroFilled)->Arg(4 << 10)->Arg(64 << 10)->Arg(1 << 20);

@@ -88,7 +88,7 @@ void forgetRange(const uint8_t *base, size_t size) {
 
 } // namespace
 
-HGLOBAL GlobalAlloc(UINT, SIZE_T dwBytes) {
+HGLOBAL GlobalAlloc(UINT uFlags, SIZE_T dwBytes) {
     // A zero-size request yields no memory: callers treat it like any failed allocation.
     if (dwBytes == 0 || dwBytes > 0x7FFFFFFF || allocationFails()) {
         SetLastError(ERROR_NOT_ENOUGH_MEMORY);
@@ -107,7 +107,10 @@ HGLOBAL GlobalAlloc(UINT, SIZE_T dwBytes) {
         slot = static_cast<uint32_t>(hp.blocks.size());
         hp.blocks.emplace_back();
     }
-    auto *data = static_cast<uint8_t *>(std::calloc(1, dwBytes));
+    // Without GMEM_ZEROINIT the content is unspecified, as on Windows: the print data path
+    // fills its scratch block at once and should not pay for clearing it first.
+    auto *data = static_cast<uint8_t *>((uFlags & GMEM_ZEROINIT) ? std::calloc(1, dwBytes)
+                                                                 : std::malloc(dwBytes));
     if (!data) {
         hp.freeSlots.push_back(slot);
         SetLastError(ERROR_NOT_ENOUGH_MEMORY);

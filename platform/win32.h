@@ -44,7 +44,8 @@ enum : UINT {
     GHND = GMEM_MOVEABLE | GMEM_ZEROINIT,
 };
 
-// Blocks are always zero-filled, whatever the flags: every caller relies on it.
+// GMEM_ZEROINIT clears a new block; without it the content is unspecified. Growth by
+// GlobalReAlloc is always cleared.
 HGLOBAL GlobalAlloc(UINT uFlags, SIZE_T dwBytes);
 HGLOBAL GlobalReAlloc(HGLOBAL hMem, SIZE_T dwBytes, UINT uFlags);
 void *GlobalLock(HGLOBAL hMem);

@@ -18,7 +18,7 @@ struct GlobalMem : ::testing::Test {
 
 TEST_F(GlobalMem, BlocksAreZeroFilledAndHandlesAre32BitNonZero) {
     for (SIZE_T size : {SIZE_T(1), SIZE_T(24), SIZE_T(3748), SIZE_T(1) << 20}) {
-        HGLOBAL h = GlobalAlloc(GMEM_MOVEABLE, size);
+        HGLOBAL h = GlobalAlloc(GHND, size);
         ASSERT_NE(h, 0u);
         auto *p = static_cast<uint8_t *>(GlobalLock(h));
         ASSERT_NE(p, nullptr);
