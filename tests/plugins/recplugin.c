@@ -12,7 +12,6 @@
 
 REC_EXPORT int Rec_Count(void);
 REC_EXPORT const RecCall *Rec_Get(int index);
-REC_EXPORT void Rec_Reset(void);
 REC_EXPORT void Rec_SetObserver(REC_OBSERVER fn, void *ctx);
 
 static RecCall calls[REC_MAX_CALLS];
@@ -25,9 +24,6 @@ int Rec_Count(void) {
 }
 const RecCall *Rec_Get(int index) {
     return index >= 0 && index < nCalls ? &calls[index] : 0;
-}
-void Rec_Reset(void) {
-    nCalls = 0;
 }
 void Rec_SetObserver(REC_OBSERVER fn, void *ctx) {
     observer = fn;
