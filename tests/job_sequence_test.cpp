@@ -319,42 +319,35 @@ TEST_F(WholeJob, HeadersGoOutWhereASheetBeginsAndThePrintDataInOrder) {
 }
 
 // The end of a job that opened no page: no footer. The watermark font goes by what the last
-// first page decided, which may be an earlier job's.
-TEST_F(WholeJob, AJobWithoutPagesEndsWithoutAFooter) {
+// first page decided, which may be an earlier job's. An abort writes nothing: no footer, and a
+// downloaded font stays in the printer.
+TEST_F(WholeJob, AJobWithoutPagesOrAnAbortWritesNoFooter) {
     struct Case {
+        bool page, abort;
         int doWaterMarks;
-        std::string expect;
+        DWORD state;
+        std::string expect; // after the page
     } cases[] = {
-        {0, ""},
-        {1, "\x1b*c32766D" // select the watermark font id
-            "\x1b*c2F"},   // delete it
+        {false, false, 0, 1 | 2, ""},
+        {false, false, 1, 1 | 2,
+         "\x1b*c32766D" /* the watermark font id */ "\x1b*c2F" /* delete */},
+        {true, true, 1, 1 | 4, ""},
     };
     for (const Case &c : cases) {
-        h.events.clear();
-        bDoWaterMarks = c.doWaterMarks;
         ASSERT_NE(h.Start(), nullptr);
         h.SendSetup(h.DevMode());
-        DrvSplEndDoc(h.job());
-        EXPECT_EQ(q417::job::JobOf(h.job())->dwState, 1u | 2u);
+        if (c.page) {
+            ASSERT_EQ(DrvSplStartPage(h.job()), 1);
+            ASSERT_EQ(DrvSplEndPage(h.job()), 1);
+        }
+        h.events.clear();
+        bDoWaterMarks = c.doWaterMarks; // as if the first page had sent the font
+        c.abort ? DrvSplAbort(h.job()) : DrvSplEndDoc(h.job());
+        EXPECT_EQ(q417::job::JobOf(h.job())->dwState, c.state) << c.abort;
         h.Close();
-        EXPECT_EQ(h.Stream(), c.expect) << c.doWaterMarks;
+        bDoWaterMarks = 0;
+        EXPECT_EQ(h.Stream(), c.expect) << c.doWaterMarks << c.abort;
     }
-    bDoWaterMarks = 0;
-}
-
-// An abort writes nothing: no footer, and a downloaded font stays in the printer.
-TEST_F(WholeJob, AnAbortWritesNothing) {
-    ASSERT_NE(h.Start(), nullptr);
-    h.SendSetup(h.DevMode());
-    ASSERT_EQ(DrvSplStartPage(h.job()), 1);
-    ASSERT_EQ(DrvSplEndPage(h.job()), 1);
-    bDoWaterMarks = 1; // as if the first page had sent the font
-    const size_t before = h.events.size();
-    DrvSplAbort(h.job());
-    EXPECT_EQ(q417::job::JobOf(h.job())->dwState, 1u | 4u);
-    h.Close();
-    bDoWaterMarks = 0;
-    EXPECT_EQ(h.events.size(), before);
 }
 
 TEST_F(WholeJob, AFailedWriteAtAnyByteSilencesTheCommandsButNotThePrintData) {
