@@ -74,10 +74,10 @@ class JobHarness {
     const std::filesystem::path &dir() const { return dir_; }
     const std::string &pddPath() const { return pdd_; }
 
-    // Puts a module where the loading rule finds it first: beside the PDD, named "printer.DLL".
+    // Puts a module where the loading rule finds it first: beside the PDD, named "printer.DLL";
+    // or where it looks next, in the driver directory.
     void InstallPlugin(const char *module) { Link(module, dir_ / "printer.DLL"); }
     void InstallDriverDirPlugin(const char *module) {
-        std::filesystem::create_directories(dir_ / "driver" / "2");
         Link(module, dir_ / "driver" / "2" / "QMARKDLG.DLL");
     }
 
@@ -200,6 +200,7 @@ class JobHarness {
         static_cast<JobHarness *>(ctx)->events.push_back({Event::Call, entry});
     }
     static void Link(const char *module, const std::filesystem::path &to) {
+        std::filesystem::create_directories(to.parent_path());
         std::filesystem::remove(to);
         std::filesystem::create_symlink(module, to);
     }

@@ -74,27 +74,17 @@ TEST(DevWrite, AFailedWriteSilencesEveryLaterCommandUntilTheSenderClearsIt) {
     JobHarness h("devwrite");
     SPLDEVINFO info{};
     info.hPrinter = h.printer();
-    EXPECT_EQ(DevWrite(&info,
-                       "\x1b"
-                       "E",
-                       2),
-              1);
+    EXPECT_EQ(DevWrite(&info, "\033E", 2), 1);
     h.FailWriteAtByte(3);
-    EXPECT_EQ(DevWrite(&info, "\x1b&l0O", 6), 0);
+    EXPECT_EQ(DevWrite(&info, "\033&l0O", 6), 0);
     EXPECT_EQ(info.dwDevFlags, DWORD{DEV_OUTPUT_FAILED});
     h.FailWriteAtByte(0);
-    EXPECT_EQ(DevWrite(&info, "\x1b*c0F", 6), 0) << "refused, not attempted";
+    EXPECT_EQ(DevWrite(&info, "\033*c0F", 6), 0) << "refused, not attempted";
     EXPECT_EQ(DevWrite(&info, "", 0), 1) << "nothing to write is always written";
     EXPECT_EQ(h.bytesOffered, 8u) << "the refused command never reached the printer";
     info.dwDevFlags = DEV_FORGET_HISTORY; // a block 1 replaces the whole word
-    EXPECT_EQ(DevWrite(&info,
-                       "\x1b"
-                       "E",
-                       2),
-              1);
-    EXPECT_EQ(h.Stream(), "\x1b"
-                          "E\x1b"
-                          "E");
+    EXPECT_EQ(DevWrite(&info, "\033E", 2), 1);
+    EXPECT_EQ(h.Stream(), "\033E\033E");
 }
 
 // ---- Entries on records they cannot use -------------------------------------------------
