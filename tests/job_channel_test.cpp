@@ -4,9 +4,9 @@
 
 namespace {
 
+using q417::test::Event;
 using q417::test::JobHarness;
 using q417::test::LetterRecord;
-using q417::test::W;
 
 struct Channel : ::testing::Test {
     JobHarness h{"channel"};
@@ -14,42 +14,67 @@ struct Channel : ::testing::Test {
     void SetUp() override {
         DefaultXfers(); // the tables outlive jobs; count them in from the start
         live0 = q417::mem::LiveBlocks();
-        ASSERT_NE(h.Start(), nullptr);
     }
     void TearDown() override {
         q417::mem::FailAllocation(0);
         q417::mem::FailLock(0);
         if (h.job()) h.Close();
+        EXPECT_EQ(hJobName, 0u);
         EXPECT_EQ(q417::mem::LiveBlocks(), live0) << "a block outlived its job";
     }
-    HGLOBAL NameHandle() const { return hJobName; }
+    void Setup(const std::u16string &name = u"Name") {
+        ASSERT_NE(h.Start(), nullptr);
+        h.SendSetup(h.DevMode(), name);
+    }
+    void SetHistory(SHORT paper, SHORT tray) {
+        q417::job::Locked<SPLDEVINFO> info(q417::job::JobOf(h.job())->hDevInfo);
+        info->nLastPaper = paper;
+        info->nLastTray = tray;
+    }
 };
 
-TEST_F(Channel, StartDocMakesTheHandleAndAFreshRecord) {
-    const SPLJOB *job = q417::job::JobOf(h.job());
-    EXPECT_EQ(std::memcmp(job->dwMagic, "TNQM", 4), 0);
-    EXPECT_EQ(job->hPrinter, h.printer());
-    EXPECT_EQ(job->JobId, 7u);
-    EXPECT_EQ(job->dwState, 1u);
-    EXPECT_EQ(GlobalHandle(job), GlobalHandle(h.job())) << "the handle is the locked block";
-    const SPLDEVINFO r = h.Record();
-    EXPECT_EQ(r.nLastPaper, -1);
-    EXPECT_EQ(r.nLastTray, -1);
-    EXPECT_EQ(r.pDevMode, 0u);
-    EXPECT_EQ(r.nPagesPerSheet, 0u);
-    EXPECT_EQ(bDoWtrMrkFontHeader, 1);
-    EXPECT_NE(RedXfer, nullptr) << "the transfer tables are read for every job";
+// A failed start still reads the tables and arms the watermark font: the graphics half prints
+// gray watermarks through them whatever became of the job.
+TEST_F(Channel, StartDocMakesAFreshRecordOrNothing) {
+    struct Case {
+        long failAlloc, failLock; // job block, then record
+        bool job;
+        SHORT lastPaper;
+    } cases[] = {{0, 0, true, -1},
+                 {1, 0, false, 0},
+                 {2, 0, false, 0},
+                 {0, 1, false, 0},
+                 {0, 2, true, 0}}; // an unlocked record stays zero-filled
+    for (const Case &c : cases) {
+        FreeXfers();
+        bDoWtrMrkFontHeader = 0;
+        q417::mem::FailAllocation(c.failAlloc);
+        q417::mem::FailLock(c.failLock);
+        EXPECT_EQ(h.Start() != nullptr, c.job) << c.failAlloc << c.failLock;
+        EXPECT_EQ(bDoWtrMrkFontHeader, 1);
+        EXPECT_NE(RedXfer, nullptr);
+        q417::mem::FailAllocation(0);
+        q417::mem::FailLock(0);
+        if (!h.job()) continue;
+        const SPLJOB *job = q417::job::JobOf(h.job());
+        EXPECT_EQ(job->hPrinter, h.printer());
+        EXPECT_EQ(job->dwState, 1u);
+        const SPLDEVINFO r = h.Record();
+        EXPECT_EQ(r.nLastPaper, c.lastPaper);
+        EXPECT_EQ(r.nLastTray, c.lastPaper);
+        EXPECT_EQ(r.pDevMode, 0u);
+        h.Close();
+    }
 }
 
 TEST_F(Channel, EveryTagButTheFourStateTagsIsPrintDataWithTheTagStripped) {
-    const BYTE dataTags[] = {0, 3, 4, 5, 6, 7, 9, 10, 99, 101, 200, 255};
-    for (BYTE tag : dataTags) {
+    Setup();
+    for (BYTE tag : {0, 3, 7, 9, 99, 101, 255}) {
         DWORD written = 0xDEAD;
         const std::string payload = "page " + std::to_string(tag);
         EXPECT_EQ(h.Send(tag, payload.data(), payload.size(), &written), 1) << int(tag);
         EXPECT_EQ(written, payload.size()) << "counts the payload, not the tag";
-        ASSERT_FALSE(h.events.empty());
-        EXPECT_EQ(h.events.back(), W(payload)) << "tag " << int(tag);
+        EXPECT_EQ(h.events.back(), (Event{Event::Write, payload})) << int(tag);
     }
     const size_t before = h.events.size();
     DWORD written = 0xDEAD;
@@ -57,16 +82,12 @@ TEST_F(Channel, EveryTagButTheFourStateTagsIsPrintDataWithTheTagStripped) {
     EXPECT_EQ(written, 0xDEADu) << "pcWritten belongs to the print data path alone";
     h.SendSetup(h.DevMode());
     EXPECT_EQ(h.events.size(), before) << "tags 1, 2, 8 and 100 never reach the printer";
-}
-
-TEST_F(Channel, BlocksWithoutPayloadAndNullHandlesGiveZero) {
+    // A bare tag, nothing, or no job is refused; null handles do nothing anywhere.
     const BYTE bare[1] = {0x30};
     EXPECT_EQ(DrvSplWritePrinter(h.job(), bare, 1, nullptr), 0);
-    EXPECT_EQ(DrvSplWritePrinter(h.job(), bare, 0, nullptr), 0);
     EXPECT_EQ(DrvSplWritePrinter(h.job(), nullptr, 10, nullptr), 0);
     EXPECT_EQ(DrvSplWritePrinter(nullptr, "\x30xy", 3, nullptr), 0);
-    EXPECT_TRUE(h.events.empty());
-    // Null handles everywhere else do nothing.
+    EXPECT_EQ(h.events.size(), before);
     EXPECT_EQ(DrvSplStartPage(nullptr), 0);
     EXPECT_EQ(DrvSplEndPage(nullptr), 0);
     DrvSplEndDoc(nullptr);
@@ -75,18 +96,13 @@ TEST_F(Channel, BlocksWithoutPayloadAndNullHandlesGiveZero) {
 }
 
 TEST_F(Channel, Block1KeepsTheHistoryWordsUnlessTheSenderSaysForget) {
-    h.SendSetup(h.DevMode());
-    {
-        // The library has told the printer paper 3, tray 5; a block 1 brings other values.
-        q417::job::Locked<SPLDEVINFO> info(q417::job::JobOf(h.job())->hDevInfo);
-        info->nLastPaper = 3;
-        info->nLastTray = 5;
-    }
+    Setup();
     struct Case {
         DWORD flags;
-        SHORT expectPaper, expectTray;
+        SHORT paper, tray;
     } cases[] = {{0, 3, 5}, {DEV_FORGET_HISTORY, -1, -1}, {DEV_FORGET_HISTORY | 0x02, -1, -1}};
     for (const Case &c : cases) {
+        SetHistory(3, 5); // what the library has told the printer
         SPLDEVINFO r = LetterRecord();
         r.nLastPaper = 42;
         r.nLastTray = 43;
@@ -95,81 +111,41 @@ TEST_F(Channel, Block1KeepsTheHistoryWordsUnlessTheSenderSaysForget) {
         r.pDevMode = 0x12345678; // a pointer of the sender's address space
         ASSERT_EQ(h.SendRecord(r), 1);
         const SPLDEVINFO got = h.Record();
-        EXPECT_EQ(got.nLastPaper, c.expectPaper) << c.flags;
-        EXPECT_EQ(got.nLastTray, c.expectTray) << c.flags;
+        EXPECT_EQ(got.nLastPaper, c.paper) << c.flags;
+        EXPECT_EQ(got.nLastTray, c.tray) << c.flags;
         EXPECT_EQ(got.nLastOrient, 2) << "not a history word";
         EXPECT_EQ(got.pDevMode, 0u) << "the block's pointer is discarded";
         EXPECT_EQ(got.dwDevFlags, c.flags);
-        if (c.flags & DEV_FORGET_HISTORY) { // back to a known state for the next case
-            q417::job::Locked<SPLDEVINFO> info(q417::job::JobOf(h.job())->hDevInfo);
-            info->nLastPaper = 3;
-            info->nLastTray = 5;
-        }
     }
 }
 
-TEST_F(Channel, ShortBlock1LeavesTheTailAndTheDevModeCopyIsReleased) {
-    h.SendSetup(h.DevMode());
+TEST_F(Channel, BlockSizes) {
+    Setup();
     {
         q417::job::Locked<SPLDEVINFO> info(q417::job::JobOf(h.job())->hDevInfo);
         info->bOutputMode = 1;
-        info->nPagesPerSheet = 4;
         info->SubPageOrg[15][1] = 777;
     }
-    const long live = q417::mem::LiveBlocks();
-    SPLDEVINFO r = LetterRecord();
-    r.cxPaper = 1000;
-    ASSERT_EQ(h.SendRecord(r, 200), 1); // up to nSubPage, short of the language state
-    const SPLDEVINFO got = h.Record();
-    EXPECT_EQ(got.cxPaper, 1000);
-    EXPECT_EQ(got.bOutputMode, 1);
-    EXPECT_EQ(got.nPagesPerSheet, 4u);
-    EXPECT_EQ(got.SubPageOrg[15][1], 777);
-    EXPECT_EQ(got.pDevMode, 0u);
-    EXPECT_EQ(q417::mem::LiveBlocks(), live - 1) << "block 1 releases the device mode copy";
-}
-
-TEST_F(Channel, OversizedBlock1AndUndersizedBlock2AreRefusedWithTheJobUnchanged) {
-    h.SendSetup(h.DevMode());
     const SPLDEVINFO before = h.Record();
-    const long live = q417::mem::LiveBlocks();
-
+    // Too long a block 1, too short a block 2: refused, the job unchanged.
     std::vector<BYTE> big(sizeof(SPLDEVINFO) + 1, 0xAB);
     EXPECT_EQ(h.Send(1, big.data(), big.size()), 0);
     std::vector<BYTE> shortDm = h.DevMode();
     shortDm.resize(sizeof(DDIDEVMODE) - 1);
     EXPECT_EQ(h.SendDevMode(shortDm), 0);
-
-    const SPLDEVINFO after = h.Record();
+    SPLDEVINFO after = h.Record();
     EXPECT_EQ(std::memcmp(&before, &after, sizeof before), 0);
-    EXPECT_EQ(q417::mem::LiveBlocks(), live);
-    // Exactly the record's size, and exactly the device mode's, are taken.
-    std::vector<BYTE> exact(sizeof(SPLDEVINFO));
-    std::memcpy(exact.data(), &before, sizeof before);
-    EXPECT_EQ(h.Send(1, exact.data(), exact.size()), 1);
+    // Exactly the device mode's size is taken; a short block 1 leaves the record's tail.
     EXPECT_EQ(h.SendDevMode(h.DevMode()), 1);
-}
-
-TEST_F(Channel, Block2TakesTheCurrentJobNameHandleAndReplacesTheOldCopy) {
-    ASSERT_EQ(h.SendRecord(LetterRecord()), 1);
-    std::vector<BYTE> dm = h.DevMode(16);
-    reinterpret_cast<DDIDEVMODE *>(dm.data())->hJobName = 0xBADBAD;
-    dm[sizeof(DDIDEVMODE) + 3] = 0x5A;
-    ASSERT_EQ(h.SendDevMode(dm), 1);
-    EXPECT_EQ(h.DevModeCopy().hJobName, 0u) << "no name stored yet";
-    ASSERT_EQ(h.SendName(u"Quarterly"), 1);
-    const HGLOBAL name = NameHandle();
-    ASSERT_NE(name, 0u);
-    EXPECT_EQ(h.DevModeCopy().hJobName, name);
-
-    const long live = q417::mem::LiveBlocks();
-    ASSERT_EQ(h.SendDevMode(dm), 1);
-    EXPECT_EQ(h.DevModeCopy().hJobName, name) << "the stale handle of the block is replaced";
-    EXPECT_EQ(q417::mem::LiveBlocks(), live) << "the earlier copy is released";
-    q417::job::Locked<SPLDEVINFO> info(q417::job::JobOf(h.job())->hDevInfo);
-    const auto *copy = reinterpret_cast<const BYTE *>(DevModeOf(info.get()));
-    EXPECT_EQ(GlobalSize(GlobalHandle(copy)), dm.size()) << "plug-in data travel with it";
-    EXPECT_EQ(copy[sizeof(DDIDEVMODE) + 3], 0x5A);
+    SPLDEVINFO r = LetterRecord();
+    r.cxPaper = 1000;
+    ASSERT_EQ(h.SendRecord(r, 200), 1); // up to nSubPage, short of the language state
+    after = h.Record();
+    EXPECT_EQ(after.cxPaper, 1000);
+    EXPECT_EQ(after.bOutputMode, 1);
+    EXPECT_EQ(after.SubPageOrg[15][1], 777);
+    EXPECT_EQ(after.pDevMode, 0u) << "block 1 releases the device mode copy";
+    EXPECT_EQ(h.SendRecord(r), 1) << "exactly the record's size";
 }
 
 std::u16string StoredName() {
@@ -178,96 +154,47 @@ std::u16string StoredName() {
     return p ? std::u16string(p.get()) : u"<unlocked>";
 }
 
-TEST_F(Channel, Block8StoresTheNameByItsRules) {
-    struct Case {
+// One name block for the job, shared by handle with whichever device mode copy is current.
+TEST_F(Channel, TheJobNameThroughASequenceOfBlocks) {
+    ASSERT_NE(h.Start(), nullptr);
+    std::vector<BYTE> dm = h.DevMode(16);
+    reinterpret_cast<DDIDEVMODE *>(dm.data())->hJobName = 0xBADBAD; // the sender's, stale
+    dm[sizeof(DDIDEVMODE) + 3] = 0x5A;
+    std::vector<BYTE> record(sizeof(SPLDEVINFO));
+    const SPLDEVINFO letter = LetterRecord();
+    std::memcpy(record.data(), &letter, sizeof letter);
+    struct Step {
         const char *what;
+        BYTE tag;
         std::vector<BYTE> payload;
         std::u16string expect;
-    } cases[] = {
-        {"plain", {'J', 0, 'o', 0, 'b', 0}, u"Job"},
-        {"odd size drops the last byte", {'A', 0, 'B', 0, 'C'}, u"AB"},
-        {"a 0 character ends the name", {'X', 0, 0, 0, 'Y', 0}, u"X"},
-        {"a leading 0 keeps the old name", {0, 0, 'Z', 0}, u"X"},
-        {"one byte is no character", {'Q'}, u"X"},
-        {"a second name replaces the first", {'N', 0, 'e', 0, 'w', 0}, u"New"},
+    } steps[] = {
+        {"block 1", 1, record, u"<none>"},
+        {"a name before block 2 is not stored", 8, {'E', 0, 'a', 0}, u"<none>"},
+        {"block 2 takes no name", 2, dm, u"<none>"},
+        {"plain", 8, {'J', 0, 'o', 0, 'b', 0}, u"Job"},
+        {"odd size drops the last byte", 8, {'A', 0, 'B', 0, 'C'}, u"AB"},
+        {"a 0 character ends the name", 8, {'X', 0, 0, 0, 'Y', 0}, u"X"},
+        {"a leading 0 keeps the old name", 8, {0, 0, 'Z', 0}, u"X"},
+        {"one byte is no character", 8, {'Q'}, u"X"},
+        {"a new cycle keeps the name: block 1", 1, record, u"X"},
+        {"block 2", 2, dm, u"X"},
+        {"a second name replaces the first", 8, {'N', 0, 'e', 0, 'w', 0}, u"New"},
     };
-    h.SendSetup(h.DevMode(), u"");
-    for (const Case &c : cases) {
-        ASSERT_EQ(h.Send(8, c.payload.data(), c.payload.size()), 1) << c.what;
-        EXPECT_EQ(StoredName(), c.expect) << c.what;
-        EXPECT_EQ(h.DevModeCopy().hJobName, hJobName) << c.what;
+    for (const Step &s : steps) {
+        ASSERT_EQ(h.Send(s.tag, s.payload.data(), s.payload.size()), 1) << s.what;
+        EXPECT_EQ(StoredName(), s.expect) << s.what;
+        EXPECT_EQ(h.Record().pDevMode ? h.DevModeCopy().hJobName : hJobName, hJobName) << s.what;
     }
-    // One name block, however many were stored.
-    EXPECT_EQ(q417::mem::LiveBlocks(), live0 + 4) << "job, record, copy, name";
+    q417::job::Locked<SPLDEVINFO> info(q417::job::JobOf(h.job())->hDevInfo);
+    const auto *copy = reinterpret_cast<const BYTE *>(DevModeOf(info.get()));
+    EXPECT_EQ(GlobalSize(GlobalHandle(copy)), dm.size()) << "plug-in data travel with it";
+    EXPECT_EQ(copy[sizeof(DDIDEVMODE) + 3], 0x5A);
+    EXPECT_EQ(q417::mem::LiveBlocks(), live0 + 4) << "job, record, copy, one name";
 }
 
-TEST_F(Channel, Block8BeforeBlock2IsNotStored) {
-    ASSERT_EQ(h.SendRecord(LetterRecord()), 1);
-    EXPECT_EQ(h.SendName(u"Early"), 1) << "the sender is told nothing";
-    EXPECT_EQ(hJobName, 0u);
-}
-
-TEST_F(Channel, TheNameSurvivesANewCycleOfBlocks) {
-    h.SendSetup(h.DevMode(), u"Kept");
-    const HGLOBAL name = hJobName;
-    ASSERT_EQ(h.SendRecord(LetterRecord()), 1);
-    ASSERT_EQ(h.SendDevMode(h.DevMode()), 1);
-    EXPECT_EQ(hJobName, name);
-    EXPECT_EQ(h.DevModeCopy().hJobName, name);
-    EXPECT_EQ(StoredName(), u"Kept");
-}
-
-TEST_F(Channel, CloseFreesEverythingTheJobOwned) {
-    h.SendSetup(h.DevMode(32), u"Gone");
-    h.Close();
-    EXPECT_EQ(hJobName, 0u);
-    // TearDown checks the count.
-}
-
-// ---- Failure injection: every "no memory" and "lock fails" row --------------------------
-
-struct ChannelFailures : ::testing::Test {
-    JobHarness h{"channel_failures"};
-    long live0 = 0;
-    void SetUp() override {
-        DefaultXfers();
-        live0 = q417::mem::LiveBlocks();
-    }
-    void TearDown() override {
-        q417::mem::FailAllocation(0);
-        q417::mem::FailLock(0);
-        if (h.job()) h.Close();
-        EXPECT_EQ(q417::mem::LiveBlocks(), live0);
-    }
-};
-
-TEST_F(ChannelFailures, StartDocWithoutMemoryGivesNullButStillReadsTheTables) {
-    // Allocations in order: the job block, the record.
-    for (long nth : {1L, 2L}) {
-        FreeXfers();
-        bDoWtrMrkFontHeader = 0;
-        q417::mem::FailAllocation(nth);
-        EXPECT_EQ(h.Start(), nullptr) << nth;
-        EXPECT_EQ(bDoWtrMrkFontHeader, 1) << nth;
-        EXPECT_NE(RedXfer, nullptr) << nth;
-        EXPECT_EQ(q417::mem::LiveBlocks(), live0) << nth;
-    }
-    q417::mem::FailLock(1); // the job block itself cannot be locked
-    EXPECT_EQ(h.Start(), nullptr);
-    EXPECT_EQ(q417::mem::LiveBlocks(), live0);
-}
-
-TEST_F(ChannelFailures, StartDocWhoseRecordCannotBeLockedReturnsTheJobAnyway) {
-    q417::mem::FailLock(2); // the job block's lock, then the record's
-    ASSERT_NE(h.Start(), nullptr);
-    const SPLDEVINFO r = h.Record();
-    EXPECT_EQ(r.nLastPaper, 0) << "zero-filled, not -1";
-    EXPECT_EQ(r.nLastTray, 0);
-}
-
-TEST_F(ChannelFailures, WritePrinterWithoutMemoryReturnsZeroAndChangesNothing) {
-    ASSERT_NE(h.Start(), nullptr);
-    h.SendSetup(h.DevMode(), u"Name");
+TEST_F(Channel, BlocksWithoutMemoryReturnZeroAndChangeNothing) {
+    Setup();
     const SPLDEVINFO before = h.Record();
     const long live = q417::mem::LiveBlocks();
     struct Case {
@@ -281,14 +208,12 @@ TEST_F(ChannelFailures, WritePrinterWithoutMemoryReturnsZeroAndChangesNothing) {
         {"record lock on block 1", 1, 0, 2},         {"record lock on block 8", 8, 0, 2},
     };
     for (const Case &c : cases) {
-        std::vector<BYTE> payload;
+        std::vector<BYTE> payload = {'A', 0, 'B', 0};
         if (c.tag == 1) {
             payload.resize(sizeof(SPLDEVINFO));
             std::memcpy(payload.data(), &before, sizeof before);
         } else if (c.tag == 2) {
             payload = h.DevMode();
-        } else {
-            payload = {'A', 0, 'B', 0};
         }
         q417::mem::FailAllocation(c.failAlloc);
         q417::mem::FailLock(c.failLock);
@@ -302,30 +227,19 @@ TEST_F(ChannelFailures, WritePrinterWithoutMemoryReturnsZeroAndChangesNothing) {
     }
 }
 
-TEST_F(ChannelFailures, JobNameWithoutMemoryLeavesNoName) {
-    ASSERT_NE(h.Start(), nullptr);
-    h.SendSetup(h.DevMode(), u"Old");
-    // Allocations of a block 8: the temporary block, then the name.
-    q417::mem::FailAllocation(2);
-    EXPECT_EQ(h.SendName(u"New"), 1) << "the result of StoreJobName is not passed on";
-    EXPECT_EQ(hJobName, 0u) << "the old name went first";
-    EXPECT_EQ(h.DevModeCopy().hJobName, 0u);
-    // Locks of a block 8: the temporary block, the record, then the name.
-    h.SendName(u"Again");
-    q417::mem::FailLock(3);
-    EXPECT_EQ(h.SendName(u"New"), 1);
-    EXPECT_EQ(hJobName, 0u);
-    EXPECT_EQ(h.DevModeCopy().hJobName, 0u);
-}
-
-TEST_F(ChannelFailures, CloseWhoseRecordCannotBeLockedStopsAndCanBeRepeated) {
-    ASSERT_NE(h.Start(), nullptr);
-    h.SendSetup(h.DevMode(), u"Name");
-    q417::mem::FailLock(1);
-    DrvSplClose(h.job());
-    EXPECT_EQ(hJobName, 0u) << "the name goes before the record is locked";
-    EXPECT_GT(q417::mem::LiveBlocks(), live0);
-    h.Close(); // TearDown: nothing left
+TEST_F(Channel, AJobNameWithoutMemoryLeavesNoName) {
+    // A block 8 allocates the temporary block, then the name; it locks the temporary block,
+    // the record, then the name. The old name goes first; the sender is told nothing.
+    for (auto fail : {&q417::mem::FailAllocation, &q417::mem::FailLock}) {
+        Setup(u"Old");
+        fail(fail == &q417::mem::FailAllocation ? 2 : 3);
+        EXPECT_EQ(h.SendName(u"New"), 1);
+        q417::mem::FailAllocation(0);
+        q417::mem::FailLock(0);
+        EXPECT_EQ(hJobName, 0u);
+        EXPECT_EQ(h.DevModeCopy().hJobName, 0u);
+        h.Close();
+    }
 }
 
 } // namespace

@@ -25,16 +25,6 @@ struct Event {
     bool operator==(const Event &) const = default;
 };
 
-inline Event W(std::string s) {
-    return {Event::Write, std::move(s)};
-}
-inline Event M(std::string s) {
-    return {Event::Mark, std::move(s)};
-}
-inline Event C(std::string s) {
-    return {Event::Call, std::move(s)};
-}
-
 inline void PrintTo(const Event &e, std::ostream *os) {
     static const char *const kinds[] = {"write ", "call ", "mark "};
     *os << kinds[e.kind] << ::testing::PrintToString(e.text);
@@ -84,10 +74,10 @@ class JobHarness {
     const std::filesystem::path &dir() const { return dir_; }
     const std::string &pddPath() const { return pdd_; }
 
-    // Puts a module where the loading rule finds it first: beside the PDD, named "printer.DLL".
+    // Puts a module where the loading rule finds it first: beside the PDD, named "printer.DLL";
+    // or where it looks next, in the driver directory.
     void InstallPlugin(const char *module) { Link(module, dir_ / "printer.DLL"); }
     void InstallDriverDirPlugin(const char *module) {
-        std::filesystem::create_directories(dir_ / "driver" / "2");
         Link(module, dir_ / "driver" / "2" / "QMARKDLG.DLL");
     }
 
@@ -101,9 +91,11 @@ class JobHarness {
         for (int i = 0; i < count(); ++i) out.push_back(*get(i));
         return out;
     }
+    // The names of the entries called, less the header hooks the stream writers call.
     std::vector<std::string> PluginCallNames() const {
         std::vector<std::string> names;
-        for (const auto &c : PluginCalls()) names.push_back(c.entry);
+        for (const auto &c : PluginCalls())
+            if (!std::strstr(c.entry, "Cust")) names.push_back(c.entry);
         return names;
     }
     // Routes the plug-in's calls into the event log; the plug-in must be loaded.
@@ -176,7 +168,7 @@ class JobHarness {
 
     // ---- The stream ----
     std::vector<Event> events;
-    void Mark(const std::string &what) { events.push_back(M(what)); }
+    void Mark(const std::string &what) { events.push_back({Event::Mark, what}); }
     std::string Stream() const {
         std::string s;
         for (const auto &e : events)
@@ -201,13 +193,14 @@ class JobHarness {
         self->bytesOffered += size;
         if (self->failAt_ && self->failAt_ >= first && self->failAt_ <= self->bytesOffered)
             return 0;
-        self->events.push_back(W(std::string(static_cast<const char *>(data), size)));
+        self->events.push_back({Event::Write, std::string(static_cast<const char *>(data), size)});
         return 1;
     }
     static void Observe(void *ctx, const char *entry) {
-        static_cast<JobHarness *>(ctx)->events.push_back(C(entry));
+        static_cast<JobHarness *>(ctx)->events.push_back({Event::Call, entry});
     }
     static void Link(const char *module, const std::filesystem::path &to) {
+        std::filesystem::create_directories(to.parent_path());
         std::filesystem::remove(to);
         std::filesystem::create_symlink(module, to);
     }
@@ -219,10 +212,5 @@ class JobHarness {
     void *job_ = nullptr;
     size_t failAt_ = 0;
 };
-
-// Blocks that outlive every job: the transfer tables, and the plug-in's nothing.
-inline long ProcessWideBlocks() {
-    return RedXfer ? 3 : 0;
-}
 
 } // namespace q417::test

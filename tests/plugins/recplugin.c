@@ -12,7 +12,6 @@
 
 REC_EXPORT int Rec_Count(void);
 REC_EXPORT const RecCall *Rec_Get(int index);
-REC_EXPORT void Rec_Reset(void);
 REC_EXPORT void Rec_SetObserver(REC_OBSERVER fn, void *ctx);
 
 static RecCall calls[REC_MAX_CALLS];
@@ -25,9 +24,6 @@ int Rec_Count(void) {
 }
 const RecCall *Rec_Get(int index) {
     return index >= 0 && index < nCalls ? &calls[index] : 0;
-}
-void Rec_Reset(void) {
-    nCalls = 0;
 }
 void Rec_SetObserver(REC_OBSERVER fn, void *ctx) {
     observer = fn;
@@ -87,47 +83,35 @@ DWORD OEM_StartDoc(DDIDEVMODE *pdm, const WCHAR *pJobName) {
 #endif
 }
 
-static DWORD CustHeader(const char *entry, DDIDEVMODE *pdm, DWORD word, void *pCustData) {
-    RecCall *c = Record(entry, pdm);
-    c->arg[0] = word;
-    c->arg[1] = (unsigned long long)(size_t)pCustData;
-    return 1;
-}
+/* The header hooks: the plug-in's word and its data; the end entries: the device mode alone. */
+#define CUST_HOOK(name)                                                                            \
+    DWORD name(DDIDEVMODE *pdm, DWORD word, void *pCustData) {                                     \
+        RecCall *c = Record(#name, pdm);                                                           \
+        c->arg[0] = word;                                                                          \
+        c->arg[1] = (unsigned long long)(size_t)pCustData;                                         \
+        return 1;                                                                                  \
+    }
+CUST_HOOK(OEM_PJLCustJobHeader)
+CUST_HOOK(OEM_PDLCustJobHeader)
+CUST_HOOK(OEM_PDLCustPageHeader)
+CUST_HOOK(OEM_PJLCustJobFooter)
 
-DWORD OEM_PJLCustJobHeader(DDIDEVMODE *pdm, DWORD word, void *pCustData) {
-    return CustHeader("OEM_PJLCustJobHeader", pdm, word, pCustData);
-}
-DWORD OEM_PDLCustJobHeader(DDIDEVMODE *pdm, DWORD word, void *pCustData) {
-    return CustHeader("OEM_PDLCustJobHeader", pdm, word, pCustData);
-}
-DWORD OEM_PDLCustPageHeader(DDIDEVMODE *pdm, DWORD word, void *pCustData) {
-    return CustHeader("OEM_PDLCustPageHeader", pdm, word, pCustData);
-}
-DWORD OEM_PJLCustJobFooter(DDIDEVMODE *pdm, DWORD word, void *pCustData) {
-    return CustHeader("OEM_PJLCustJobFooter", pdm, word, pCustData);
-}
+#define DEVMODE_ONLY(name)                                                                         \
+    DWORD name(DDIDEVMODE *pdm) {                                                                  \
+        Record(#name, pdm);                                                                        \
+        return 1;                                                                                  \
+    }
+DEVMODE_ONLY(OEM_EndDoc)
+DEVMODE_ONLY(OEM_EndSession)
+DEVMODE_ONLY(OEM_AbortDoc)
 
-DWORD OEM_EndDoc(DDIDEVMODE *pdm) {
-    Record("OEM_EndDoc", pdm);
-    return 1;
-}
-DWORD OEM_EndSession(DDIDEVMODE *pdm) {
-    Record("OEM_EndSession", pdm);
-    return 1;
-}
-DWORD OEM_AbortDoc(DDIDEVMODE *pdm) {
-    Record("OEM_AbortDoc", pdm);
-    return 1;
-}
-
-DWORD OEM_GetConfig(DDIDEVMODE *pdm, void *pCfgInfo) {
-    Record("OEM_GetConfig", pdm)->arg[0] = (unsigned long long)(size_t)pCfgInfo;
-    return 1;
-}
-DWORD OEM_BidiGetPrinterData(DDIDEVMODE *pdm, void *pCfgInfo) {
-    Record("OEM_BidiGetPrinterData", pdm)->arg[0] = (unsigned long long)(size_t)pCfgInfo;
-    return 1;
-}
+#define GET_CONFIG(name)                                                                           \
+    DWORD name(DDIDEVMODE *pdm, void *pCfgInfo) {                                                  \
+        Record(#name, pdm)->arg[0] = (unsigned long long)(size_t)pCfgInfo;                         \
+        return 1;                                                                                  \
+    }
+GET_CONFIG(OEM_GetConfig)
+GET_CONFIG(OEM_BidiGetPrinterData)
 
 #define UNCALLED(name)                                                                             \
     DWORD name(void) {                                                                             \

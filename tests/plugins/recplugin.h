@@ -28,7 +28,6 @@ typedef struct RecCall {
 
 typedef int (*PFN_Rec_Count)(void);
 typedef const RecCall *(*PFN_Rec_Get)(int index);
-typedef void (*PFN_Rec_Reset)(void);
 /* Called at each entry with its name, so a test can interleave calls with the stream. */
 typedef void (*REC_OBSERVER)(void *ctx, const char *entry);
 typedef void (*PFN_Rec_SetObserver)(REC_OBSERVER fn, void *ctx);
