@@ -1,5 +1,6 @@
 // Helpers shared by the subcommands: files, text conversion, the embedded sample files.
 #include "tool.h"
+#include "format.h"
 
 #include <cerrno>
 #include <cstdarg>
@@ -21,12 +22,11 @@ extern const EmbeddedFile kEmbeddedFiles[];
 extern const size_t kEmbeddedFileCount;
 
 void Fail(const char *fmt, ...) {
-    char buf[1024];
     va_list ap;
     va_start(ap, fmt);
-    vsnprintf(buf, sizeof buf, fmt, ap);
+    std::string what = VFormat(fmt, ap);
     va_end(ap);
-    throw ToolError(buf);
+    throw ToolError(what);
 }
 
 std::vector<uint8_t> ReadWholeFile(const std::string &path) {

@@ -2,6 +2,7 @@
 // would, and lists every command at its byte offset. Data that travels inside a command
 // (fonts, characters, patterns, raster rows) is summarised from its own fields, never dumped.
 #include "pcl_decoder.h"
+#include "format.h"
 
 #include <cctype>
 #include <cstdarg>
@@ -15,16 +16,6 @@ namespace q417tool {
 namespace {
 
 constexpr uint8_t ESC = 0x1b;
-
-std::string Format(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
-std::string Format(const char *fmt, ...) {
-    char buf[512];
-    va_list ap;
-    va_start(ap, fmt);
-    vsnprintf(buf, sizeof buf, fmt, ap);
-    va_end(ap);
-    return buf;
-}
 
 // Bytes as a reader can see them: ESC by name, other control and 8-bit bytes escaped.
 std::string Visible(const uint8_t *p, size_t n) {

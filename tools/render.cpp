@@ -1,5 +1,6 @@
 // Test pages and images as PCL, placed in N-up cells.
 #include "render.h"
+#include "format.h"
 
 #include <algorithm>
 #include <cmath>
@@ -32,16 +33,6 @@ struct Placement {
     double Points(double pt) const { return nup.n == 1 ? pt : pt * nup.scale / nup.dpi; }
 };
 
-std::string Fmt(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
-std::string Fmt(const char *fmt, ...) {
-    char buf[256];
-    va_list ap;
-    va_start(ap, fmt);
-    vsnprintf(buf, sizeof buf, fmt, ap);
-    va_end(ap);
-    return buf;
-}
-
 // Every page's data begins by entering PCL: after a watermark on a cell that opened no page
 // header, the library leaves the printer in whatever language it found it, and that may be
 // HP-GL/2.
@@ -51,12 +42,12 @@ class Canvas {
   public:
     explicit Canvas(const Placement &p) : out(kEnterPcl), p_(p) {}
     void Rect(int x, int y, int w, int h) {
-        out += Fmt("\x1b*p%dx%dY\x1b*c%da%db0P", p_.X(x), p_.Y(y), p_.L(w), p_.L(h));
+        out += Format("\x1b*p%dx%dY\x1b*c%da%db0P", p_.X(x), p_.Y(y), p_.L(w), p_.L(h));
     }
     // Text with its baseline at (x, y); Univers bold at `pt` points of the logical page.
     void Text(int x, int y, double pt, const std::string &s) {
-        out += Fmt("\x1b(0N\x1b(s1p%.2fv0s3b4148T", p_.Points(pt));
-        out += Fmt("\x1b*p%dx%dY", p_.X(x), p_.Y(y));
+        out += Format("\x1b(0N\x1b(s1p%.2fv0s3b4148T", p_.Points(pt));
+        out += Format("\x1b*p%dx%dY", p_.X(x), p_.Y(y));
         out += s;
     }
     std::string out;
@@ -191,7 +182,7 @@ std::string RenderImagePage(const Image &img, const PageInfo &info, const PageGe
     int x0 = (W - w) / 2, y0 = (H - h) / 2;
     int sw = place.L(w), sh = place.L(h);
     std::string out =
-        Fmt("\x1b*p%dx%dY\x1b*r%dS\x1b*r%dT\x1b*b3M\x1b*r1A", place.X(x0), place.Y(y0), sw, sh);
+        Format("\x1b*p%dx%dY\x1b*r%dS\x1b*r%dT\x1b*b3M\x1b*r1A", place.X(x0), place.Y(y0), sw, sh);
     std::vector<uint8_t> row(info.colour ? static_cast<size_t>(sw) * 3 : (sw + 7) / 8);
     std::vector<uint8_t> seed(row.size()); // raster graphics start with a zero seed row
     static const uint8_t kBayer[8][8] = {
@@ -217,7 +208,7 @@ std::string RenderImagePage(const Image &img, const PageInfo &info, const PageGe
             }
         }
         std::vector<uint8_t> delta = DeltaRow(row.data(), seed.data(), row.size());
-        out += Fmt("\x1b*b%zuW", delta.size());
+        out += Format("\x1b*b%zuW", delta.size());
         out.append(reinterpret_cast<const char *>(delta.data()), delta.size());
         seed.swap(row);
     }
