@@ -1,6 +1,6 @@
 // Fuzz target of the printer stream decoder behind `q417 dump`: any bytes at all must decode
 // without reading past the stream, and a cut is reported inside the stream.
-#include "../tools/format.cpp"
+#include "../pages/format.cpp"
 #include "../tools/pcl_decoder.cpp"
 
 #include <cstdlib>

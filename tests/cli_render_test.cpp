@@ -1,6 +1,6 @@
 // The renderer's pieces of q417 print: N-up placement as the library places cells, the
 // delta row coder, the PBM/PGM/PPM reader.
-#include "raster.h"
+#include "image.h"
 #include "render.h"
 #include "tool.h"
 

@@ -13,6 +13,8 @@
 #include <string_view>
 
 namespace q417tool {
+
+using q417::pages::Format;
 namespace {
 
 constexpr uint8_t ESC = 0x1b;

@@ -3,12 +3,12 @@
 #pragma once
 
 #include "q417/host_tools.h"
-#include "tool.h"
+#include "common.h"
 
 #include <string>
 #include <vector>
 
-namespace q417tool {
+namespace q417::pages {
 
 class Printer {
   public:
@@ -75,4 +75,4 @@ const char *StringIdName(DWORD id);
 
 std::string GetDDIString(DDIDEVMODE *pdm, DWORD id);
 
-} // namespace q417tool
+} // namespace q417::pages

@@ -7,7 +7,7 @@
 #include <cstdarg>
 #include <cstdio>
 
-namespace q417tool {
+namespace q417::pages {
 
 namespace {
 
@@ -216,4 +216,4 @@ std::string RenderImagePage(const Image &img, const PageInfo &info, const PageGe
     return out;
 }
 
-} // namespace q417tool
+} // namespace q417::pages

@@ -1,13 +1,13 @@
 // Image readers and the delta row coder of raster rows.
-#include "raster.h"
+#include "image.h"
 
-#include "tool.h"
+#include "common.h"
 
 #include <cctype>
 #include <cstring>
 #include <png.h>
 
-namespace q417tool {
+namespace q417::pages {
 
 namespace {
 
@@ -167,4 +167,4 @@ std::vector<uint8_t> DeltaRow(const uint8_t *row, const uint8_t *seed, size_t n)
     return out;
 }
 
-} // namespace q417tool
+} // namespace q417::pages

@@ -4,9 +4,9 @@
 #include <cstdarg>
 #include <string>
 
-namespace q417tool {
+namespace q417::pages {
 
 std::string Format(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
 std::string VFormat(const char *fmt, va_list ap);
 
-} // namespace q417tool
+} // namespace q417::pages

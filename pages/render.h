@@ -2,19 +2,14 @@
 // It places each logical page in its N-up cell and draws test pages or images as PCL.
 #pragma once
 
-#include "raster.h"
+#include "image.h"
+#include "settings.h"
 
 #include <cstdint>
 #include <string>
 #include <vector>
 
-namespace q417tool {
-
-// Page geometry in decipoints (720 to the inch), in the job's orientation, as block 1 carries
-// it: cxPaper, cyPaper, cxPrintable, cyPrintable, cxMargin, cyMargin.
-struct PageGeometry {
-    int32_t cxPaper = 0, cyPaper = 0, cxPrintable = 0, cyPrintable = 0, cxMargin = 0, cyMargin = 0;
-};
+namespace q417::pages {
 
 // The N-up grid worked out the way the library works it out, so that content lands in the
 // cells whose origins the library uses for the sheet and the watermark.
@@ -44,4 +39,4 @@ std::string RenderTestPage(const PageInfo &info, const PageGeometry &g, const Nu
 std::string RenderImagePage(const Image &img, const PageInfo &info, const PageGeometry &g,
                             const NupLayout &nup, int cell);
 
-} // namespace q417tool
+} // namespace q417::pages

@@ -1,4 +1,4 @@
-// Images for q417 print: PNG through libpng, PBM/PGM/PPM read here, and the PCL raster rows
+// Images for printing: PNG through libpng, PBM/PGM/PPM read here, and the PCL raster rows
 // they become.
 #pragma once
 
@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-namespace q417tool {
+namespace q417::pages {
 
 struct Image {
     int width = 0;
@@ -25,4 +25,4 @@ Image DecodePnm(const std::vector<uint8_t> &data, const std::string &name);
 // enlarged to the printer's resolution stays small.
 std::vector<uint8_t> DeltaRow(const uint8_t *row, const uint8_t *seed, size_t n);
 
-} // namespace q417tool
+} // namespace q417::pages

@@ -7,7 +7,7 @@
 #include <strings.h>
 #include <unistd.h>
 
-namespace q417tool {
+namespace q417::pages {
 
 namespace {
 
@@ -227,4 +227,4 @@ std::string GetDDIString(DDIDEVMODE *pdm, DWORD id) {
     return Narrow(buf, cch);
 }
 
-} // namespace q417tool
+} // namespace q417::pages

@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-namespace q417tool {
+namespace q417::pages {
 
 std::string VFormat(const char *fmt, va_list ap) {
     char buf[1024];
@@ -18,4 +18,4 @@ std::string Format(const char *fmt, ...) {
     return s;
 }
 
-} // namespace q417tool
+} // namespace q417::pages
