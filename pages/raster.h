@@ -68,7 +68,6 @@ class RasterEncoder {
     int rowIndex_ = 0;
     int pendingSkip_ = 0; // blank rows not yet moved over
     bool begun_ = false, finished_ = false;
-    bool seedKnown_ = true; // false after a skip: the next row does not lean on the seed
     int method_ = -1;       // compression method the printer is in; -1 not yet said
     size_t rowBytes_;
     std::vector<uint8_t> row_, seed_, m2_, m3_;
