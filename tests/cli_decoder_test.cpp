@@ -150,6 +150,13 @@ const Case kCases[] = {
      "0000000a  ESC*b#W x 3                 raster data: 3 rows, 5 bytes (TIFF PackBits), 1 not "
      "decodable\n"
      "0000001e  ESC*rC                      end raster graphics\n"},
+    {"each run of rows names its own method",
+     "\x1b*b3M\x1b*b0W"                     // delta row: the seed again
+     "\x1b*b2M" + S("\x1b*b2W\x00\x41", 7), // PackBits: one literal byte
+     "00000000  ESC*b3M                     raster compression: delta row\n"
+     "00000005  ESC*b#W x 1                 raster data: 1 row, 0 bytes (delta row)\n"
+     "0000000a  ESC*b2M                     raster compression: TIFF PackBits\n"
+     "0000000f  ESC*b#W x 1                 raster data: 1 row, 2 bytes (TIFF PackBits)\n"},
     {"unknown commands are listed and skipped",
      "\x1b&z5Q" // no such command
      "\x1b"

@@ -524,10 +524,10 @@ class Decoder {
         rasterRows_ = 0;
         std::string s = Format("%08zx  ESC*b#W x %zu", rasterStart_, rows);
         s.append(s.size() < 38 ? 38 - s.size() : 1, ' ');
+        // The method of the run's rows: a change of method lists a line, which ends the run.
+        const char *method = Lookup(kCompression, rasterMethod_);
         s += Format("raster data: %zu row%s, %zu bytes (%s)", rows, rows == 1 ? "" : "s",
-                    rasterBytes_,
-                    Lookup(kCompression, compression_) ? Lookup(kCompression, compression_)
-                                                       : "unknown compression");
+                    rasterBytes_, method ? method : "unknown compression");
         if (rasterBad_) s += Format(", %zu not decodable", rasterBad_);
         rasterBad_ = 0;
         out_ += s;
@@ -775,7 +775,7 @@ class Decoder {
     void Data(size_t off, const std::string &shown, const std::string &key, const uint8_t *b,
               size_t n) {
         if (key == "*bW" || key == "*bV") {
-            if (!rasterRows_) rasterStart_ = off;
+            if (!rasterRows_) rasterStart_ = off, rasterMethod_ = compression_;
             ++rasterRows_;
             rasterBytes_ += n;
             if (!raster_.Row(b, n)) ++rasterBad_, ++result_.nBadRows;
@@ -1012,7 +1012,7 @@ class Decoder {
     DecodeResult result_;
     size_t rasterStart_ = 0, rasterRows_ = 0, rasterBytes_ = 0, rasterBad_ = 0;
     RasterState raster_;
-    int compression_ = 0;
+    int compression_ = 0, rasterMethod_ = 0;
     long charCode_ = -1;
     uint8_t labelTerm_ = 3;
 };
