@@ -23,6 +23,7 @@
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -308,6 +309,7 @@ TEST_F(PagesPrint, PicturesAndRasterStreams) {
 struct ToolRun {
     int status = -1;
     std::string err;
+    long peakKb = 0; // the process's maximum resident set
 };
 
 ToolRun RunTool(const fs::path &dir, const std::vector<std::string> &args) {
@@ -325,11 +327,36 @@ ToolRun RunTool(const fs::path &dir, const std::vector<std::string> &args) {
         _exit(127);
     }
     int st = 0;
-    waitpid(pid, &st, 0);
+    rusage ru{};
+    wait4(pid, &st, 0, &ru);
     std::ifstream f(err);
     std::stringstream s;
     s << f.rdbuf();
-    return {WIFEXITED(st) ? WEXITSTATUS(st) : -1, s.str()};
+    return {WIFEXITED(st) ? WEXITSTATUS(st) : -1, s.str(), ru.ru_maxrss};
+}
+
+uint32_t Crc32(const std::string &bytes) {
+    uint32_t c = 0xffffffff;
+    for (unsigned char b : bytes) {
+        c ^= b;
+        for (int k = 0; k < 8; ++k) c = c & 1 ? 0xedb88320 ^ (c >> 1) : c >> 1;
+    }
+    return ~c;
+}
+
+// A PNG of `w` x `h` gray pixels whose image data is one empty block.
+std::string PngHeaderOnly(uint32_t w, uint32_t h) {
+    auto be = [](uint32_t v) {
+        return std::string{static_cast<char>(v >> 24), static_cast<char>(v >> 16),
+                           static_cast<char>(v >> 8), static_cast<char>(v)};
+    };
+    auto chunk = [&](const std::string &type, const std::string &data) {
+        return be(static_cast<uint32_t>(data.size())) + type + data + be(Crc32(type + data));
+    };
+    std::string ihdr = be(w) + be(h) + std::string("\x08\x00\x00\x00\x00", 5);
+    return std::string("\x89PNG\r\n\x1a\n", 8) + chunk("IHDR", ihdr) +
+           chunk("IDAT", std::string("\x78\x9c\x03\x00\x00\x00\x00\x01", 8)) +
+           chunk("IEND", "");
 }
 
 // What can't be printed ends the job before any output: status 1, one line naming the file
@@ -346,6 +373,9 @@ TEST_F(PagesPrint, BadDocuments) {
     }
     std::ofstream(dir_ / "cut.pdf", std::ios::binary) << bytes.substr(0, bytes.size() / 2);
     std::ofstream(dir_ / "notes.pdf") << "Shopping list: milk, bread.\n";
+    // Headers that claim pictures of 196 megapixels with no data to bear it out.
+    std::ofstream(dir_ / "header.ppm") << "P6 14000 14000 255\n";
+    std::ofstream(dir_ / "bomb.png", std::ios::binary) << PngHeaderOnly(14000, 14000);
     bool haveGs = false;
 #ifdef Q417_GS
     std::string make = std::string(Q417_GS) +
@@ -368,6 +398,8 @@ TEST_F(PagesPrint, BadDocuments) {
         {{"locked.pdf", "--password", "guess"}, 1, "locked.pdf: encrypted PDF file: the password is wrong", true},
         {{"locked.pdf", "--password", "secret"}, 0, nullptr, true},
         {{"doc.pdf", "--page-ranges", "4-"}, 1, "--page-ranges 4-: selects none", false},
+        {{"header.ppm"}, 1, "header.ppm: image data cut short", false},
+        {{"bomb.png"}, 1, "bomb.png: image size 14000x14000 is more than its", false},
     };
     for (const auto &c : cases) {
         if (c.needsGs && !haveGs) continue;
@@ -383,6 +415,7 @@ TEST_F(PagesPrint, BadDocuments) {
             EXPECT_NE(r.err.find(c.mention), std::string::npos) << r.err;
             EXPECT_EQ(r.err.find('\n'), r.err.size() - 1) << r.err;
         }
+        EXPECT_LT(r.peakKb, 150 * 1024) << c.args[0]; // nothing allocated for a false claim
         fs::remove(dir_ / "out.prn");
         for (const auto &e : fs::directory_iterator(dir_))
             EXPECT_EQ(e.path().filename().string().find(".part"), std::string::npos);
