@@ -278,8 +278,8 @@ void Print(const PrintRequest &req, Sink &sink) {
                         continue;
                     }
                     int p = printed;
-                    bool rendered = src->Render(i, [&](const uint8_t *rows, int y, int count,
-                                                       size_t stride) {
+                    bool rendered = src->Render(i, [&](std::vector<uint8_t> &rows, int y,
+                                                       int count, size_t stride) {
                         band(p, rows, y, count, stride);
                     });
                     if (!rendered) break;
