@@ -1,11 +1,14 @@
 // PCL raster graphics: dither, row compression and the choice between methods.
 #include "raster.h"
 
-#include "common.h"
 #include "format.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace q417::pages {
 
@@ -33,6 +36,37 @@ constexpr Thresholds kThresholds;
 // Luminance of RGB, in integers.
 inline uint8_t Gray(const uint8_t *p) {
     return static_cast<uint8_t>((p[0] * 77 + p[1] * 150 + p[2] * 29) >> 8);
+}
+
+// Bits of one row: a pixel darker than its threshold is inked, the first pixel in the high
+// bit. Sixteen pixels at a time where the processor compares sixteen bytes at once.
+void Dither(const uint8_t *gray, int width, const uint8_t *t, int phase, uint8_t *bits) {
+    uint8_t rot[16];
+    for (int k = 0; k < 16; ++k) rot[k] = t[(phase + k) & 7];
+    int x = 0;
+#if defined(__SSE2__)
+    static const auto kReverse = [] {
+        std::array<uint8_t, 256> r{};
+        for (int v = 0; v < 256; ++v)
+            for (int b = 0; b < 8; ++b)
+                if (v >> b & 1) r[v] |= static_cast<uint8_t>(0x80 >> b);
+        return r;
+    }();
+    const __m128i thr = _mm_loadu_si128(reinterpret_cast<const __m128i *>(rot));
+    for (; width - x >= 16; x += 16) {
+        __m128i p = _mm_loadu_si128(reinterpret_cast<const __m128i *>(gray + x));
+        // p >= t where max(p, t) == p; the ink is the rest.
+        __m128i light = _mm_cmpeq_epi8(_mm_max_epu8(p, thr), p);
+        unsigned ink = ~static_cast<unsigned>(_mm_movemask_epi8(light)) & 0xffff;
+        bits[x / 8] = kReverse[ink & 0xff];
+        bits[x / 8 + 1] = kReverse[ink >> 8];
+    }
+#endif
+    for (; x < width; x += 8) {
+        unsigned v = 0;
+        for (int k = 0; k < 8 && x + k < width; ++k) v |= unsigned(gray[x + k] < rot[k]) << (7 - k);
+        bits[x / 8] = static_cast<uint8_t>(v);
+    }
 }
 
 // True when every byte of the row is `v`.
@@ -156,35 +190,16 @@ void RasterEncoder::Row(const uint8_t *px, int channels) {
             for (int x = 0; x < width_; ++x) r[3 * x] = r[3 * x + 1] = r[3 * x + 2] = px[x];
         }
     } else {
+        const uint8_t *gray = px;
+        if (channels >= 3) {
+            gray_.resize(static_cast<size_t>(width_));
+            for (int x = 0; x < width_; ++x) gray_[x] = Gray(px + 3 * x);
+            gray = gray_.data();
+        }
         // The dither is anchored to the sheet's raster grid, so pictures side by side line up.
-        const uint8_t *t = kThresholds.t[(y_ * rasterDpi_ / jobDpi_ + rowIndex_) & 7];
-        int phase = (x_ * rasterDpi_ / jobDpi_) & 7;
-        uint8_t rot[8];
-        for (int k = 0; k < 8; ++k) rot[k] = t[(phase + k) & 7];
-        int full = width_ / 8;
-        if (channels == 1) {
-            for (int b = 0; b < full; ++b) {
-                const uint8_t *p = px + 8 * b;
-                unsigned v = 0;
-                for (int k = 0; k < 8; ++k) v |= unsigned(p[k] < rot[k]) << (7 - k);
-                r[b] = static_cast<uint8_t>(v);
-            }
-        } else {
-            for (int b = 0; b < full; ++b) {
-                const uint8_t *p = px + 24 * b;
-                unsigned v = 0;
-                for (int k = 0; k < 8; ++k) v |= unsigned(Gray(p + 3 * k) < rot[k]) << (7 - k);
-                r[b] = static_cast<uint8_t>(v);
-            }
-        }
-        if (width_ % 8) {
-            unsigned v = 0;
-            for (int x = full * 8; x < width_; ++x) {
-                uint8_t g = channels == 1 ? px[x] : Gray(px + 3 * x);
-                v |= unsigned(g < rot[x & 7]) << (7 - (x & 7));
-            }
-            r[full] = static_cast<uint8_t>(v);
-        }
+        const uint8_t *t = kThresholds.t[(int64_t{y_} * rasterDpi_ / jobDpi_ + rowIndex_) & 7];
+        int phase = static_cast<int>((int64_t{x_} * rasterDpi_ / jobDpi_) & 7);
+        Dither(gray, width_, t, phase, r);
     }
     ++rowIndex_;
     ++stats_.rows;

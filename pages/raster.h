@@ -70,7 +70,7 @@ class RasterEncoder {
     bool begun_ = false, finished_ = false;
     int method_ = -1;       // compression method the printer is in; -1 not yet said
     size_t rowBytes_;
-    std::vector<uint8_t> row_, seed_, m2_, m3_;
+    std::vector<uint8_t> row_, seed_, m2_, m3_, gray_;
     RasterStats stats_;
 };
 
