@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 #include <cstring>
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -67,6 +68,26 @@ void Dither(const uint8_t *gray, int width, const uint8_t *t, int phase, uint8_t
         for (int k = 0; k < 8 && x + k < width; ++k) v |= unsigned(gray[x + k] < rot[k]) << (7 - k);
         bits[x / 8] = static_cast<uint8_t>(v);
     }
+}
+
+// Colour bytes within `tol` of the seed row's take the seed's value, so that the delta row
+// leaves them out: a photograph's neighbouring rows differ by a level or two nearly
+// everywhere, and that much is below what the printer's own halftone shows.
+void Snap(uint8_t *row, const uint8_t *seed, size_t n, int tol) {
+    size_t i = 0;
+#if defined(__SSE2__)
+    const __m128i t = _mm_set1_epi8(static_cast<char>(tol));
+    for (; n - i >= 16; i += 16) {
+        __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i *>(row + i));
+        __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i *>(seed + i));
+        __m128i d = _mm_or_si128(_mm_subs_epu8(a, b), _mm_subs_epu8(b, a)); // |a - b|
+        __m128i near = _mm_cmpeq_epi8(_mm_subs_epu8(d, t), _mm_setzero_si128());
+        a = _mm_or_si128(_mm_and_si128(near, b), _mm_andnot_si128(near, a));
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(row + i), a);
+    }
+#endif
+    for (; i < n; ++i)
+        if (std::abs(row[i] - seed[i]) <= tol) row[i] = seed[i];
 }
 
 // True when every byte of the row is `v`.
@@ -201,6 +222,8 @@ void RasterEncoder::Row(const uint8_t *px, int channels) {
         int phase = static_cast<int>((int64_t{x_} * rasterDpi_ / jobDpi_) & 7);
         Dither(gray, width_, t, phase, r);
     }
+    if (colour_ && tolerance_ && begun_ && !pendingSkip_)
+        Snap(r, seed_.data(), rowBytes_, tolerance_);
     ++rowIndex_;
     ++stats_.rows;
     if (AllBytes(r, rowBytes_, colour_ ? 0xff : 0)) { // nothing to print on this row

@@ -39,7 +39,8 @@ struct RasterStats {
 // them (and clear `out`) between rows, so a page need not be held twice.
 //
 // Monochrome: ordered dither to one bit a pixel, anchored to the sheet so that neighbouring
-// pictures meet without a seam. Colour: 24-bit RGB rows, as the job's colour set-up expects.
+// pictures meet without a seam. Colour: 24-bit RGB rows, as the job's colour set-up expects,
+// each byte within SetTolerance() levels of the picture's.
 // A picture with no ink sends nothing at all.
 class RasterEncoder {
   public:
@@ -55,6 +56,11 @@ class RasterEncoder {
     // Ends the raster graphics; rows not given stay blank. Call it once, after the last row.
     void Finish();
 
+    // Colour rows: how many levels (of 255) a byte may move towards the row above it so that
+    // the delta row can leave it out; 0 sends the picture exactly.
+    static constexpr int kColourTolerance = 3;
+    void SetTolerance(int levels) { tolerance_ = levels; }
+
     const RasterStats &Stats() const { return stats_; }
 
   private:
@@ -69,6 +75,7 @@ class RasterEncoder {
     int pendingSkip_ = 0; // blank rows not yet moved over
     bool begun_ = false, finished_ = false;
     int method_ = -1;       // compression method the printer is in; -1 not yet said
+    int tolerance_ = kColourTolerance;
     size_t rowBytes_;
     std::vector<uint8_t> row_, seed_, m2_, m3_, gray_;
     RasterStats stats_;
