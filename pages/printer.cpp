@@ -119,7 +119,8 @@ long ParseNumber(const std::string &text, const std::string &what) {
     errno = 0;
     char *end = nullptr;
     long v = std::strtol(text.c_str(), &end, 0);
-    if (text.empty() || *end || errno) Fail("%s: not a number: \"%s\"", what.c_str(), text.c_str());
+    if (text.empty() || *end || errno)
+        FailSetting("%s: not a number: \"%s\"", what.c_str(), text.c_str());
     return v;
 }
 
@@ -134,13 +135,13 @@ int ResolveOption(DDIDEVMODE *pdm, const Keyword &k, const std::string &value) {
     if (numeric) {
         long i = std::strtol(value.c_str(), nullptr, 10);
         if (i >= 0 && static_cast<size_t>(i) < options.size()) return static_cast<int>(i);
-        Fail("%s index %s out of range: the printer has %zu", k.name, value.c_str(),
-             options.size());
+        FailSetting("%s index %s out of range: the printer has %zu (0 to %zu)", k.name,
+                    value.c_str(), options.size(), options.size() ? options.size() - 1 : 0);
     }
     std::string choices;
     for (const auto &o : options) choices += (choices.empty() ? "" : ", ") + o.key;
-    Fail("unknown %s \"%s\" (the printer has: %s)", k.name, value.c_str(),
-         choices.empty() ? "none" : choices.c_str());
+    FailSetting("unknown %s \"%s\" (the printer has: %s)", k.name, value.c_str(),
+                choices.empty() ? "none" : choices.c_str());
 }
 
 const IdName kDWordIds[] = {
