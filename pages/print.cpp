@@ -225,7 +225,7 @@ void Print(const PrintRequest &req, Sink &sink) {
     if (DDIGetDWord(pdm, DDI_WATERMARK) != 0) rec->bJobFlags = JOB_WATERMARK;
     std::u16string wname = Widen(req.jobName.empty() ? "q417 job" : req.jobName);
 
-    Job job(printer.handle());
+    Job job(printer.handle(), &sink);
     job.Send(TAG_DEVINFO, info1.data(), info1.size(), "device record");
     job.Send(TAG_DEVMODE, dm.data(), dm.size(), "device mode");
     job.Send(TAG_JOBNAME, wname.data(), wname.size() * 2, "job name");
