@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #if defined(__SSE2__)
@@ -121,10 +122,6 @@ size_t CommandCost(int v) {
     return v < 10 ? 2 : v < 100 ? 3 : v < 1000 ? 4 : v < 10000 ? 5 : 6;
 }
 
-void Append(std::string &out, const std::vector<uint8_t> &v) {
-    out.append(reinterpret_cast<const char *>(v.data()), v.size());
-}
-
 } // namespace
 
 int RasterResolution(int jobDpi) {
@@ -134,15 +131,26 @@ int RasterResolution(int jobDpi) {
     return 75;
 }
 
-void EncodePackBits(const uint8_t *row, size_t n, std::vector<uint8_t> &out) {
+namespace {
+
+// The coders write through a pointer into room made beforehand: at most 3n + 16 bytes for a
+// row of n (a delta command byte and an offset byte for every byte, in the worst case).
+size_t RoomFor(size_t n) {
+    return 3 * n + 16;
+}
+
+// PackBits into `out`; stops early, returning more than `limit`, once the output passes it.
+size_t PackBitsTo(const uint8_t *row, size_t n, uint8_t *out, size_t limit) {
+    uint8_t *o = out;
     size_t i = 0;
     while (i < n) {
+        if (static_cast<size_t>(o - out) > limit) break;
         // A repeat of three or more pays (2 bytes for up to 128); shorter ones go in literals.
         size_t run = 1;
         while (i + run < n && run < 128 && row[i + run] == row[i]) ++run;
         if (run >= 3 || (run == 2 && i + run == n)) {
-            out.push_back(static_cast<uint8_t>(257 - run));
-            out.push_back(row[i]);
+            *o++ = static_cast<uint8_t>(257 - run);
+            *o++ = row[i];
             i += run;
             continue;
         }
@@ -152,14 +160,16 @@ void EncodePackBits(const uint8_t *row, size_t n, std::vector<uint8_t> &out) {
             if (n - j >= 3 && row[j] == row[j + 1] && row[j] == row[j + 2]) break;
             ++j;
         }
-        if (j == i) continue; // a repeat starts here after all
-        out.push_back(static_cast<uint8_t>(j - i - 1));
-        out.insert(out.end(), row + i, row + j);
+        *o++ = static_cast<uint8_t>(j - i - 1);
+        std::memcpy(o, row + i, j - i);
+        o += j - i;
         i = j;
     }
+    return static_cast<size_t>(o - out);
 }
 
-void EncodeDeltaRow(const uint8_t *row, const uint8_t *seed, size_t n, std::vector<uint8_t> &out) {
+size_t DeltaRowTo(const uint8_t *row, const uint8_t *seed, size_t n, uint8_t *out) {
+    uint8_t *o = out;
     size_t pos = 0; // behind the last replacement
     size_t i = 0;
     while (i < n) {
@@ -168,7 +178,12 @@ void EncodeDeltaRow(const uint8_t *row, const uint8_t *seed, size_t n, std::vect
             uint64_t a, b;
             std::memcpy(&a, row + i, 8);
             std::memcpy(&b, seed + i, 8);
-            if (a != b) break;
+            if (a != b) {
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+                i += static_cast<size_t>(__builtin_ctzll(a ^ b) / 8); // the first byte that differs
+#endif
+                break;
+            }
             i += 8;
         }
         while (i < n && row[i] == seed[i]) ++i;
@@ -180,15 +195,31 @@ void EncodeDeltaRow(const uint8_t *row, const uint8_t *seed, size_t n, std::vect
         size_t offset = i - pos;
         uint8_t cmd = static_cast<uint8_t>((j - i - 1) << 5);
         if (offset < 31) {
-            out.push_back(static_cast<uint8_t>(cmd | offset));
+            *o++ = static_cast<uint8_t>(cmd | offset);
         } else {
-            out.push_back(static_cast<uint8_t>(cmd | 31));
-            for (offset -= 31; offset >= 255; offset -= 255) out.push_back(255);
-            out.push_back(static_cast<uint8_t>(offset));
+            *o++ = static_cast<uint8_t>(cmd | 31);
+            for (offset -= 31; offset >= 255; offset -= 255) *o++ = 255;
+            *o++ = static_cast<uint8_t>(offset);
         }
-        out.insert(out.end(), row + i, row + j);
+        std::memcpy(o, row + i, j - i);
+        o += j - i;
         pos = i = j;
     }
+    return static_cast<size_t>(o - out);
+}
+
+} // namespace
+
+void EncodePackBits(const uint8_t *row, size_t n, std::vector<uint8_t> &out) {
+    size_t at = out.size();
+    out.resize(at + RoomFor(n));
+    out.resize(at + PackBitsTo(row, n, out.data() + at, SIZE_MAX));
+}
+
+void EncodeDeltaRow(const uint8_t *row, const uint8_t *seed, size_t n, std::vector<uint8_t> &out) {
+    size_t at = out.size();
+    out.resize(at + RoomFor(n));
+    out.resize(at + DeltaRowTo(row, seed, n, out.data() + at));
 }
 
 RasterEncoder::RasterEncoder(int width, int height, bool colour, int x, int y, int jobDpi,
@@ -197,8 +228,8 @@ RasterEncoder::RasterEncoder(int width, int height, bool colour, int x, int y, i
       jobDpi_(jobDpi), rasterDpi_(rasterDpi), out_(out),
       rowBytes_(colour ? static_cast<size_t>(width_) * 3 : (static_cast<size_t>(width_) + 7) / 8),
       row_(rowBytes_), seed_(rowBytes_) {
-    m2_.reserve(rowBytes_ + rowBytes_ / 128 + 2);
-    m3_.reserve(rowBytes_ + rowBytes_ / 8 + 8);
+    m2_.resize(RoomFor(rowBytes_));
+    m3_.resize(RoomFor(rowBytes_));
 }
 
 void RasterEncoder::Row(const uint8_t *px, int channels) {
@@ -250,19 +281,18 @@ void RasterEncoder::Send(const uint8_t *r) {
     auto cost = [&](int m, size_t bytes) { return bytes + (m == method_ ? 0 : CommandCost(m)); };
     int best = 0;
     size_t bestCost = cost(0, n);
-    m3_.clear();
+    size_t n3 = 0, n2 = 0;
     if (!pendingSkip_) {
         if (std::memcmp(r, seed_.data(), rowBytes_) == 0) {
             best = 3, bestCost = cost(3, 0);
         } else {
-            EncodeDeltaRow(r, seed_.data(), rowBytes_, m3_);
-            if (cost(3, m3_.size()) < bestCost) best = 3, bestCost = cost(3, m3_.size());
+            n3 = DeltaRowTo(r, seed_.data(), rowBytes_, m3_.data());
+            if (cost(3, n3) < bestCost) best = 3, bestCost = cost(3, n3);
         }
     }
-    m2_.clear();
     if (bestCost > 2 + CommandCost(2)) { // PackBits can't beat a few bytes
-        EncodePackBits(r, n, m2_);
-        if (cost(2, m2_.size()) < bestCost) best = 2, bestCost = cost(2, m2_.size());
+        n2 = PackBitsTo(r, n, m2_.data(), bestCost);
+        if (cost(2, n2) < bestCost) best = 2, bestCost = cost(2, n2);
     }
     out_ += "\x1b*b";
     if (pendingSkip_) {
@@ -273,12 +303,10 @@ void RasterEncoder::Send(const uint8_t *r) {
         out_ += Format("%dm", best);
         method_ = best;
     }
-    size_t bytes = best == 0 ? n : best == 2 ? m2_.size() : m3_.size();
+    size_t bytes = best == 0 ? n : best == 2 ? n2 : n3;
     out_ += Format("%zuW", bytes);
-    if (best == 0)
-        out_.append(reinterpret_cast<const char *>(r), n);
-    else
-        Append(out_, best == 2 ? m2_ : m3_);
+    const uint8_t *data = best == 0 ? r : best == 2 ? m2_.data() : m3_.data();
+    out_.append(reinterpret_cast<const char *>(data), bytes);
     ++stats_.method[best];
     stats_.dataBytes += bytes;
     std::memcpy(seed_.data(), r, rowBytes_);
