@@ -255,6 +255,18 @@ void RasterEncoder::Row(const uint8_t *px, int channels) {
     }
     if (colour_ && tolerance_ && begun_ && !pendingSkip_)
         Snap(r, seed_.data(), rowBytes_, tolerance_);
+    Next();
+}
+
+void RasterEncoder::Bits(const uint8_t *bits) {
+    if (colour_ || rowIndex_ >= height_ || finished_ || !width_) return;
+    std::memcpy(row_.data(), bits, rowBytes_);
+    if (width_ % 8) row_[rowBytes_ - 1] &= static_cast<uint8_t>(0xff00 >> (width_ % 8));
+    Next();
+}
+
+void RasterEncoder::Next() {
+    uint8_t *r = row_.data();
     ++rowIndex_;
     ++stats_.rows;
     if (AllBytes(r, rowBytes_, colour_ ? 0xff : 0)) { // nothing to print on this row

@@ -53,6 +53,9 @@ class RasterEncoder {
     // The next row, top down: `width` pixels of `channels` samples (1 gray, 3 RGB), 255 white.
     // Rows past `height` are ignored.
     void Row(const uint8_t *pixels, int channels);
+    // The next row of a monochrome picture dithered already (by a renderer that halftones
+    // itself): one bit a pixel, 1 ink, the first pixel in the high bit of the first byte.
+    void Bits(const uint8_t *bits);
     // Ends the raster graphics; rows not given stay blank. Call it once, after the last row.
     void Finish();
 
@@ -64,6 +67,7 @@ class RasterEncoder {
     const RasterStats &Stats() const { return stats_; }
 
   private:
+    void Next();
     void Begin();
     void Send(const uint8_t *row);
 
