@@ -287,7 +287,7 @@ void Print(const PrintRequest &req, Sink &sink) {
                 }
             }
         };
-        Pipeline pipe(std::move(render), 4);
+        Pipeline pipe(std::move(render), 2);
         std::string out;
         std::optional<RasterEncoder> enc;
         int current = -1;

@@ -9,6 +9,7 @@ pkgs=(
   fonts-dejavu-core fonts-dejavu-extra fonts-liberation2
   clang libclang-rt-14-dev
   libcairo2-dev ghostscript time
+  libgs-dev libjpeg-dev libcups2-dev
 )
 missing=()
 for p in "${pkgs[@]}"; do
