@@ -191,6 +191,49 @@ void AtomicFile::Commit() {
     slot_ = -1;
 }
 
+std::string AbsolutePath(const std::string &path) {
+    if (!path.empty() && path[0] == '/') return path;
+    std::vector<char> cwd(PATH_MAX);
+    if (!getcwd(cwd.data(), cwd.size())) Fail("current directory: %s", std::strerror(errno));
+    return std::string(cwd.data()) + "/" + path;
+}
+
+std::string PrivateDir() {
+    std::string dir = "/tmp/q417-" + std::to_string(getuid());
+    if (mkdir(dir.c_str(), 0700) != 0 && errno != EEXIST)
+        Fail("%s: %s", dir.c_str(), std::strerror(errno));
+    struct stat st {};
+    if (lstat(dir.c_str(), &st) != 0) Fail("%s: %s", dir.c_str(), std::strerror(errno));
+    if (!S_ISDIR(st.st_mode) || st.st_uid != getuid() || (st.st_mode & 077))
+        Fail("%s: expected a directory of user %u with mode 0700, found %s of user %u with mode "
+             "%04o: remove it",
+             dir.c_str(), static_cast<unsigned>(getuid()),
+             S_ISDIR(st.st_mode) ? "a directory" : "something else",
+             static_cast<unsigned>(st.st_uid), static_cast<unsigned>(st.st_mode & 07777));
+    return dir;
+}
+
+std::string ShortAlias(const std::string &path) {
+    std::string target = AbsolutePath(path);
+    uint32_t h = 2166136261u; // FNV-1a
+    for (unsigned char c : target) h = (h ^ c) * 16777619u;
+    char name[16];
+    std::snprintf(name, sizeof name, "/%08x", h);
+    std::string link = PrivateDir() + name;
+    std::vector<char> old(PATH_MAX + 1);
+    ssize_t n = readlink(link.c_str(), old.data(), PATH_MAX);
+    if (n >= 0 && target == std::string(old.data(), static_cast<size_t>(n))) return link;
+    // Made beside and renamed over, so a run beside this one never sees it missing.
+    std::string fresh = link + ".new" + std::to_string(getpid());
+    unlink(fresh.c_str());
+    if (symlink(target.c_str(), fresh.c_str()) != 0 || rename(fresh.c_str(), link.c_str()) != 0) {
+        int err = errno;
+        unlink(fresh.c_str());
+        Fail("%s: a short name for %s: %s", link.c_str(), target.c_str(), std::strerror(err));
+    }
+    return link;
+}
+
 std::u16string Widen(const std::string &s) {
     std::u16string w;
     for (size_t i = 0; i < s.size();) {

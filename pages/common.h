@@ -60,6 +60,19 @@ void RemoveTemporaryFiles() noexcept;
 // need not exist yet. Fail()s on a loop of links.
 std::string FollowLinks(const std::string &path);
 
+// The user's own directory for short-lived files, /tmp/q417-UID: made with mode 0700 and, when
+// it is there already, checked to be a directory of this user that nobody else can enter.
+// Fail()s saying what is wrong with it otherwise.
+std::string PrivateDir();
+
+// A short name for `path` (a directory or file, made absolute): a symbolic link in PrivateDir()
+// named after a hash of the path, for the library's fixed-size path buffers and 8-bit code page.
+// The same path always gets the same name.
+std::string ShortAlias(const std::string &path);
+
+// `path` made absolute against the current directory.
+std::string AbsolutePath(const std::string &path);
+
 // UTF-16 <-> UTF-8 for the library's wide texts (names, keys, ports).
 std::u16string Widen(const std::string &s);
 std::string Narrow(const char16_t *s, size_t n = std::u16string::npos);

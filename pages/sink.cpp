@@ -95,6 +95,11 @@ int Sink::Write(void *ctx, const void *data, uint32_t size) noexcept {
     return s->error_ ? 0 : 1;
 }
 
+void Sink::Append(const void *data, size_t size) {
+    if (!error_) Put(static_cast<const uint8_t *>(data), size);
+    Check();
+}
+
 void Sink::Put(const uint8_t *p, size_t n) {
     if (tap_) tap_(p, n);
     while (n && !error_) {

@@ -39,6 +39,8 @@ class Sink {
 
     // The library's output callback: ctx is the Sink. Returns 0 once a write failed.
     static int Write(void *ctx, const void *data, uint32_t size) noexcept;
+    // Writes for a front end of its own (a listing, a report); Fail()s on a write error.
+    void Append(const void *data, size_t size);
     // Sees every byte that is written, as written (a front end's check of the stream).
     void SetTap(std::function<void(const uint8_t *, size_t)> tap) { tap_ = std::move(tap); }
 

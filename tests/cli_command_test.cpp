@@ -421,13 +421,13 @@ TEST_F(CliTest, DuplexNamesTheBindingEdge) {
     const struct {
         const char *word, *golden, *listed;
     } cases[] = {
-        {"long", "\x1b&l26a0o6d1E\x1b&l1S",
+        {"long", "\x1b&l26a0o4d1E\x1b&l1S",
          "ESC&l1S                     simplex/duplex: duplex, long edge"},
-        {"two-sided-long-edge", "\x1b&l26a0o6d1E\x1b&l1S", "duplex, long edge"},
-        {"short", "\x1b&l26a0o6d1E\x1b&l2S",
+        {"two-sided-long-edge", "\x1b&l26a0o4d1E\x1b&l1S", "duplex, long edge"},
+        {"short", "\x1b&l26a0o4d1E\x1b&l2S",
          "ESC&l2S                     simplex/duplex: duplex, short edge"},
-        {"DuplexTumble", "\x1b&l26a0o6d1E\x1b&l2S", "duplex, short edge"},
-        {"none", "\x1b&l26a0o6d1E\x1b&l0S", "simplex/duplex: simplex"},
+        {"DuplexTumble", "\x1b&l26a0o4d1E\x1b&l2S", "duplex, short edge"},
+        {"none", "\x1b&l26a0o4d1E\x1b&l0S", "simplex/duplex: simplex"},
     };
     for (const auto &c : cases) {
         Result r = Run({"print", "--duplex", c.word, "-o", "-"});
