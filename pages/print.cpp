@@ -141,6 +141,7 @@ void Print(const PrintRequest &req, Sink &sink) {
     }
     DDIDEVMODE *pdm = DM(dm);
     ApplySettings(pdm, req.settings);
+    if (req.deviceMode) req.deviceMode(pdm);
     PageGeometry g = Geometry(pdm);
     int dpi = pdm->dmYResolution; // the library prints at the vertical resolution
     if (dpi <= 0) Fail("the printer description gives no resolution");
