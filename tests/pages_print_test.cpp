@@ -401,6 +401,7 @@ TEST_F(PagesPrint, BadDocuments) {
         {{"header.ppm"}, 1, "header.ppm: image data cut short", false},
         {{"bomb.png"}, 1, "bomb.png: image size 14000x14000 is more than its", false},
     };
+    long goodPeakKb = 0;
     for (const auto &c : cases) {
         if (c.needsGs && !haveGs) continue;
         std::vector<std::string> args = {"print", "-p", pdd_, "-o", "out.prn"};
@@ -415,7 +416,9 @@ TEST_F(PagesPrint, BadDocuments) {
             EXPECT_NE(r.err.find(c.mention), std::string::npos) << r.err;
             EXPECT_EQ(r.err.find('\n'), r.err.size() - 1) << r.err;
         }
-        EXPECT_LT(r.peakKb, 150 * 1024) << c.args[0]; // nothing allocated for a false claim
+        // Nothing allocated for a false claim: no run takes much more than the good one.
+        if (c.args[0] == "doc.pdf" && c.args.size() == 1) goodPeakKb = r.peakKb;
+        EXPECT_LT(r.peakKb, goodPeakKb + 64 * 1024) << c.args[0];
         fs::remove(dir_ / "out.prn");
         for (const auto &e : fs::directory_iterator(dir_))
             EXPECT_EQ(e.path().filename().string().find(".part"), std::string::npos);
