@@ -18,6 +18,9 @@ struct RenderBox {
     int width = 0, height = 0;
     int channels = 1; // 1 gray, 3 RGB
     int dpi = 300;
+    // Gray for a monochrome printer: a source that dithers as it draws may hand over rows of
+    // one bit a pixel instead, 1 ink, the ordered dither of pages/raster.h.
+    bool oneBit = false;
 };
 
 // Rows [y, y + count) of the box, `stride` bytes apart, at the start of `rows`. Called in
@@ -40,6 +43,8 @@ class PageSource {
     virtual ~PageSource() = default;
     // Pages in the document; -1 for a stream whose length shows only at its end.
     virtual int Count() = 0;
+    // Whether its rows are one bit a pixel (see RenderBox::oneBit), or 8-bit samples.
+    virtual bool OneBit() const { return false; }
     // Renders page `index` (from 0; each call's index above the last's) into the box the
     // source was opened for; false when the document has no such page (a stream that
     // ended). Fail()s naming the file.

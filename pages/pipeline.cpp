@@ -13,8 +13,8 @@ struct Stopped {};
 Pipeline::Pipeline(RenderJob job, size_t maxBands) : max_(maxBands ? maxBands : 1) {
     thread_ = std::thread([this, job = std::move(job)] {
         try {
-            job([this](int page, std::vector<uint8_t> &rows, int y, int count, size_t stride) {
-                Push(page, rows, y, count, stride);
+            job([this](int page, bool oneBit, std::vector<uint8_t> &rows, int y, int count,
+                       size_t stride) { Push(page, oneBit, rows, y, count, stride);
             });
         } catch (const Stopped &) {
         } catch (...) {
@@ -36,13 +36,14 @@ Pipeline::~Pipeline() {
     thread_.join();
 }
 
-void Pipeline::Push(int page, std::vector<uint8_t> &rows, int y, int count, size_t stride) {
+void Pipeline::Push(int page, bool oneBit, std::vector<uint8_t> &rows, int y, int count,
+                    size_t stride) {
     if (rows.size() < stride * static_cast<size_t>(count)) throw std::logic_error("short band");
     std::unique_lock<std::mutex> l(m_);
     cv_.wait(l, [this] { return stop_ || queue_.size() < max_; });
     if (stop_) throw Stopped{};
     Band b;
-    b.page = page, b.y = y, b.count = count, b.stride = stride;
+    b.page = page, b.oneBit = oneBit, b.y = y, b.count = count, b.stride = stride;
     b.rows.swap(rows);
     if (!spare_.empty()) { // the renderer draws the next band into one the encoder is done with
         rows.swap(spare_.back());

@@ -144,7 +144,7 @@ TEST_F(PagesPrint, PdfOneUp) {
         long top = 600 + k * 600 + 60, rows = 330;
         Ink s = InkOf(blocks[1], top - blocks[1].y, top - blocks[1].y + rows);
         double cover = static_cast<double>(s.dots) / (rows * (g_.cxPrintable * 600 / 720));
-        EXPECT_NEAR(cover, 1 - k / 7.0, 0.06) << "stripe " << k;
+        EXPECT_NEAR(cover, 1 - k / 7.0, 0.03) << "stripe " << k;
         EXPECT_LT(cover, last) << "stripe " << k;
         last = cover;
     }
