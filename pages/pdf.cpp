@@ -106,8 +106,11 @@ class GsSource : public PageSource {
         gsapi_set_arg_encoding(gs_, GS_ARG_ENCODING_UTF8);
         gsapi_add_control_path(gs_, GS_PERMIT_FILE_READING, path.c_str());
         oneBit_ = box.oneBit && box.channels == 1;
+        // One bit a pixel in the device's own format has 1 for ink, as the encoder takes it.
         unsigned format =
-            unsigned{box.channels == 3 ? DISPLAY_COLORS_RGB : DISPLAY_COLORS_GRAY} |
+            unsigned{box.channels == 3 ? DISPLAY_COLORS_RGB
+                     : oneBit_         ? DISPLAY_COLORS_NATIVE
+                                       : DISPLAY_COLORS_GRAY} |
             unsigned{oneBit_ ? DISPLAY_DEPTH_1 : DISPLAY_DEPTH_8} | unsigned{DISPLAY_ALPHA_NONE} |
             unsigned{DISPLAY_BIGENDIAN} | unsigned{DISPLAY_TOPFIRST};
         std::vector<std::string> args = {
@@ -292,10 +295,6 @@ class GsSource : public PageSource {
         if (bandY_ >= 0 && band_ && !failure_) {
             int rows = std::min(bandRows_, box_.height - bandY_);
             try {
-                // Ghostscript's gray bits are 1 for white; ink is 1 to the encoder.
-                if (oneBit_)
-                    for (size_t i = 0; i < stride * static_cast<size_t>(rows); ++i)
-                        bandBuf_[i] = static_cast<uint8_t>(~bandBuf_[i]);
                 (*band_)(bandBuf_, bandY_, rows, stride);
                 rowsDelivered_ = bandY_ + rows;
             } catch (...) {
