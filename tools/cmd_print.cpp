@@ -9,11 +9,13 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <optional>
+#include <pthread.h>
 #include <string_view>
 #include <netdb.h>
 #include <sys/stat.h>
@@ -126,7 +128,23 @@ int RunPrint(const PrintOptions &o) {
         }
         ~ClearLine() { Done(); }
     } clear{progress};
-    Sink sink(o.output, o.timeouts);
+    // The output's temporary file and its removal on a signal come as one: a signal that
+    // arrives between them waits until the file is in the list.
+    std::optional<Sink> output;
+    {
+        sigset_t ends, old;
+        sigemptyset(&ends);
+        for (int sig : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&ends, sig);
+        pthread_sigmask(SIG_BLOCK, &ends, &old);
+        try {
+            output.emplace(o.output, o.timeouts);
+        } catch (...) {
+            pthread_sigmask(SIG_SETMASK, &old, nullptr);
+            throw;
+        }
+        pthread_sigmask(SIG_SETMASK, &old, nullptr);
+    }
+    Sink &sink = *output;
     std::optional<WatermarkWatch> watermark;
     req.deviceMode = [&](DDIDEVMODE *pdm) {
         watermark.emplace(sink, DDIGetDWord(pdm, DDI_WATERMARK), windir);
