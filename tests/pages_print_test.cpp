@@ -221,8 +221,7 @@ struct Picture {
     const uint8_t *Row(int y) const { return &px[static_cast<size_t>(y) * w * channels]; }
 };
 
-void WriteRaster(const std::string &path, const Picture &p, cups_mode_t mode,
-                 const char *colours) {
+void WriteRaster(const std::string &path, const Picture &p, cups_mode_t mode, const char *colours) {
     int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
     cups_raster_t *r = cupsRasterOpen(fd, mode);
     cups_page_header2_t h;
@@ -242,7 +241,8 @@ void WriteRaster(const std::string &path, const Picture &p, cups_mode_t mode,
             if (h.cupsBitsPerPixel == 1) // black_1: 1 is ink
                 row[x / 8] |= static_cast<uint8_t>(v ? 0 : 0x80 >> (x % 8));
             else
-                for (unsigned c = 0; c < h.cupsBitsPerPixel / 8; ++c) row[x * h.cupsBitsPerPixel / 8 + c] = v;
+                for (unsigned c = 0; c < h.cupsBitsPerPixel / 8; ++c)
+                    row[x * h.cupsBitsPerPixel / 8 + c] = v;
         }
         cupsRasterWritePixels(r, row.data(), h.cupsBytesPerLine);
     }
@@ -373,8 +373,7 @@ std::string PngHeaderOnly(uint32_t w, uint32_t h) {
     };
     std::string ihdr = be(w) + be(h) + std::string("\x08\x00\x00\x00\x00", 5);
     return std::string("\x89PNG\r\n\x1a\n", 8) + chunk("IHDR", ihdr) +
-           chunk("IDAT", std::string("\x78\x9c\x03\x00\x00\x00\x00\x01", 8)) +
-           chunk("IEND", "");
+           chunk("IDAT", std::string("\x78\x9c\x03\x00\x00\x00\x00\x01", 8)) + chunk("IEND", "");
 }
 
 // What can't be printed ends the job before any output: status 1, one line naming the file
@@ -413,7 +412,10 @@ TEST_F(PagesPrint, BadDocuments) {
         {{"notes.pdf"}, 1, "notes.pdf: not a PDF", false},
         {{"absent.pdf"}, 1, "absent.pdf: No such file", false},
         {{"locked.pdf"}, 1, "locked.pdf: encrypted PDF file: give its password", true},
-        {{"locked.pdf", "--password", "guess"}, 1, "locked.pdf: encrypted PDF file: the password is wrong", true},
+        {{"locked.pdf", "--password", "guess"},
+         1,
+         "locked.pdf: encrypted PDF file: the password is wrong",
+         true},
         {{"locked.pdf", "--password", "secret"}, 0, nullptr, true},
         {{"doc.pdf", "--page-ranges", "4-"}, 1, "--page-ranges 4-: selects none", false},
         {{"header.ppm"}, 1, "header.ppm: image data cut short", false},
@@ -455,9 +457,9 @@ TEST(PageRanges, Parse) {
         {"0", {}},
         {"3-1", {}},
         {"1,,2", {}},
-        {"1-3,2", {}},  // overlapping
-        {"7,3", {}},    // descending
-        {"2-,5", {}},   // after an open end
+        {"1-3,2", {}}, // overlapping
+        {"7,3", {}},   // descending
+        {"2-,5", {}},  // after an open end
         {"-3", {}},
         {"1-3x", {}},
         {"a", {}},

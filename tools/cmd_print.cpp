@@ -165,7 +165,8 @@ Command AddPrintCommand(CLI::App &app) {
                  "or a raw TCP printer port");
     sub->footer("Each page of a document is fitted to the printable area (to its cell when "
                 "several pages share a sheet), keeping its shape, centred, and turned a quarter "
-                "when its orientation and the job's differ. With no document, each page is a test page: its number, the frame of the "
+                "when its orientation and the job's differ. With no document, each page is a test "
+                "page: its number, the frame of the "
                 "printable area, a scale in inches, and its sheet and cell. Settings not given "
                 "keep the printer description's defaults (or the --devmode file's values).");
     sub->add_option("documents", o->images,
