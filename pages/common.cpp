@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <dirent.h>
 #include <fcntl.h>
 #include <mutex>
 #include <pthread.h>
@@ -232,6 +233,17 @@ std::string ShortAlias(const std::string &path) {
     std::vector<char> old(PATH_MAX + 1);
     ssize_t n = readlink(link.c_str(), old.data(), PATH_MAX);
     if (n >= 0 && target == std::string(old.data(), static_cast<size_t>(n))) return link;
+    // Links whose folder is gone (a test's, a removed queue's) go as a new one comes.
+    if (DIR *d = opendir(PrivateDir().c_str())) {
+        while (dirent *e = readdir(d)) {
+            std::string entry = PrivateDir() + "/" + e->d_name;
+            struct stat st {};
+            if (std::strlen(e->d_name) == 8 && lstat(entry.c_str(), &st) == 0 &&
+                S_ISLNK(st.st_mode) && stat(entry.c_str(), &st) != 0 && errno == ENOENT)
+                unlink(entry.c_str());
+        }
+        closedir(d);
+    }
     // Made beside and renamed over, so a run beside this one never sees it missing.
     std::string fresh = link + ".new" + std::to_string(getpid());
     unlink(fresh.c_str());
