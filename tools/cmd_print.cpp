@@ -8,12 +8,15 @@
 #include "sink.h"
 #include "tool.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <string_view>
 #include <netdb.h>
+#include <sys/stat.h>
 #include <strings.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -35,22 +38,67 @@ struct PrintOptions : JobSettings {
     std::string printer = "colour";
     std::string output = "q417-job.prn";
     std::string jobName, windir, devmode;
+    SinkTimeouts timeouts;
     int pages = 1;
     std::vector<std::string> images;
 };
 
+// Where QMWMARK.INI is looked for: --windir, else $Q417_WINDIR, else the built-in samples; the
+// library is given a name short enough for its font paths. Returns the folder itself.
+std::string UseWindowsDirectory(const std::string &given) {
+    std::string dir = given;
+    if (dir.empty())
+        if (const char *env = getenv("Q417_WINDIR"); env && *env) dir = env;
+    if (dir.empty()) dir = EmbeddedDefaults().dir; // the sample QMWMARK.INI
+    struct stat st {};
+    if (stat(dir.c_str(), &st) != 0)
+        Fail("Windows folder %s: %s", dir.c_str(), std::strerror(errno));
+    if (!S_ISDIR(st.st_mode)) Fail("Windows folder %s: not a directory", dir.c_str());
+    if (!Q417_SetWindowsDirectory(LibraryWindowsDirectory(dir).c_str()))
+        Fail("Windows folder %s: refused by the library", dir.c_str());
+    return dir;
+}
+
+// A watermark asked for and not printed is never silent. The library downloads the
+// watermark's font (id 32766) when it prints one, and gives up quietly when it can't: the
+// stream tells which.
+class WatermarkWatch {
+  public:
+    WatermarkWatch(Sink &sink, DWORD number, std::string windir)
+        : number_(number), windir_(std::move(windir)) {
+        if (number_) sink.SetTap([this](const uint8_t *p, size_t n) { Look(p, n); });
+    }
+    void Report() const {
+        if (number_ && !seen_)
+            std::fprintf(stderr,
+                         "q417: warning: watermark %u was not printed: %s/QMWMARK.INI has no "
+                         "usable definition %u, or its font is not installed (fc-list)\n",
+                         number_, windir_.c_str(), number_);
+    }
+
+  private:
+    void Look(const uint8_t *p, size_t n) {
+        static constexpr std::string_view kFont = "\x1b*c32766D";
+        if (seen_) return;
+        std::string_view chunk(reinterpret_cast<const char *>(p), n);
+        tail_ += chunk.substr(0, std::min(n, kFont.size())); // a marker split across writes
+        seen_ = tail_.find(kFont) != std::string::npos || chunk.find(kFont) != chunk.npos;
+        tail_ = n >= kFont.size()
+                    ? std::string(chunk.substr(n - kFont.size()))
+                    : tail_.substr(tail_.size() - std::min(tail_.size(), kFont.size()));
+    }
+    DWORD number_;
+    std::string windir_;
+    std::string tail_;
+    bool seen_ = false;
+};
+
 int RunPrint(const PrintOptions &o) {
-    if (o.pages < 1 || o.pages > 10000) Fail("--pages %d: out of range (1 to 10000)", o.pages);
     std::vector<Image> images;
     for (const auto &path : o.images)
         images.push_back(LoadImage(path)); // read them all before any output
     std::string pdd = PrinterPdd(o.printer);
-    if (!o.windir.empty()) {
-        if (!Q417_SetWindowsDirectory(o.windir.c_str()))
-            Fail("--windir %s: refused by the library", o.windir.c_str());
-    } else if (!getenv("Q417_WINDIR")) {
-        Q417_SetWindowsDirectory(EmbeddedDefaults().dir.c_str()); // the sample QMWMARK.INI
-    }
+    std::string windir = UseWindowsDirectory(o.windir);
     Printer printer(pdd, o.output);
     std::vector<uint8_t> dm;
     if (o.devmode.empty()) {
@@ -78,7 +126,8 @@ int RunPrint(const PrintOptions &o) {
     DWORD orient = DDIGetDWord(pdm, DDI_PAGEORIENT);
     info.orientation = orient < 4 ? kOrient[orient] : "?";
 
-    Sink sink(o.output);
+    Sink sink(o.output, o.timeouts);
+    WatermarkWatch watermark(sink, DDIGetDWord(pdm, DDI_WATERMARK), windir);
     if (!Q417_SetOutputCallback(printer.handle(), Sink::Write, &sink))
         Fail("%s: the library refused the output", o.output.c_str());
 
@@ -96,7 +145,7 @@ int RunPrint(const PrintOptions &o) {
 
     int pages = images.empty() ? o.pages : static_cast<int>(images.size());
     {
-        Job job(printer.handle());
+        Job job(printer.handle(), &sink);
         job.Send(TAG_DEVINFO, info1.data(), info1.size(), "device record");
         job.Send(TAG_DEVMODE, dm.data(), dm.size(), "device mode");
         job.Send(TAG_JOBNAME, wname.data(), wname.size() * 2, "job name");
@@ -124,6 +173,7 @@ int RunPrint(const PrintOptions &o) {
         job.End();
     }
     sink.Finish();
+    watermark.Report();
     return 0;
 }
 
@@ -142,9 +192,15 @@ Command AddPrintCommand(CLI::App &app) {
                     "Printer description: a PDD file, or colour / mono for the built-in models")
         ->capture_default_str();
     sub->add_option("-o,--output", o->output,
-                    "Port: a file (written whole or not at all), - for standard output, or "
+                    "Port: a file (written whole or not at all; a symbolic link is followed, a "
+                    "device or FIFO is written in place), - for standard output, or "
                     "socket://HOST:PORT")
         ->capture_default_str();
+    sub->add_option_function<std::string>(
+           "--timeout", [o](const std::string &t) { o->timeouts = ParseTimeouts(t); },
+           "Limits of socket:// in seconds: SECONDS for both, or CONNECT,WRITE (default 30,300: "
+           "30 s to connect, 300 s without progress while writing); 0 waits for ever")
+        ->type_name("SECONDS|CONNECT,WRITE");
     sub->add_option("--paper", o->paper, "Paper by name or index (q417 devmode options paper)");
     sub->add_option("--source", o->source, "Paper source by name or index");
     sub->add_option("--bin", o->bin, "Output bin by name or index");
@@ -152,19 +208,26 @@ Command AddPrintCommand(CLI::App &app) {
     sub->add_option("--resolution", o->resolution, "Resolution by name or index");
     sub->add_option("--orientation", o->orientation,
                     "portrait, landscape, reverse-portrait, reverse-landscape");
-    sub->add_option("--copies", o->copies, "Number of copies (default: 1, or the device mode's)");
+    sub->add_option("--copies", o->copies,
+                    "Number of copies, 1 to 32767 (default: 1, or the device mode's)")
+        ->check(Whole([](long v) { return v >= 1 && v <= 32767; }, "1 to 32767"));
     sub->add_option("--duplex", o->duplex,
-                    "none, long or short: the device mode's duplex 1, 2 or 3, which the library "
-                    "sends as PCL duplex 0, 2 or 1");
+                    "none, long (long-edge binding: sent as ESC&l1S) or short (short-edge "
+                    "binding: ESC&l2S); in the device mode, duplex 1, 3 or 2");
     sub->add_flag("--collate", o->collate, "Collate copies");
     sub->add_option("--emulation", o->emulation,
                     "PCL5, PCL5e, PCL5C, PCL5eC or 1 to 6 (default: by the printer's colours)");
     sub->add_option("-n,--nup", o->nup,
-                    "Pages per sheet: 1, 2, 4, 6, 9 or 16 (default: 1, or the device mode's)");
-    sub->add_option("--pages", o->pages, "Number of test pages when no image is given")
-        ->capture_default_str();
+                    "Pages per sheet: 1, 2, 4, 6, 9 or 16 (default: 1, or the device mode's)")
+        ->check(
+            Whole([](long v) { return v == 1 || v == 2 || v == 4 || v == 6 || v == 9 || v == 16; },
+                  "1, 2, 4, 6, 9 or 16"));
+    sub->add_option("--pages", o->pages, "Number of test pages when no image is given, 1 to 10000")
+        ->capture_default_str()
+        ->check(Whole([](long v) { return v >= 1 && v <= 10000; }, "1 to 10000"));
     sub->add_option("--watermark", o->watermark,
-                    "Watermark number in QMWMARK.INI, from 1; 0 for none (the default)");
+                    "Watermark number in QMWMARK.INI, 1 to 65535; 0 for none (the default)")
+        ->check(Whole([](long v) { return v >= 0 && v <= 65535; }, "0 (none) to 65535"));
     sub->add_flag("--watermark-first-page", o->watermarkFirstPage,
                   "The watermark on the first page only");
     sub->add_option("--custom", o->custom,
@@ -174,6 +237,9 @@ Command AddPrintCommand(CLI::App &app) {
     sub->add_option("--windir", o->windir,
                     "Windows directory, where QMWMARK.INI is looked for (default: the "
                     "built-in samples)");
+    // Settings that need no printer are checked with the command line: a mistake there is
+    // status 2 before anything is read or written.
+    sub->final_callback([o] { CheckSettings(*o); });
     return {sub, [o] { return RunPrint(*o); }};
 }
 
