@@ -370,9 +370,7 @@ class RasterState {
         else if (key == "*bY" && v > 0)
             Skip(static_cast<size_t>(std::min(v, 1000000L)));
     }
-    void Reset() {
-        *this = RasterState(keep_);
-    }
+    void Reset() { *this = RasterState(keep_); }
     // ESC*v#W: pixel encoding mode in byte 1, bits per index in byte 2, per primary in 3-5.
     void ColourSetup(const uint8_t *b, size_t n) {
         if (n < 6) return;
@@ -766,7 +764,8 @@ class Decoder {
                                            : static_cast<long>(value);
         if (key == "*cE") charCode_ = iv;
         if (key == "*bM") compression_ = static_cast<int>(iv);
-        raster_.Command(key, iv, !valueText.empty() && (valueText[0] == '+' || valueText[0] == '-'));
+        raster_.Command(key, iv,
+                        !valueText.empty() && (valueText[0] == '+' || valueText[0] == '-'));
         if (CarriesData(key)) {
             if (iv < 0) {
                 Line(off, shown, "negative data length", false);
