@@ -387,7 +387,7 @@ class RasterState {
         size_t room = len ? len : std::max<size_t>(seed_.size(), kRowWithoutWidth);
         std::vector<uint8_t> row;
         auto put = [&](const uint8_t *p, size_t k, size_t at) {
-            if (at >= room) return;
+            if (at >= room || !k) return;
             k = std::min(k, room - at);
             if (row.size() < at + k) row.resize(at + k);
             std::memcpy(row.data() + at, p, k);
