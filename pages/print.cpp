@@ -141,6 +141,7 @@ void Print(const PrintRequest &req, Sink &sink) {
     }
     DDIDEVMODE *pdm = DM(dm);
     ApplySettings(pdm, req.settings);
+    if (req.deviceMode) req.deviceMode(pdm);
     PageGeometry g = Geometry(pdm);
     int dpi = pdm->dmYResolution; // the library prints at the vertical resolution
     if (dpi <= 0) Fail("the printer description gives no resolution");
@@ -167,6 +168,7 @@ void Print(const PrintRequest &req, Sink &sink) {
     RenderBox box;
     box.dpi = rasterDpi;
     box.channels = info.colour ? 3 : 1;
+    box.oneBit = !info.colour;
     box.width = static_cast<int>(std::max<int64_t>(1, cellW * rasterDpi / dpi));
     box.height = static_cast<int>(std::max<int64_t>(1, cellH * rasterDpi / dpi));
     if (frameW <= 0 || frameH <= 0 || box.width > 40000 || box.height > 40000)
@@ -176,6 +178,9 @@ void Print(const PrintRequest &req, Sink &sink) {
     // any output, and the job's length is known for the progress.
     std::vector<std::unique_ptr<SpoolFile>> spools;
     std::vector<OpenedDocument> docs;
+    // A job of one document renders from the source its count came from: Ghostscript starts
+    // once. With more, each is opened again in turn, as one interpreter is all there is.
+    std::unique_ptr<PageSource> only;
     for (const Document &d : req.documents) {
         OpenedDocument od;
         od.name = d.path == "-" ? "standard input" : d.path;
@@ -194,7 +199,9 @@ void Print(const PrintRequest &req, Sink &sink) {
         }
         if (n < 0) Fail("%s: %s", od.name.c_str(), strerror(errno));
         od.type = DetectType(od.name, d.type, head, static_cast<size_t>(n));
-        od.count = OpenDocument(od.path, od.name, od.type, req.password, box)->Count();
+        std::unique_ptr<PageSource> src = OpenDocument(od.path, od.name, od.type, req.password, box);
+        od.count = src->Count();
+        if (req.documents.size() == 1) only = std::move(src);
         docs.push_back(std::move(od));
     }
     // Pages printed: those of the job's pages that the ranges select.
@@ -269,7 +276,9 @@ void Print(const PrintRequest &req, Sink &sink) {
         RenderJob render = [&](const auto &band) {
             int logical = 0, printed = 0;
             for (const auto &od : docs) {
-                auto src = OpenDocument(od.path, od.name, od.type, req.password, box);
+                std::unique_ptr<PageSource> src =
+                    only ? std::move(only)
+                         : OpenDocument(od.path, od.name, od.type, req.password, box);
                 for (int i = 0; od.count < 0 || i < od.count; ++i) {
                     if (!InRanges(ranges, ++logical)) {
                         if (od.count < 0 && !ranges.empty() && ranges.back().last &&
@@ -278,9 +287,10 @@ void Print(const PrintRequest &req, Sink &sink) {
                         continue;
                     }
                     int p = printed;
-                    bool rendered = src->Render(i, [&](const uint8_t *rows, int y, int count,
-                                                       size_t stride) {
-                        band(p, rows, y, count, stride);
+                    bool oneBit = src->OneBit();
+                    bool rendered = src->Render(i, [&](std::vector<uint8_t> &rows, int y,
+                                                       int count, size_t stride) {
+                        band(p, oneBit, rows, y, count, stride);
                     });
                     if (!rendered) break;
                     ++printed;
@@ -301,7 +311,13 @@ void Print(const PrintRequest &req, Sink &sink) {
                 enc.emplace(box.width, box.height, info.colour, layout.origins[cell].first,
                             layout.origins[cell].second, dpi, rasterDpi, out);
             }
-            for (int r = 0; r < b.count; ++r) enc->Row(b.rows.data() + r * b.stride, box.channels);
+            for (int r = 0; r < b.count; ++r) {
+                const uint8_t *row = b.rows.data() + r * b.stride;
+                if (b.oneBit)
+                    enc->Bits(row);
+                else
+                    enc->Row(row, box.channels);
+            }
             if (out.size() >= 256 * 1024) {
                 job.Data(out, sink);
                 out.clear();

@@ -25,12 +25,15 @@ class Printer {
     const std::string &libraryPath() const { return library_; }
 
     // A fresh device mode with the printer's configuration attached and every selection at
-    // the description's default. Fail()s when the library can't build a configuration.
+    // the description's default. A compiled configuration that is damaged is built again from
+    // the description. Fail()s when the library can't build a configuration.
     std::vector<uint8_t> NewDevMode();
     // A device mode read back from a file: handle and configuration made good for this run.
     void Adopt(std::vector<uint8_t> &dm);
 
   private:
+    void RepairCompiled();
+
     HANDLE32 h_ = 0;
     std::string pdd_, library_;
 };

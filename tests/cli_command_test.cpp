@@ -589,6 +589,56 @@ TEST_F(CliTest, SignalsLeaveNoPartialFile) {
     }
 }
 
+// Homes and folders a spooler's user or a careful administrator has: no usable home, a long
+// or non-ASCII folder, a damaged compiled file. Each works or says exactly what is wrong.
+TEST_F(CliTest, AwkwardHomesAndFoldersWork) {
+    if (!LibraryReady()) GTEST_SKIP() << "the library's subsystems are still stand-ins";
+    const Setup noHome{{{"Q417_HOME", ""}, {"XDG_CACHE_HOME", ""}, {"HOME", "/dev/null"}}, ""};
+    Result r = Run({"print", "-o", "job.prn"}, noHome);
+    EXPECT_EQ(r.status, 0) << r.err;
+    r = Run({"print", "-o", "job.prn"}, {{{"Q417_HOME", "/dev/null/q417"}}, ""});
+    ExpectOneErrorLine(r, "Q417_HOME: /dev/null/q417: Not a directory (set it to a folder");
+
+    // A home far longer than the library's room for a font path keeps its watermark.
+    const std::string deep = (dir_ / std::string(60, 'h')).string();
+    r = Run({"print", "--watermark", "1", "-o", "-"}, {{{"Q417_HOME", deep}}, ""});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("\x1b*c32766D"), std::string::npos); // the watermark's font
+    r = Run({"print", "--watermark", "9", "-o", "job.prn"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_NE(r.err.find("q417: warning: watermark 9 was not printed"), std::string::npos) << r.err;
+
+    // Folders the library's 8-bit code page can't spell, or longer than its room.
+    const fs::path pdd = fs::path(Q417_SOURCE_DIR) / "share" / "qml2400.pdd";
+    const std::string l120(120, 'l'),
+        folders[] = {"\xe6\x97\xa5\xe6\x9c\xac", l120 + "/" + l120 + "/" + l120};
+    for (const std::string &folder : folders) {
+        fs::create_directories(dir_ / folder);
+        fs::copy_file(pdd, dir_ / folder / "q.pdd");
+        r = Run({"pdd", "compile", folder + "/q.pdd"});
+        EXPECT_EQ(r.status, 0) << r.err;
+        EXPECT_TRUE(fs::exists(dir_ / folder / "q.bdd"));
+        EXPECT_EQ(Run({"print", "-p", folder + "/q.pdd", "-o", "job.prn"}).status, 0);
+    }
+    fs::copy_file(pdd, dir_ / "\xe5\x8d\xb0.pdd");
+    r = Run({"pdd", "compile", "\xe5\x8d\xb0.pdd"});
+    ExpectOneErrorLine(r, "not written: the library spells the file's name in its 8-bit code");
+    EXPECT_EQ(Run({"print", "-p", "\xe5\x8d\xb0.pdd", "-o", "job.prn"}).status, 0);
+
+    // A compiled file damaged after it was written (600 dpi turned into 65368) is rebuilt.
+    fs::copy_file(pdd, dir_ / "d.pdd");
+    ASSERT_EQ(Run({"pdd", "compile", "d.pdd"}).status, 0);
+    std::string bdd = Slurp(dir_ / "d.bdd");
+    size_t dpi = bdd.find(std::string("\x58\x02\x00\x00\x58\x02\x00\x00", 8));
+    ASSERT_NE(dpi, std::string::npos);
+    bdd[dpi + 5] = '\xff';
+    std::ofstream(dir_ / "d.bdd", std::ios::binary) << bdd;
+    r = Run({"print", "-p", "d.pdd", "-o", "-"});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("\x1b*t600R"), std::string::npos);
+    EXPECT_EQ(Slurp(dir_ / "d.bdd").find(bdd), std::string::npos);
+}
+
 TEST_F(CliTest, PddCheckReportsKnownMistakesByLine) {
     if (!LibraryReady()) GTEST_SKIP() << "the library's subsystems are still stand-ins";
     fs::copy_file(fs::path(Q417_TEST_DATA) / "cli" / "mistakes.pdd", dir_ / "mistakes.pdd");
@@ -672,6 +722,14 @@ TEST_F(CliTest, PddShowMatchesTheSampleFile) {
     has("Media types: 4");
     has("Resolutions: 3");
     has("1*  600dpi           600 dpi                    600      600 x 600");
+
+    // Text of the description is in its code page, shown as UTF-8; control bytes escaped.
+    std::ofstream(dir_ / "cafe.pdd", std::ios::binary)
+        << "*PDD-Lindgate: 1\n*Product: \"Caf\xe9 \x1b[31m\x81\"\n"
+        << Slurp(dir_ / "qcl4100.pdd").substr(Slurp(dir_ / "qcl4100.pdd").find("*FileVersion"));
+    r = Run({"pdd", "show", "cafe.pdd"});
+    EXPECT_NE(r.out.find("model              Caf\xc3\xa9 \\x1b[31m\\x81\n"), std::string::npos)
+        << r.out.substr(0, 200);
 }
 
 TEST_F(CliTest, PddCompileWritesTheBinaryBeside) {

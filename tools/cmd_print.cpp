@@ -7,12 +7,16 @@
 #include "sink.h"
 #include "tool.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <optional>
+#include <string_view>
 #include <netdb.h>
+#include <sys/stat.h>
 #include <strings.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -41,16 +45,61 @@ struct PrintOptions : JobSettings {
     bool quiet = false;
 };
 
+// Where QMWMARK.INI is looked for: --windir, else $Q417_WINDIR, else the built-in samples; the
+// library is given a name short enough for its font paths. Returns the folder itself.
+std::string UseWindowsDirectory(const std::string &given) {
+    std::string dir = given;
+    if (dir.empty())
+        if (const char *env = getenv("Q417_WINDIR"); env && *env) dir = env;
+    if (dir.empty()) dir = EmbeddedDefaults().dir; // the sample QMWMARK.INI
+    struct stat st {};
+    if (stat(dir.c_str(), &st) != 0)
+        Fail("Windows folder %s: %s", dir.c_str(), std::strerror(errno));
+    if (!S_ISDIR(st.st_mode)) Fail("Windows folder %s: not a directory", dir.c_str());
+    if (!Q417_SetWindowsDirectory(LibraryWindowsDirectory(dir).c_str()))
+        Fail("Windows folder %s: refused by the library", dir.c_str());
+    return dir;
+}
+
+// A watermark asked for and not printed is never silent. The library downloads the
+// watermark's font (id 32766) when it prints one, and gives up quietly when it can't: the
+// stream tells which.
+class WatermarkWatch {
+  public:
+    WatermarkWatch(Sink &sink, DWORD number, std::string windir)
+        : number_(number), windir_(std::move(windir)) {
+        if (number_) sink.SetTap([this](const uint8_t *p, size_t n) { Look(p, n); });
+    }
+    void Report() const {
+        if (number_ && !seen_)
+            std::fprintf(stderr,
+                         "q417: warning: watermark %u was not printed: %s/QMWMARK.INI has no "
+                         "usable definition %u, or its font is not installed (fc-list)\n",
+                         number_, windir_.c_str(), number_);
+    }
+
+  private:
+    void Look(const uint8_t *p, size_t n) {
+        static constexpr std::string_view kFont = "\x1b*c32766D";
+        if (seen_) return;
+        std::string_view chunk(reinterpret_cast<const char *>(p), n);
+        tail_ += chunk.substr(0, std::min(n, kFont.size())); // a marker split across writes
+        seen_ = tail_.find(kFont) != std::string::npos || chunk.find(kFont) != chunk.npos;
+        tail_ = n >= kFont.size()
+                    ? std::string(chunk.substr(n - kFont.size()))
+                    : tail_.substr(tail_.size() - std::min(tail_.size(), kFont.size()));
+    }
+    DWORD number_;
+    std::string windir_;
+    std::string tail_;
+    bool seen_ = false;
+};
+
 int RunPrint(const PrintOptions &o) {
     PrintRequest req;
     req.pdd = PrinterPdd(o.printer);
     req.port = o.output;
-    if (!o.windir.empty()) {
-        if (!Q417_SetWindowsDirectory(o.windir.c_str()))
-            Fail("--windir %s: refused by the library", o.windir.c_str());
-    } else if (!getenv("Q417_WINDIR")) {
-        Q417_SetWindowsDirectory(EmbeddedDefaults().dir.c_str()); // the sample QMWMARK.INI
-    }
+    std::string windir = UseWindowsDirectory(o.windir);
     req.devmode = o.devmode;
     req.settings = o;
     req.pageRanges = o.pageRanges;
@@ -68,14 +117,23 @@ int RunPrint(const PrintOptions &o) {
                 fprintf(stderr, "\rpage %d", page);
             fflush(stderr);
         };
+    // The progress line is wiped when the job ends, or fails.
     struct ClearLine {
         bool on;
-        ~ClearLine() {
+        void Done() {
             if (on) fputs("\r\x1b[K", stderr);
+            on = false;
         }
+        ~ClearLine() { Done(); }
     } clear{progress};
     Sink sink(o.output, o.timeouts);
+    std::optional<WatermarkWatch> watermark;
+    req.deviceMode = [&](DDIDEVMODE *pdm) {
+        watermark.emplace(sink, DDIGetDWord(pdm, DDI_WATERMARK), windir);
+    };
     Print(req, sink);
+    clear.Done(); // before a warning is written
+    if (watermark) watermark->Report();
     return 0;
 }
 

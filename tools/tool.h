@@ -41,4 +41,8 @@ struct Defaults {
 };
 const Defaults &EmbeddedDefaults();
 
+// The Windows folder to give the library for `dir`: `dir` itself when its name is short and
+// plain enough for the library's buffers, else a short link to it (ShortAlias).
+std::string LibraryWindowsDirectory(const std::string &dir);
+
 } // namespace q417tool
