@@ -8,6 +8,8 @@ pkgs=(
   libfontconfig-dev libfreetype-dev libpng-dev
   fonts-dejavu-core fonts-dejavu-extra fonts-liberation2
   clang libclang-rt-14-dev
+  libcairo2-dev ghostscript time
+  libgs-dev libjpeg-dev libcups2-dev
 )
 missing=()
 for p in "${pkgs[@]}"; do
