@@ -11,8 +11,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <dirent.h>
 #include <fcntl.h>
 #include <mutex>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -98,7 +100,6 @@ void InstallCleanupHandlers() {
 
 int ArmTemporary(const std::string &path) {
     if (path.size() >= PATH_MAX) return -1;
-    InstallCleanupHandlers();
     for (int i = 0; i < kTempSlots; ++i) {
         int free = 0;
         if (!g_tempState[i].compare_exchange_strong(free, 1)) continue;
@@ -146,13 +147,22 @@ AtomicFile::AtomicFile(const std::string &path) : path_(path), target_(FollowLin
     temp_ = target_ + ".partXXXXXX";
     std::vector<char> name(temp_.begin(), temp_.end());
     name.push_back('\0');
+    // The file is made and armed for the signal handler with the signals held back, so a
+    // signal can't come between the two and leave the file behind.
+    InstallCleanupHandlers();
+    sigset_t hold, was;
+    sigemptyset(&hold);
+    for (int sig : kCleanupSignals) sigaddset(&hold, sig);
+    pthread_sigmask(SIG_BLOCK, &hold, &was);
     fd_ = mkostemp(name.data(), O_CLOEXEC);
+    int err = errno;
+    if (fd_ >= 0) slot_ = ArmTemporary(name.data());
+    pthread_sigmask(SIG_SETMASK, &was, nullptr);
     if (fd_ < 0) {
         temp_.clear();
-        Fail("%s: %s", path.c_str(), std::strerror(errno));
+        Fail("%s: %s", path.c_str(), std::strerror(err));
     }
     temp_ = name.data();
-    slot_ = ArmTemporary(temp_);
     // The file that is replaced keeps its mode and, for root, its owner; a new one gets what
     // the umask leaves of rw-rw-rw-, as any other file the user creates.
     mode_t mode = exists ? old.st_mode & 07777 : 0666 & ~CurrentUmask();
@@ -223,6 +233,17 @@ std::string ShortAlias(const std::string &path) {
     std::vector<char> old(PATH_MAX + 1);
     ssize_t n = readlink(link.c_str(), old.data(), PATH_MAX);
     if (n >= 0 && target == std::string(old.data(), static_cast<size_t>(n))) return link;
+    // Links whose folder is gone (a test's, a removed queue's) go as a new one comes.
+    if (DIR *d = opendir(PrivateDir().c_str())) {
+        while (dirent *e = readdir(d)) {
+            std::string entry = PrivateDir() + "/" + e->d_name;
+            struct stat st {};
+            if (std::strlen(e->d_name) == 8 && lstat(entry.c_str(), &st) == 0 &&
+                S_ISLNK(st.st_mode) && stat(entry.c_str(), &st) != 0 && errno == ENOENT)
+                unlink(entry.c_str());
+        }
+        closedir(d);
+    }
     // Made beside and renamed over, so a run beside this one never sees it missing.
     std::string fresh = link + ".new" + std::to_string(getpid());
     unlink(fresh.c_str());

@@ -18,11 +18,10 @@ namespace {
 
 // 8x8 Bayer matrix: dispersed dots, so a flat gray becomes a pattern that repeats every byte
 // along a row and every eight rows down, which PackBits and delta rows both shrink to little.
-constexpr uint8_t kBayer[8][8] = {
-    {0, 32, 8, 40, 2, 34, 10, 42},  {48, 16, 56, 24, 50, 18, 58, 26},
-    {12, 44, 4, 36, 14, 46, 6, 38}, {60, 28, 52, 20, 62, 30, 54, 22},
-    {3, 35, 11, 43, 1, 33, 9, 41},  {51, 19, 59, 27, 49, 17, 57, 25},
-    {15, 47, 7, 39, 13, 45, 5, 37}, {63, 31, 55, 23, 61, 29, 53, 21}};
+constexpr uint8_t kBayer[8][8] = {{0, 32, 8, 40, 2, 34, 10, 42},  {48, 16, 56, 24, 50, 18, 58, 26},
+                                  {12, 44, 4, 36, 14, 46, 6, 38}, {60, 28, 52, 20, 62, 30, 54, 22},
+                                  {3, 35, 11, 43, 1, 33, 9, 41},  {51, 19, 59, 27, 49, 17, 57, 25},
+                                  {15, 47, 7, 39, 13, 45, 5, 37}, {63, 31, 55, 23, 61, 29, 53, 21}};
 
 // Thresholds on the 0..255 scale: a gray below its threshold is inked. Level k of 64 has k of
 // the 64 cells black, from white (255, none) to black (0, all).
@@ -30,7 +29,8 @@ struct Thresholds {
     uint8_t t[8][8];
     constexpr Thresholds() : t{} {
         for (int y = 0; y < 8; ++y)
-            for (int x = 0; x < 8; ++x) t[y][x] = static_cast<uint8_t>((kBayer[y][x] * 255 + 255) / 64);
+            for (int x = 0; x < 8; ++x)
+                t[y][x] = static_cast<uint8_t>((kBayer[y][x] * 255 + 255) / 64);
     }
 };
 constexpr Thresholds kThresholds;

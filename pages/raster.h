@@ -78,7 +78,7 @@ class RasterEncoder {
     int rowIndex_ = 0;
     int pendingSkip_ = 0; // blank rows not yet moved over
     bool begun_ = false, finished_ = false;
-    int method_ = -1;       // compression method the printer is in; -1 not yet said
+    int method_ = -1; // compression method the printer is in; -1 not yet said
     int tolerance_ = kColourTolerance;
     size_t rowBytes_;
     std::vector<uint8_t> row_, seed_, m2_, m3_, gray_;

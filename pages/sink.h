@@ -31,7 +31,9 @@ class Sink {
     // Finish() (keeping the old file's mode, and its owner when run as root).
     explicit Sink(const std::string &port, SinkTimeouts timeouts = {});
     // A descriptor the caller holds (a filter's standard output, a worker's pipe); `name` is
-    // what messages call it. The descriptor is neither closed nor given a timeout.
+    // what messages call it. The descriptor is neither closed nor given a timeout. A process
+    // that writes to a pipe ignores SIGPIPE (as q417 does), so a reader that went away is a
+    // write error ("Broken pipe") rather than the end of the process.
     Sink(int fd, std::string name);
     ~Sink();
     Sink(const Sink &) = delete;
@@ -55,7 +57,7 @@ class Sink {
     void Finish();
 
   private:
-    enum class Stall { None, Connect, Write };
+    enum class Stall { None, Write };
     void Put(const uint8_t *p, size_t n);
     void Connect(const std::string &hostPort, SinkTimeouts timeouts);
     bool WaitWritable();

@@ -349,6 +349,7 @@ const char *FindHpgl(std::string_view m) {
 // only when asked for.
 class RasterState {
   public:
+    static constexpr size_t kRowWithoutWidth = 1 << 16;
     explicit RasterState(std::vector<RasterBlock> *keep) : keep_(keep) {}
 
     // A PCL command with its value; `sign` tells a relative move.
@@ -370,23 +371,31 @@ class RasterState {
         else if (key == "*bY" && v > 0)
             Skip(static_cast<size_t>(std::min(v, 1000000L)));
     }
-    void Reset() {
-        *this = RasterState(keep_);
-    }
+    void Reset() { *this = RasterState(keep_); }
     // ESC*v#W: pixel encoding mode in byte 1, bits per index in byte 2, per primary in 3-5.
     void ColourSetup(const uint8_t *b, size_t n) {
         if (n < 6) return;
-        bpp_ = b[1] == 3 ? b[3] + b[4] + b[5] : b[1] == 1 ? std::max<int>(b[2], 1) : 1;
+        bpp_ = b[1] == 3 ? b[3] + b[4] + b[5] : b[1] == 1 ? b[2] : 1;
+        bpp_ = std::clamp(bpp_, 1, 32); // beyond that no printer of the family goes
     }
     // One row of data in the current method; false when it doesn't decode.
     bool Row(const uint8_t *b, size_t n) {
         if (!inBlock_) Start(); // rows outside a block start one, as a printer does
+        // Bytes past the row's width are dropped as a printer drops them, so a hostile row
+        // can't make the decoder hold more than a row; without a width, a generous one.
         size_t len = RowBytes();
+        size_t room = len ? len : std::max<size_t>(seed_.size(), kRowWithoutWidth);
         std::vector<uint8_t> row;
+        auto put = [&](const uint8_t *p, size_t k, size_t at) {
+            if (at >= room || !k) return;
+            k = std::min(k, room - at);
+            if (row.size() < at + k) row.resize(at + k);
+            std::memcpy(row.data() + at, p, k);
+        };
         bool ok = true;
         switch (method_) {
         case 0:
-            row.assign(b, b + n);
+            put(b, n, 0);
             break;
         case 2:
             for (size_t i = 0; i < n && ok;) {
@@ -395,11 +404,14 @@ class RasterState {
                     size_t k = c + 1u;
                     ok = n - i >= k;
                     k = std::min(k, n - i);
-                    row.insert(row.end(), b + i, b + i + k);
+                    put(b + i, k, row.size());
                     i += k;
                 } else if (c > 128) {
                     ok = i < n;
-                    if (ok) row.insert(row.end(), 257u - c, b[i++]);
+                    if (!ok) break;
+                    uint8_t rep[128];
+                    std::memset(rep, b[i++], sizeof rep);
+                    put(rep, 257u - c, row.size());
                 }
             }
             break;
@@ -420,11 +432,10 @@ class RasterState {
                         if (more != 255) break;
                     }
                 if (!ok) break;
-                pos += offset;
+                pos = std::min(pos + offset, room);
                 ok = n - i >= count;
                 count = std::min(count, n - i);
-                if (row.size() < pos + count) row.resize(pos + count);
-                std::copy(b + i, b + i + count, row.begin() + static_cast<long>(pos));
+                put(b + i, count, pos);
                 i += count;
                 pos += count;
             }
@@ -434,7 +445,7 @@ class RasterState {
             ok = false; // a method these printers are not sent
         }
         if (len) {
-            row.resize(len, 0); // a short row is filled with zeros, a long one cut
+            row.resize(len, 0); // a short row is filled with zeros
         } else if (row.size() < seed_.size()) {
             row.resize(seed_.size(), 0);
         }
@@ -766,7 +777,8 @@ class Decoder {
                                            : static_cast<long>(value);
         if (key == "*cE") charCode_ = iv;
         if (key == "*bM") compression_ = static_cast<int>(iv);
-        raster_.Command(key, iv, !valueText.empty() && (valueText[0] == '+' || valueText[0] == '-'));
+        raster_.Command(key, iv,
+                        !valueText.empty() && (valueText[0] == '+' || valueText[0] == '-'));
         if (CarriesData(key)) {
             if (iv < 0) {
                 Line(off, shown, "negative data length", false);
