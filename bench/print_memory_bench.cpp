@@ -21,8 +21,8 @@ long RunPeakKb(const std::vector<std::string> &args) {
     if (pid == 0) {
         std::vector<char *> argv{const_cast<char *>(Q417_TOOL), const_cast<char *>("print")};
         for (const auto &a : args) argv.push_back(const_cast<char *>(a.c_str()));
-        for (const char *a : {"-p", "mono", "--paper", "Letter", "--resolution", "600dpi", "-q",
-                              "-o", "/dev/null"})
+        for (const char *a :
+             {"-p", "mono", "--paper", "Letter", "--resolution", "600dpi", "-q", "-o", "/dev/null"})
             argv.push_back(const_cast<char *>(a));
         argv.push_back(nullptr);
         setenv("Q417_HOME", "/tmp/q417-bench-home", 1);
@@ -50,7 +50,12 @@ void BM_PrintPdfPeak(benchmark::State &state) {
                                          pages == 1 ? "1" : "1-" + std::to_string(pages)}));
     Report(state, peak, pages);
 }
-BENCHMARK(BM_PrintPdfPeak)->Arg(1)->Arg(20)->Unit(benchmark::kMillisecond)->Iterations(2)->UseRealTime();
+BENCHMARK(BM_PrintPdfPeak)
+    ->Arg(1)
+    ->Arg(20)
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(2)
+    ->UseRealTime();
 
 // A 3000 by 2000 RGB photo-like picture (18 MB decoded), written once.
 std::string Picture() {
@@ -79,7 +84,12 @@ void BM_PrintPicturesPeak(benchmark::State &state) {
     for (auto _ : state) peak = std::max(peak, RunPeakKb(args));
     Report(state, peak, pages);
 }
-BENCHMARK(BM_PrintPicturesPeak)->Arg(1)->Arg(20)->Unit(benchmark::kMillisecond)->Iterations(2)->UseRealTime();
+BENCHMARK(BM_PrintPicturesPeak)
+    ->Arg(1)
+    ->Arg(20)
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(2)
+    ->UseRealTime();
 
 } // namespace
 

@@ -106,10 +106,13 @@ class GsSource : public PageSource {
         gsapi_set_arg_encoding(gs_, GS_ARG_ENCODING_UTF8);
         gsapi_add_control_path(gs_, GS_PERMIT_FILE_READING, path.c_str());
         oneBit_ = box.oneBit && box.channels == 1;
-        unsigned format =
-            unsigned{box.channels == 3 ? DISPLAY_COLORS_RGB : DISPLAY_COLORS_GRAY} |
-            unsigned{oneBit_ ? DISPLAY_DEPTH_1 : DISPLAY_DEPTH_8} | unsigned{DISPLAY_ALPHA_NONE} |
-            unsigned{DISPLAY_BIGENDIAN} | unsigned{DISPLAY_TOPFIRST};
+        // One bit a pixel in the device's own format has 1 for ink, as the encoder takes it.
+        unsigned format = unsigned{box.channels == 3 ? DISPLAY_COLORS_RGB
+                                   : oneBit_         ? DISPLAY_COLORS_NATIVE
+                                                     : DISPLAY_COLORS_GRAY} |
+                          unsigned{oneBit_ ? DISPLAY_DEPTH_1 : DISPLAY_DEPTH_8} |
+                          unsigned{DISPLAY_ALPHA_NONE} | unsigned{DISPLAY_BIGENDIAN} |
+                          unsigned{DISPLAY_TOPFIRST};
         std::vector<std::string> args = {
             "q417",
             "-q",
@@ -142,8 +145,7 @@ class GsSource : public PageSource {
                                       : "%s: encrypted PDF file: the password is wrong",
                      name.c_str());
             Fail("%s: damaged PDF file: %s", name.c_str(),
-                 output_.find("****") != std::string::npos ? FirstLine().c_str()
-                                                           : "no pages");
+                 output_.find("****") != std::string::npos ? FirstLine().c_str() : "no pages");
         }
     }
 
@@ -178,8 +180,9 @@ class GsSource : public PageSource {
                  " setpagedevice %s pdfshowpage_init"
                  " %.6f %.6f translate %.9f dup scale %d rotate %.6f %.6f translate"
                  " %.6f %.6f %.6f %.6f rectclip pdfshowpage_finish\n",
-                 page, oneBit_ ? kBayerHalftone : "", box_.width * 36.0 / box_.dpi, box_.height * 36.0 / box_.dpi, s,
-                 -90 * fit.quarters, -(x0 + x1) / 2, -(y0 + y1) / 2, x0, y0, x1 - x0, y1 - y0);
+                 page, oneBit_ ? kBayerHalftone : "", box_.width * 36.0 / box_.dpi,
+                 box_.height * 36.0 / box_.dpi, s, -90 * fit.quarters, -(x0 + x1) / 2,
+                 -(y0 + y1) / 2, x0, y0, x1 - x0, y1 - y0);
         band_ = &band;
         bandY_ = -1;
         pageDone_ = false;
@@ -220,8 +223,7 @@ class GsSource : public PageSource {
             if (b != std::string::npos && line.compare(b, 4, "Q417") != 0) {
                 line = line.substr(b);
                 if (line.rfind("Error: ", 0) == 0) line = line.substr(7);
-                while (!line.empty() && (line.back() == '.' || line.back() == ' '))
-                    line.pop_back();
+                while (!line.empty() && (line.back() == '.' || line.back() == ' ')) line.pop_back();
                 return line;
             }
             if (end == std::string::npos) return "unreadable";
@@ -292,10 +294,6 @@ class GsSource : public PageSource {
         if (bandY_ >= 0 && band_ && !failure_) {
             int rows = std::min(bandRows_, box_.height - bandY_);
             try {
-                // Ghostscript's gray bits are 1 for white; ink is 1 to the encoder.
-                if (oneBit_)
-                    for (size_t i = 0; i < stride * static_cast<size_t>(rows); ++i)
-                        bandBuf_[i] = static_cast<uint8_t>(~bandBuf_[i]);
                 (*band_)(bandBuf_, bandY_, rows, stride);
                 rowsDelivered_ = bandY_ + rows;
             } catch (...) {

@@ -14,8 +14,7 @@ Pipeline::Pipeline(RenderJob job, size_t maxBands) : max_(maxBands ? maxBands : 
     thread_ = std::thread([this, job = std::move(job)] {
         try {
             job([this](int page, bool oneBit, std::vector<uint8_t> &rows, int y, int count,
-                       size_t stride) { Push(page, oneBit, rows, y, count, stride);
-            });
+                       size_t stride) { Push(page, oneBit, rows, y, count, stride); });
         } catch (const Stopped &) {
         } catch (...) {
             std::lock_guard<std::mutex> l(m_);

@@ -17,7 +17,7 @@
 namespace q417::pages {
 
 struct Band {
-    int page = 0; // the job's page, from 0
+    int page = 0;        // the job's page, from 0
     bool oneBit = false; // rows of one bit a pixel, 1 ink; else 8-bit samples
     int y = 0, count = 0;
     size_t stride = 0;
@@ -45,8 +45,7 @@ class Pipeline {
 
   private:
     // Takes the band's buffer, leaving a spare one in its place.
-    void Push(int page, bool oneBit, std::vector<uint8_t> &rows, int y, int count,
-              size_t stride);
+    void Push(int page, bool oneBit, std::vector<uint8_t> &rows, int y, int count, size_t stride);
 
     std::mutex m_;
     std::condition_variable cv_;

@@ -161,7 +161,8 @@ void Print(const PrintRequest &req, Sink &sink) {
 
     // The box a logical page fills: the printable area, as its cell shows it on the sheet, in
     // raster pixels.
-    int64_t frameW = int64_t{g.cxPrintable} * dpi / 720, frameH = int64_t{g.cyPrintable} * dpi / 720;
+    int64_t frameW = int64_t{g.cxPrintable} * dpi / 720,
+            frameH = int64_t{g.cyPrintable} * dpi / 720;
     int64_t cellW = layout.n == 1 ? frameW : std::max<int64_t>(1, frameW * layout.scale / dpi);
     int64_t cellH = layout.n == 1 ? frameH : std::max<int64_t>(1, frameH * layout.scale / dpi);
     int rasterDpi = RasterResolution(dpi);
@@ -199,7 +200,8 @@ void Print(const PrintRequest &req, Sink &sink) {
         }
         if (n < 0) Fail("%s: %s", od.name.c_str(), strerror(errno));
         od.type = DetectType(od.name, d.type, head, static_cast<size_t>(n));
-        std::unique_ptr<PageSource> src = OpenDocument(od.path, od.name, od.type, req.password, box);
+        std::unique_ptr<PageSource> src =
+            OpenDocument(od.path, od.name, od.type, req.password, box);
         od.count = src->Count();
         if (req.documents.size() == 1) only = std::move(src);
         docs.push_back(std::move(od));
@@ -216,7 +218,8 @@ void Print(const PrintRequest &req, Sink &sink) {
             for (int i = 0; i < od.count; ++i) printedTotal += InRanges(ranges, ++logical);
         }
     }
-    if (printedTotal == 0) Fail("--page-ranges %s: selects none of the pages", req.pageRanges.c_str());
+    if (printedTotal == 0)
+        Fail("--page-ranges %s: selects none of the pages", req.pageRanges.c_str());
 
     if (!Q417_SetOutputCallback(printer.handle(), Sink::Write, &sink))
         Fail("the library refused the output");
@@ -288,10 +291,10 @@ void Print(const PrintRequest &req, Sink &sink) {
                     }
                     int p = printed;
                     bool oneBit = src->OneBit();
-                    bool rendered = src->Render(i, [&](std::vector<uint8_t> &rows, int y,
-                                                       int count, size_t stride) {
-                        band(p, oneBit, rows, y, count, stride);
-                    });
+                    bool rendered = src->Render(
+                        i, [&](std::vector<uint8_t> &rows, int y, int count, size_t stride) {
+                            band(p, oneBit, rows, y, count, stride);
+                        });
                     if (!rendered) break;
                     ++printed;
                 }

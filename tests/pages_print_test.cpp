@@ -45,18 +45,26 @@ struct Ink {
     long H() const { return y1 - y0; }
 };
 
-// Where a block's dots land, in the job's pixels (600 dpi here, as its raster).
+// Where a block's dots land, in the job's pixels (600 dpi here, as its raster): set bits, or
+// dark RGB pixels.
 Ink InkOf(const RasterBlock &b, long fromRow = 0, long toRow = 1L << 30) {
     Ink k;
-    for (long r = fromRow; r < static_cast<long>(b.rows.size()) && r < toRow; ++r)
-        for (size_t i = 0; i < b.rows[r].size(); ++i)
+    auto dot = [&](long x, long y) {
+        k.x0 = std::min(k.x0, x), k.x1 = std::max(k.x1, x + 1);
+        k.y0 = std::min(k.y0, y), k.y1 = std::max(k.y1, y + 1);
+        ++k.dots;
+    };
+    for (long r = fromRow; r < static_cast<long>(b.rows.size()) && r < toRow; ++r) {
+        const std::vector<uint8_t> &row = b.rows[r];
+        if (b.bitsPerPixel == 24) {
+            for (size_t i = 0; i + 2 < row.size(); i += 3)
+                if (row[i] + row[i + 1] + row[i + 2] < 3 * 128) dot(b.x + long(i / 3), b.y + r);
+            continue;
+        }
+        for (size_t i = 0; i < row.size(); ++i)
             for (int bit = 0; bit < 8; ++bit)
-                if (b.rows[r][i] & (0x80 >> bit)) {
-                    long x = b.x + static_cast<long>(i * 8 + bit), y = b.y + r;
-                    k.x0 = std::min(k.x0, x), k.x1 = std::max(k.x1, x + 1);
-                    k.y0 = std::min(k.y0, y), k.y1 = std::max(k.y1, y + 1);
-                    ++k.dots;
-                }
+                if (row[i] & (0x80 >> bit)) dot(b.x + static_cast<long>(i * 8 + bit), b.y + r);
+    }
     return k;
 }
 
@@ -65,8 +73,12 @@ class PagesPrint : public ::testing::Test {
     void SetUp() override {
         dir_ = fs::temp_directory_path() / ("q417-print-" + std::to_string(getpid()));
         fs::create_directories(dir_);
-        pdd_ = (dir_ / "qml2400.pdd").string();
-        fs::copy_file(fs::path(Q417_SOURCE_DIR) / "share" / "qml2400.pdd", pdd_,
+        UsePrinter("qml2400.pdd");
+    }
+    // A sample printer, Letter at 600 dpi; its printable area in g_.
+    void UsePrinter(const char *sample) {
+        pdd_ = (dir_ / sample).string();
+        fs::copy_file(fs::path(Q417_SOURCE_DIR) / "share" / sample, pdd_,
                       fs::copy_options::overwrite_existing);
         settings_.paper = "Letter";
         settings_.resolution = "600dpi";
@@ -159,33 +171,39 @@ TEST_F(PagesPrint, PdfOneUp) {
     EXPECT_GT(turned.y1, frameH * 3 / 4);
 }
 
+// Four up on both samples: gray rows dithered to one bit on the monochrome one, RGB rows on
+// the colour one.
 TEST_F(PagesPrint, PdfFourUp) {
-    PrintRequest req;
-    req.documents = {{MakePdf(), ""}};
-    settings_.nup = 4;
-    std::vector<RasterBlock> blocks = PrintToBlocks(req);
-    ASSERT_EQ(blocks.size(), 3u);
-    NupLayout nup = MakeNupLayout(4, 1, g_, 600);
-    double f = nup.scale / 600.0; // the library's reduction of a page into its cell
-    // Each page is rendered at the cell's size, not shrunk from a full page: the raster is as
-    // wide as the cell.
-    EXPECT_NEAR(blocks[0].width, g_.cxPrintable * 600 / 720 * f, 1);
+    for (const char *sample : {"qml2400.pdd", "qcl4100.pdd"}) {
+        UsePrinter(sample);
+        PrintRequest req;
+        req.documents = {{MakePdf(), ""}};
+        settings_.nup = 4;
+        std::vector<RasterBlock> blocks = PrintToBlocks(req);
+        ASSERT_EQ(blocks.size(), 3u) << sample;
+        EXPECT_EQ(blocks[0].bitsPerPixel, sample[2] == 'c' ? 24 : 1) << sample;
+        NupLayout nup = MakeNupLayout(4, 1, g_, 600);
+        double f = nup.scale / 600.0; // the library's reduction of a page into its cell
+        // Each page is rendered at the cell's size, not shrunk from a full page: the raster is
+        // as wide as the cell.
+        EXPECT_NEAR(blocks[0].width, g_.cxPrintable * 600 / 720 * f, 1) << sample;
 
-    Ink rect = InkOf(blocks[0]);
-    EXPECT_NEAR(rect.x0, nup.origins[0].first + 600 * f, 1);
-    EXPECT_NEAR(rect.y0, nup.origins[0].second + 600 * f, 1);
-    EXPECT_NEAR(rect.W(), 1200 * f, 1);
-    EXPECT_NEAR(rect.H(), 600 * f, 1);
+        Ink rect = InkOf(blocks[0]);
+        EXPECT_NEAR(rect.x0, nup.origins[0].first + 600 * f, 1) << sample;
+        EXPECT_NEAR(rect.y0, nup.origins[0].second + 600 * f, 1) << sample;
+        EXPECT_NEAR(rect.W(), 1200 * f, 1) << sample;
+        EXPECT_NEAR(rect.H(), 600 * f, 1) << sample;
 
-    // The ramp in the top right cell, the landscape page in the bottom left one, turned.
-    long midX = nup.origins[1].first, midY = nup.origins[2].second;
-    Ink ramp = InkOf(blocks[1]);
-    EXPECT_GE(ramp.x0, midX);
-    EXPECT_LT(ramp.y1, midY);
-    Ink turned = InkOf(blocks[2]);
-    EXPECT_LT(turned.x1, midX);
-    EXPECT_GE(turned.y0, midY);
-    EXPECT_NEAR(turned.H(), 3 * turned.W(), 3);
+        // The ramp in the top right cell, the landscape page in the bottom left one, turned.
+        long midX = nup.origins[1].first, midY = nup.origins[2].second;
+        Ink ramp = InkOf(blocks[1]);
+        EXPECT_GE(ramp.x0, midX) << sample;
+        EXPECT_LT(ramp.y1, midY) << sample;
+        Ink turned = InkOf(blocks[2]);
+        EXPECT_LT(turned.x1, midX) << sample;
+        EXPECT_GE(turned.y0, midY) << sample;
+        EXPECT_NEAR(turned.H(), 3 * turned.W(), 3) << sample;
+    }
 }
 
 // A picture of the printable area at 300 dpi, white, with a 2 by 1 inch black bar an inch
@@ -203,8 +221,7 @@ struct Picture {
     const uint8_t *Row(int y) const { return &px[static_cast<size_t>(y) * w * channels]; }
 };
 
-void WriteRaster(const std::string &path, const Picture &p, cups_mode_t mode,
-                 const char *colours) {
+void WriteRaster(const std::string &path, const Picture &p, cups_mode_t mode, const char *colours) {
     int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
     cups_raster_t *r = cupsRasterOpen(fd, mode);
     cups_page_header2_t h;
@@ -224,7 +241,8 @@ void WriteRaster(const std::string &path, const Picture &p, cups_mode_t mode,
             if (h.cupsBitsPerPixel == 1) // black_1: 1 is ink
                 row[x / 8] |= static_cast<uint8_t>(v ? 0 : 0x80 >> (x % 8));
             else
-                for (unsigned c = 0; c < h.cupsBitsPerPixel / 8; ++c) row[x * h.cupsBitsPerPixel / 8 + c] = v;
+                for (unsigned c = 0; c < h.cupsBitsPerPixel / 8; ++c)
+                    row[x * h.cupsBitsPerPixel / 8 + c] = v;
         }
         cupsRasterWritePixels(r, row.data(), h.cupsBytesPerLine);
     }
@@ -355,8 +373,7 @@ std::string PngHeaderOnly(uint32_t w, uint32_t h) {
     };
     std::string ihdr = be(w) + be(h) + std::string("\x08\x00\x00\x00\x00", 5);
     return std::string("\x89PNG\r\n\x1a\n", 8) + chunk("IHDR", ihdr) +
-           chunk("IDAT", std::string("\x78\x9c\x03\x00\x00\x00\x00\x01", 8)) +
-           chunk("IEND", "");
+           chunk("IDAT", std::string("\x78\x9c\x03\x00\x00\x00\x00\x01", 8)) + chunk("IEND", "");
 }
 
 // What can't be printed ends the job before any output: status 1, one line naming the file
@@ -395,7 +412,10 @@ TEST_F(PagesPrint, BadDocuments) {
         {{"notes.pdf"}, 1, "notes.pdf: not a PDF", false},
         {{"absent.pdf"}, 1, "absent.pdf: No such file", false},
         {{"locked.pdf"}, 1, "locked.pdf: encrypted PDF file: give its password", true},
-        {{"locked.pdf", "--password", "guess"}, 1, "locked.pdf: encrypted PDF file: the password is wrong", true},
+        {{"locked.pdf", "--password", "guess"},
+         1,
+         "locked.pdf: encrypted PDF file: the password is wrong",
+         true},
         {{"locked.pdf", "--password", "secret"}, 0, nullptr, true},
         {{"doc.pdf", "--page-ranges", "4-"}, 1, "--page-ranges 4-: selects none", false},
         {{"header.ppm"}, 1, "header.ppm: image data cut short", false},
@@ -437,9 +457,9 @@ TEST(PageRanges, Parse) {
         {"0", {}},
         {"3-1", {}},
         {"1,,2", {}},
-        {"1-3,2", {}},  // overlapping
-        {"7,3", {}},    // descending
-        {"2-,5", {}},   // after an open end
+        {"1-3,2", {}}, // overlapping
+        {"7,3", {}},   // descending
+        {"2-,5", {}},  // after an open end
         {"-3", {}},
         {"1-3x", {}},
         {"a", {}},

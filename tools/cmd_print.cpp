@@ -9,11 +9,13 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <optional>
+#include <pthread.h>
 #include <string_view>
 #include <netdb.h>
 #include <sys/stat.h>
@@ -126,7 +128,23 @@ int RunPrint(const PrintOptions &o) {
         }
         ~ClearLine() { Done(); }
     } clear{progress};
-    Sink sink(o.output, o.timeouts);
+    // The output's temporary file and its removal on a signal come as one: a signal that
+    // arrives between them waits until the file is in the list.
+    std::optional<Sink> output;
+    {
+        sigset_t ends, old;
+        sigemptyset(&ends);
+        for (int sig : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&ends, sig);
+        pthread_sigmask(SIG_BLOCK, &ends, &old);
+        try {
+            output.emplace(o.output, o.timeouts);
+        } catch (...) {
+            pthread_sigmask(SIG_SETMASK, &old, nullptr);
+            throw;
+        }
+        pthread_sigmask(SIG_SETMASK, &old, nullptr);
+    }
+    Sink &sink = *output;
     std::optional<WatermarkWatch> watermark;
     req.deviceMode = [&](DDIDEVMODE *pdm) {
         watermark.emplace(sink, DDIGetDWord(pdm, DDI_WATERMARK), windir);
@@ -147,7 +165,8 @@ Command AddPrintCommand(CLI::App &app) {
                  "or a raw TCP printer port");
     sub->footer("Each page of a document is fitted to the printable area (to its cell when "
                 "several pages share a sheet), keeping its shape, centred, and turned a quarter "
-                "when its orientation and the job's differ. With no document, each page is a test page: its number, the frame of the "
+                "when its orientation and the job's differ. With no document, each page is a test "
+                "page: its number, the frame of the "
                 "printable area, a scale in inches, and its sheet and cell. Settings not given "
                 "keep the printer description's defaults (or the --devmode file's values).");
     sub->add_option("documents", o->images,
