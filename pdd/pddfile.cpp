@@ -375,6 +375,8 @@ int PDD_FreeLists(HGLOBAL hPDD) {
 
 int PDD_Shutdown(HGLOBAL hPDD) {
     _end_lgets();
-    PDD_FreeLists(hPDD);
+    PDDDropIndexes();
+    // Nothing else frees the record and its lists: a lock that fails once is asked for again.
+    if (PDD_FreeLists(hPDD) == PDD_NO_LOCK) PDD_FreeLists(hPDD);
     return 1;
 }
