@@ -40,6 +40,23 @@ int RowNumber(HGLOBAL hTable, DWORD cchRow, int row) {
     return _wtoi(text);
 }
 
+// After a copy that failed: the blocks that were to pass to it and didn't are freed with the
+// working record, as nothing else would free them. The lock is asked for twice: the record is
+// the only way to them.
+void ReleaseUnpassedBlocks(DDIDEVMODE *pdm, const void *pCopy) {
+    Locked first(pdm->hConfig);
+    Locked again(first ? 0 : pdm->hConfig);
+    const Locked &src = first ? first : again;
+    if (!src) return;
+    auto *s = src.As<CFGINFO>();
+    for (size_t off : kPassedBlocks) {
+        HGLOBAL h = GetU32(s, off);
+        if (!h || GetU32(static_cast<const CFGINFO *>(pCopy), off) == h) continue;
+        GlobalFree(h);
+        SetU32(s, off, 0);
+    }
+}
+
 } // namespace
 
 extern "C" Q417_API BOOL GetConfig(DDIDEVMODE *pdm, void *pCfgInfo) {
@@ -55,7 +72,7 @@ extern "C" Q417_API BOOL GetConfig(DDIDEVMODE *pdm, void *pCfgInfo) {
         return 0;
     }
     if (CustDLL.OEM_GetConfig) CustDLL.OEM_GetConfig(pdm, pCfgInfo);
-    CFGCopyInfo(pdm, pCfgInfo);
+    if (!CFGCopyInfo(pdm, pCfgInfo)) ReleaseUnpassedBlocks(pdm, pCfgInfo);
     if (havePath && CustDLL.OEM_BidiGetPrinterData) CustDLL.OEM_BidiGetPrinterData(pdm, pCfgInfo);
     DDIShutdown(pdm);
     if (loaded) FreeFunctionTable();
@@ -72,7 +89,13 @@ int RetrieveDeviceInfo(DDIDEVMODE *pdm) {
     pdm->hCfgCache = hCfg;
     if (!hCfg) return 0;
     void *p = GlobalLock(hCfg);
-    if (!p) return 0;
+    if (!p) {
+        // An empty cache would stand for the printer in every later job.
+        GlobalFree(hCfg);
+        hCfg = 0;
+        pdm->hCfgCache = 0;
+        return 0;
+    }
     int ok = GetConfig(pdm, p);
     GlobalUnlock(hCfg);
     if (!ok) DiscardDeviceInfo(pdm);
@@ -81,12 +104,16 @@ int RetrieveDeviceInfo(DDIDEVMODE *pdm) {
 
 void DiscardDeviceInfo(DDIDEVMODE *pdm) {
     if (!hCfg) return;
-    if (auto *p = static_cast<CFGINFO *>(GlobalLock(hCfg))) {
+    // The tables are found only through the block, so a lock that fails once is asked for
+    // again before they are given up; the block itself goes in any case.
+    auto *p = static_cast<CFGINFO *>(GlobalLock(hCfg));
+    if (!p) p = static_cast<CFGINFO *>(GlobalLock(hCfg));
+    if (p) {
         // The copy owns its 21 tables and the three blocks that passed to it.
         FreeCfgTables(p);
         GlobalUnlock(hCfg);
-        GlobalFree(hCfg);
     }
+    GlobalFree(hCfg);
     hCfg = 0;
     if (pdm) pdm->hCfgCache = 0;
 }

@@ -142,7 +142,9 @@ HGLOBAL DDIShutdown(DDIDEVMODE *pdm) {
     HGLOBAL h = pdm->hConfig;
     if (h == 0 || h == pdm->hCfgCache) return h;
     bool freeBlock = false;
-    {
+    // The tables are found only through the block, so a lock that fails once is asked for
+    // again before they are given up.
+    for (int attempt = 0; attempt < 2 && !freeBlock; ++attempt) {
         CfgLock cfg(pdm);
         if (cfg) {
             FreeConfigTables(cfg.get());

@@ -3,8 +3,7 @@
 // cached configuration are the process's.
 //
 // The printer has a description, so that the warm-up job of each input caches a configuration
-// while no failure is armed. The job's entries then find it cached and never reach the
-// description parser, whose record is left behind, as designed, when a lock fails at its end.
+// while no failure is armed; the job's entries then find it cached.
 //
 // Input: a run of operations, each an opcode byte and its operands:
 //   0  block: u16le length, then that many bytes (tag first), to DrvSplWritePrinter

@@ -149,10 +149,14 @@ extern "C" Q417_API void DrvSplClose(void *hJob) {
         GlobalFree(hJobName);
         hJobName = 0;
     }
+    // The device mode copy is found only through the record, so a lock that fails once is
+    // asked for again before it is given up; the record and the job go in any case.
     auto *pInfo = static_cast<SPLDEVINFO *>(GlobalLock(pJob->hDevInfo));
-    if (!pInfo) return;
-    FreeLockedBlock(DevModeOf(pInfo));
-    GlobalUnlock(pJob->hDevInfo);
+    if (!pInfo) pInfo = static_cast<SPLDEVINFO *>(GlobalLock(pJob->hDevInfo));
+    if (pInfo) {
+        FreeLockedBlock(DevModeOf(pInfo));
+        GlobalUnlock(pJob->hDevInfo);
+    }
     GlobalFree(pJob->hDevInfo);
     FreeLockedBlock(pJob);
 }

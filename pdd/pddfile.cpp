@@ -137,6 +137,7 @@ void FreeEntries(T *p) {
 }
 
 void FreeAllLists(PDDINFO *pPDD) {
+    PDDDropIndexes();
     FreeEntries(pPDD->pPaperList);
     FreeEntries(pPDD->pTrayList);
     FreeEntries(pPDD->pResList);
@@ -326,6 +327,13 @@ int PDD_ParseFile(HGLOBAL hPDD, LPCWSTR pszFileName) {
     pPDD->pszFileName = pszFileName;
     pPDD->dwLineNumber = 0;
     FileScope scope(pszFileName, pPDD);
+    // The lists' name indexes serve one parse and its included files only.
+    struct DropIndexes {
+        bool bOutermost;
+        ~DropIndexes() {
+            if (bOutermost) PDDDropIndexes();
+        }
+    } dropIndexes{bOutermost};
 
     HFILE fh = static_cast<HFILE>(hFile);
     char achLine[PDD_MAXLINE + 3];
@@ -352,6 +360,7 @@ int PDD_ParseFile(HGLOBAL hPDD, LPCWSTR pszFileName) {
 }
 
 void FreeItemList(PDDITEM *pHead) {
+    PDDDropIndexes();
     FreeEntries(pHead);
 }
 
@@ -366,6 +375,8 @@ int PDD_FreeLists(HGLOBAL hPDD) {
 
 int PDD_Shutdown(HGLOBAL hPDD) {
     _end_lgets();
-    PDD_FreeLists(hPDD);
+    PDDDropIndexes();
+    // Nothing else frees the record and its lists: a lock that fails once is asked for again.
+    if (PDD_FreeLists(hPDD) == PDD_NO_LOCK) PDD_FreeLists(hPDD);
     return 1;
 }

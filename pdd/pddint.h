@@ -114,6 +114,8 @@ char *OrientString(char *pszOption);
 PDDPAPER *GetPaperEntry(PDDINFO *pPDD, char *pszOption, int *pOrient);
 PDDITEM *GetListEntry(char *pszOption, PDDITEM **ppHead, DWORD *pnCount);
 PDDRESOLUTION *GetResolutionEntry(PDDINFO *pPDD, char *pszOption);
+// Forgets the name indexes of the lists; called whenever lists are freed and when a parse ends.
+void PDDDropIndexes();
 int txtcpy(PDDTEXT *pText, const char *pszSrc);
 int txtcmp(const PDDTEXT *pText, const char *pszName);
 int trimcrlf(char *psz);

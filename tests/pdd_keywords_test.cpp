@@ -45,6 +45,11 @@ TEST(PddKeywords, LinesAndTheirEffects) {
         // No colon: the name takes the line end, is stored without it and is never found again.
         {"*PageSize Letter\n*PageSize Letter", "paper[Letter|||0x0] paper[Letter|||0x0] !PageSize "
                                                "!PageSize !PageSize !PageSize !calc(Letter)"},
+        // Two entries stored as "Letter": a later line names the first; each list has its own.
+        {"*PageSize Letter\n*PageSize Letter\n*PaperDimension Letter: \"1 2\"\n"
+         "*InputSlot Letter: 3\n*OutputBin Letter: 4\n*InputSlot Letter: 5",
+         "paper[Letter|||10x20] paper[Letter|||0x0] tray[Letter||5] bin[Letter||4] !PageSize "
+         "!PageSize !PageSize !PageSize !calc(Letter)"},
         {"*PageSize Letter:", "paper[Letter|||0x0] !PageSize !calc(Letter)"},
         {"*PageSize Letter: \"2\"", "paper[Letter||\"2\"|0x0] !calc(Letter)"},
         {"*PageSize A4.port: 26", "paper[A4.port||26|0x0] !calc(A4.port)"},

@@ -98,6 +98,31 @@ TEST_F(DrawTest, CentreAndDirection) {
     }
 }
 
+// The whole label at each direction: cosine and sine of an angle carried in double, each cut
+// towards zero to three places.
+TEST_F(DrawTest, LabelBytesAtEachDirection) {
+    const struct {
+        int angle; // tenths of a degree
+        const char *direction;
+    } rows[] = {
+        {0, "+1.000,+0.000"},     {300, "+0.866,+0.500"},   {450, "+0.707,+0.707"},
+        {900, "+0.000,+0.999"},   {1350, "-0.707,+0.707"},  {1500, "-0.866,+0.499"},
+        {-1500, "-0.866,-0.499"}, {1800, "-0.999,+0.000"},  {2100, "-0.866,-0.500"},
+        {-2100, "-0.866,+0.500"}, {2700, "+0.000,-0.999"},  {3000, "+0.500,-0.866"},
+        {3590, "+0.999,-0.017"},  {3650, "+0.996,+0.087"},
+    };
+    job.dm.wEmulation = 3;
+    for (const auto &row : rows) {
+        WM.nAngle = row.angle;
+        job.info.bOutputMode = OUTPUT_PCL;
+        EXPECT_EQ(DrawWaterMark(&job.info), 1);
+        EXPECT_EQ(Escaped(job.Take()),
+                  Escaped(std::string("\x1b%0BMC1,160PC1,255,0,0SP1FTIWPUPA2400,3150DI") +
+                          row.direction + "SBSD4,100FI32766LO5LBDRAFT\x03;LO21DI\x1b%0A"))
+            << row.angle;
+    }
+}
+
 TEST_F(DrawTest, ColourEmulationGetsPenColourAndNoPattern) {
     job.dm.wEmulation = 4;
     WM.nRed = 12, WM.nGreen = 34, WM.nBlue = 56;

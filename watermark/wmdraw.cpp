@@ -137,12 +137,15 @@ int DrawWaterMark(SPLDEVINFO *pInfo) {
                                      DWORD(WM.nBlue & 0xFF) << 16);
     WmWriteCmd(pInfo, "IWPUPA%d,%d", x, y);
 
-    // Direction: whole degrees with the sign kept; the single-precision constant is a shade
-    // above two pi, so 90 degrees gives a rise of 0.999.
+    // Direction: whole degrees with the sign kept. The constants are single-precision values
+    // (the one for two pi a shade above it, so 90 degrees gives a rise of 0.999), but the angle
+    // is carried in double, as the printer driver's floating point unit did: at 150, 210 and
+    // 300 degrees a single-precision angle would change the last digit.
     const int degrees = (WM.nAngle % 3600) / 10;
-    const float radians = static_cast<float>(degrees) / 360.0f * 6.2831855f;
-    const int run = static_cast<int>(std::cos(static_cast<double>(radians)) * 1000.0);
-    const int rise = static_cast<int>(std::sin(static_cast<double>(radians)) * 1000.0);
+    const double radians =
+        static_cast<double>(degrees) / static_cast<double>(360.0f) * static_cast<double>(6.2831855f);
+    const int run = static_cast<int>(std::cos(radians) * 1000.0);
+    const int rise = static_cast<int>(std::sin(radians) * 1000.0);
     const int aRun = std::abs(run), aRise = std::abs(rise);
     WmWriteCmd(pInfo, "DI%c%d.%03d,%c%d.%03d", run < 0 ? '-' : '+', aRun / 1000, aRun % 1000,
                rise < 0 ? '-' : '+', aRise / 1000, aRise % 1000);

@@ -2,6 +2,8 @@
 // section "Watermarks", twelve comma-separated tokens a value.
 #include "watermark/watermark.h"
 
+#include "platform/profile.h"
+
 #include <cstring>
 
 WMINFO WM;
@@ -80,8 +82,10 @@ void ReadKeyEntries(const WCHAR *pKeys, const WCHAR *pFileName, HGLOBAL hList) {
         return;
     }
 
-    // A line that doesn't parse takes no number: the lines behind it move up.
+    // A line that doesn't parse takes no number: the lines behind it move up. The array
+    // doubles when it is full, so a long file is not copied once a line.
     DWORD n = 1;
+    SIZE_T nRoom = 1;
     WCHAR value[kValueSize];
     for (const WCHAR *key = pKeys; *key; key += WLen(key) + 1) {
         GetPrivateProfileStringW(kSection, key, u"", value, kValueSize, pFileName);
@@ -92,9 +96,11 @@ void ReadKeyEntries(const WCHAR *pKeys, const WCHAR *pFileName, HGLOBAL hList) {
         pRecords[n - 1] = *pParsed;
         GlobalUnlock(pList->hRecords);
         ++n;
-        HGLOBAL hGrown = GlobalReAlloc(pList->hRecords, n * sizeof(WMINFO), GHND);
+        if (n <= nRoom) continue;
+        HGLOBAL hGrown = GlobalReAlloc(pList->hRecords, 2 * nRoom * sizeof(WMINFO), GHND);
         if (!hGrown) break; // keep what was read: the last record stands in the old block
         pList->hRecords = hGrown;
+        nRoom *= 2;
     }
     pList->nCount = n - 1;
     GlobalUnlock(hList);
@@ -112,6 +118,9 @@ HGLOBAL ReadWaterMarks() {
         return 0;
     }
 
+    // The file stays open while it is read, so one parse of it serves all the reads.
+    q417::profile::ReadBatch batch;
+
     // The key names come back as terminated strings closed by an empty one; a list that
     // doesn't fit comes back cut with nSize - 2 characters, so grow and read again.
     DWORD cchKeys = kKeyStep;
@@ -128,7 +137,9 @@ HGLOBAL ReadWaterMarks() {
         if (got != cchKeys - 2) break;
         GlobalUnlock(hKeys);
         pKeys = nullptr;
-        cchKeys += kKeyStep;
+        // At least another 2000 characters, and twice the size once that is more: a list
+        // that is long (a key line of a megabyte) takes few reads.
+        cchKeys += cchKeys > kKeyStep ? cchKeys : kKeyStep;
     }
 
     if (pKeys) {
@@ -152,7 +163,10 @@ int GetWaterMarkInfo(const DDIDEVMODE *pDevMode, WMINFO *pWMInfo) {
     if (!hList) return 0;
 
     int result = 0;
+    // The records hang from the list, so a lock that fails once is asked for again before
+    // they are given up.
     auto *pList = static_cast<WMLIST *>(GlobalLock(hList));
+    if (!pList) pList = static_cast<WMLIST *>(GlobalLock(hList));
     if (pList) {
         if (pDevMode->wWaterMark <= pList->nCount) {
             auto *pRecords = static_cast<WMINFO *>(GlobalLock(pList->hRecords));
