@@ -44,8 +44,9 @@ bool DriverCallback(pappl_system_t *system, const char *driver_name, const char 
 // PAPPL's printer creation callback: what the driver data can't say (the supplies).
 void PrinterCreated(pappl_printer_t *printer, void *data);
 
-// The document filters that hand a spooled document to a job worker.
-void AddDocumentFilters(pappl_system_t *system);
+// The document filters that hand a spooled document to a job worker, and the watch on the
+// printers' devices.
+void SetUpJobs(pappl_system_t *system);
 
 // The job worker: the hidden subcommand that prints one document through the page pipeline
 // to standard output. Returns the process's exit status.

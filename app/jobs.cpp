@@ -377,7 +377,34 @@ void SetJobCallbacks(pappl_pr_driver_data_t *data) {
     data->rendjob_cb = RasterEndJob;
 }
 
-void AddDocumentFilters(pappl_system_t *system) {
+namespace {
+
+void FirstActiveJob(pappl_job_t *job, void *data) {
+    if (papplJobGetState(job) == IPP_JSTATE_PROCESSING) *static_cast<bool *>(data) = true;
+}
+
+// PAPPL stops a printer whose device it can't open and retries on its own; the reason goes
+// to printer-state-reasons, where clients look for it, and goes again once the device opens.
+void WatchPrinter(pappl_printer_t *printer, void *) {
+    bool processing = false;
+    papplPrinterIterateActiveJobs(printer, FirstActiveJob, &processing, 1, 1);
+    bool unreachable = processing && papplPrinterGetState(printer) == IPP_PSTATE_STOPPED;
+    bool flagged = papplPrinterGetReasons(printer) & PAPPL_PREASON_OFFLINE;
+    if (unreachable && !flagged)
+        papplPrinterSetReasons(printer, PAPPL_PREASON_OFFLINE, PAPPL_PREASON_NONE);
+    else if (!unreachable && flagged && papplPrinterGetState(printer) == IPP_PSTATE_PROCESSING)
+        papplPrinterSetReasons(printer, PAPPL_PREASON_NONE, PAPPL_PREASON_OFFLINE);
+}
+
+bool WatchDevices(pappl_system_t *system, void *) {
+    papplSystemIteratePrinters(system, WatchPrinter, nullptr);
+    return true;
+}
+
+} // namespace
+
+void SetUpJobs(pappl_system_t *system) {
+    papplSystemAddTimerCallback(system, 0, 2, WatchDevices, nullptr);
     papplSystemAddMIMEFilter(system, "image/jpeg", kDriverFormat, FilterDocument, nullptr);
     papplSystemAddMIMEFilter(system, "image/png", kDriverFormat, FilterDocument, nullptr);
 }

@@ -112,7 +112,7 @@ pappl_system_t *SystemCallback(int num_options, cups_option_t *options, void *) 
 
     papplSystemSetPrinterDrivers(system, static_cast<int>(app.drivers.size()), app.drivers.data(),
                                  nullptr, PrinterCreated, DriverCallback, &app);
-    AddDocumentFilters(system);
+    SetUpJobs(system);
     papplSystemSetFooterHTML(system, "q417plg " Q417_VERSION);
     pappl_version_t version{};
     snprintf(version.name, sizeof version.name, "%s", kName);

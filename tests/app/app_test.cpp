@@ -500,10 +500,44 @@ TEST_F(AppTest, FailedJobsAbortWithAReasonAndTheNextJobPrints) {
         EXPECT_NE(end.message.find(c.message), std::string::npos) << end.message;
         office->Next(5s); // whatever reached the port before the end
 
-        int next = Submit("office", pdf3, "application/pdf", "after-" + c.name);
+        int next = Submit("office", pdf3, "application/pdf", "next");
         EXPECT_EQ(Wait("office", next).state, IPP_JSTATE_COMPLETED);
         EXPECT_NE(Decode(office->Next()).find("ESC&l"), std::string::npos);
     }
+}
+
+TEST_F(AppTest, AnUnreachablePrinterShowsOffline) {
+    std::string out;
+    ASSERT_EQ(RunProgram({Q417_APP, "add", "-o", "spool-directory=" + spool, "-d", "unplugged", "-m",
+                          "qml2400", "-v", "socket://127.0.0.1:" + std::to_string(FreePort())},
+                         &out),
+              0)
+        << out;
+    int id = Submit("unplugged", pdf3, "application/pdf", "nowhere");
+    ASSERT_GT(id, 0);
+    http_t *http = httpConnect2("127.0.0.1", port, nullptr, AF_INET, HTTP_ENCRYPTION_NEVER, 1,
+                                5000, nullptr);
+    std::string reasons;
+    for (int i = 0; i < 80 && reasons.find("offline") == std::string::npos; ++i) {
+        std::this_thread::sleep_for(100ms);
+        ipp_t *req = ippNewRequest(IPP_OP_GET_PRINTER_ATTRIBUTES);
+        ippAddString(req, IPP_TAG_OPERATION, IPP_TAG_URI, "printer-uri", nullptr,
+                     (uri + "unplugged").c_str());
+        ipp_t *resp = cupsDoRequest(http, req, "/ipp/print/unplugged");
+        char buf[256] = "";
+        ippAttributeString(ippFindAttribute(resp, "printer-state-reasons", IPP_TAG_KEYWORD), buf,
+                           sizeof buf);
+        reasons = buf;
+        ippDelete(resp);
+    }
+    EXPECT_NE(reasons.find("offline"), std::string::npos) << reasons;
+    ipp_t *req = ippNewRequest(IPP_OP_CANCEL_JOB);
+    ippAddString(req, IPP_TAG_OPERATION, IPP_TAG_URI, "printer-uri", nullptr,
+                 (uri + "unplugged").c_str());
+    ippAddInteger(req, IPP_TAG_OPERATION, IPP_TAG_INTEGER, "job-id", id);
+    ippAddString(req, IPP_TAG_OPERATION, IPP_TAG_NAME, "requesting-user-name", nullptr, "test");
+    ippDelete(cupsDoRequest(http, req, "/ipp/print/unplugged"));
+    httpClose(http);
 }
 
 TEST_F(AppTest, TwoPrintersPrintAtTheSameTime) {
