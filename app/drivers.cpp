@@ -12,6 +12,10 @@
 #include <dirent.h>
 #include <map>
 #include <sys/stat.h>
+#include <cerrno>
+#include <cstdlib>
+#include <fcntl.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace q417::app {
@@ -45,6 +49,189 @@ void Identify(pappl_printer_t *printer, pappl_identify_actions_t, const char *me
 
 } // namespace
 
+// The library keeps the first configuration it builds for the life of the process, so each
+// description is read in a process of its own, which hands the capabilities back as lines of
+// tab-separated fields (tabs, newlines and backslashes escaped).
+namespace {
+
+std::string Escape(const std::string &s) {
+    std::string out;
+    for (char c : s) {
+        if (c == '\\') out += "\\\\";
+        else if (c == '\t') out += "\\t";
+        else if (c == '\n') out += "\\n";
+        else out += c;
+    }
+    return out;
+}
+
+std::string Unescape(const std::string &s) {
+    std::string out;
+    for (size_t i = 0; i < s.size(); ++i) {
+        if (s[i] != '\\' || i + 1 == s.size()) {
+            out += s[i];
+            continue;
+        }
+        char c = s[++i];
+        out += c == 't' ? '\t' : c == 'n' ? '\n' : c;
+    }
+    return out;
+}
+
+class Record {
+  public:
+    explicit Record(const char *tag) : line_(tag) {}
+    Record &operator<<(const std::string &v) { return line_ += '\t' + Escape(v), *this; }
+    Record &operator<<(int v) { return *this << std::to_string(v); }
+    Record &operator<<(double v) {
+        char buf[40];
+        snprintf(buf, sizeof buf, "%.17g", v);
+        return *this << std::string(buf);
+    }
+    Record &operator<<(const pages::Choice &c) { return *this << c.index << c.key << c.text << c.ppd << c.ipp; }
+    std::string str() const { return line_ + '\n'; }
+
+  private:
+    std::string line_;
+};
+
+class Fields {
+  public:
+    explicit Fields(const std::string &line) {
+        size_t start = 0;
+        for (;;) {
+            size_t tab = line.find('\t', start);
+            f_.push_back(Unescape(line.substr(start, tab == std::string::npos ? tab : tab - start)));
+            if (tab == std::string::npos) break;
+            start = tab + 1;
+        }
+    }
+    const std::string &tag() const { return f_[0]; }
+    Fields &operator>>(std::string &v) { return v = Next(), *this; }
+    Fields &operator>>(int &v) { return v = atoi(Next().c_str()), *this; }
+    Fields &operator>>(bool &v) { return v = Next() == "1", *this; }
+    Fields &operator>>(double &v) { return v = strtod(Next().c_str(), nullptr), *this; }
+    Fields &operator>>(pages::Choice &c) { return *this >> c.index >> c.key >> c.text >> c.ppd >> c.ipp; }
+
+  private:
+    std::string Next() { return i_ < f_.size() ? f_[i_++] : std::string(); }
+    std::vector<std::string> f_;
+    size_t i_ = 1;
+};
+
+std::string Serialize(const pages::Capabilities &c) {
+    std::string out = (Record("model") << c.model).str();
+    for (const auto &p : c.papers)
+        out += (Record("paper") << p << p.width << p.length << p.left << p.bottom << p.right << p.top
+                                << p.pwgWidth << p.pwgLength)
+                   .str();
+    const auto &u = c.custom;
+    out += (Record("custom") << int(u.allowed) << u.index << u.key << u.minWidth << u.minLength
+                             << u.maxWidth << u.maxLength << u.defWidth << u.defLength << u.left
+                             << u.bottom << u.right << u.top << u.ippMin << u.ippMax)
+               .str();
+    for (const auto &x : c.sources) out += (Record("source") << x).str();
+    for (const auto &x : c.mediaTypes) out += (Record("type") << x).str();
+    for (const auto &x : c.bins) out += (Record("bin") << x).str();
+    for (const auto &r : c.resolutions) out += (Record("resolution") << r << r.x << r.y).str();
+    for (const auto &w : c.watermarks) out += (Record("watermark") << w << w.label << w.face).str();
+    out += (Record("defaults") << c.defaultPaper << c.defaultSource << c.defaultMediaType
+                               << c.defaultBin << c.defaultResolution << int(c.duplex)
+                               << int(c.colour) << int(c.collate))
+               .str();
+    return out;
+}
+
+pages::Capabilities Deserialize(const std::string &text) {
+    pages::Capabilities c;
+    size_t start = 0;
+    while (start < text.size()) {
+        size_t nl = text.find('\n', start);
+        if (nl == std::string::npos) nl = text.size();
+        Fields f(text.substr(start, nl - start));
+        start = nl + 1;
+        if (f.tag() == "model") {
+            f >> c.model;
+        } else if (f.tag() == "paper") {
+            pages::Paper p;
+            f >> p >> p.width >> p.length >> p.left >> p.bottom >> p.right >> p.top >> p.pwgWidth >>
+                p.pwgLength;
+            c.papers.push_back(p);
+        } else if (f.tag() == "custom") {
+            auto &u = c.custom;
+            f >> u.allowed >> u.index >> u.key >> u.minWidth >> u.minLength >> u.maxWidth >>
+                u.maxLength >> u.defWidth >> u.defLength >> u.left >> u.bottom >> u.right >> u.top >>
+                u.ippMin >> u.ippMax;
+        } else if (f.tag() == "source" || f.tag() == "type" || f.tag() == "bin") {
+            pages::Choice x;
+            f >> x;
+            (f.tag() == "source" ? c.sources : f.tag() == "type" ? c.mediaTypes : c.bins).push_back(x);
+        } else if (f.tag() == "resolution") {
+            pages::Resolution r;
+            f >> r >> r.x >> r.y;
+            c.resolutions.push_back(r);
+        } else if (f.tag() == "watermark") {
+            pages::Watermark w;
+            f >> w >> w.label >> w.face;
+            c.watermarks.push_back(w);
+        } else if (f.tag() == "defaults") {
+            f >> c.defaultPaper >> c.defaultSource >> c.defaultMediaType >> c.defaultBin >>
+                c.defaultResolution >> c.duplex >> c.colour >> c.collate;
+        }
+    }
+    return c;
+}
+
+// The capabilities of `pdd`, read by a child process; false (with the reason in `error`)
+// when the library can't use the description.
+bool DescribeApart(const std::string &pdd, const std::string &windowsDir,
+                   pages::Capabilities &caps, std::string &error) {
+    int p[2];
+    if (pipe2(p, O_CLOEXEC) != 0) return error = strerror(errno), false;
+    pid_t pid = fork();
+    if (pid < 0) {
+        close(p[0]), close(p[1]);
+        return error = strerror(errno), false;
+    }
+    if (pid == 0) {
+        close(p[0]);
+        std::string out;
+        int status = 0;
+        try {
+            pages::Printer printer(pdd, "");
+            out = Serialize(pages::Describe(printer, windowsDir));
+        } catch (const std::exception &e) {
+            out = e.what();
+            status = 1;
+        }
+        for (size_t done = 0; done < out.size();) {
+            ssize_t n = write(p[1], out.data() + done, out.size() - done);
+            if (n <= 0) break;
+            done += static_cast<size_t>(n);
+        }
+        _exit(status);
+    }
+    close(p[1]);
+    std::string text;
+    char buf[8192];
+    ssize_t n;
+    while ((n = read(p[0], buf, sizeof buf)) > 0 || (n < 0 && errno == EINTR))
+        if (n > 0) text.append(buf, static_cast<size_t>(n));
+    close(p[0]);
+    int status = 0;
+    while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+    }
+    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+        error = text.empty() ? "the library gave up on it" : text;
+        return false;
+    }
+    caps = Deserialize(text);
+    caps.pdd = pdd;
+    return true;
+}
+
+} // namespace
+
 std::vector<Description> FindDescriptions(const std::vector<std::string> &dirs) {
     std::map<std::string, Description> found;
     std::string fallbackWindows; // the first folder with QMWMARK.INI
@@ -67,17 +254,16 @@ std::vector<Description> FindDescriptions(const std::vector<std::string> &dirs) 
             if (!IsFile(desc.pdd)) continue;
             desc.driver = DriverName(n.substr(0, n.size() - 4));
             desc.windowsDir = IsFile(dir + "/QMWMARK.INI") ? dir : fallbackWindows;
-            try {
-                pages::Printer printer(desc.pdd, "");
-                desc.caps = pages::Describe(printer, desc.windowsDir);
-            } catch (const std::exception &e) {
-                fprintf(stderr, "q417-printer-app: %s: skipped: %s\n", desc.pdd.c_str(), e.what());
+            std::string error;
+            if (!DescribeApart(desc.pdd, desc.windowsDir, desc.caps, error)) {
+                fprintf(stderr, "q417-printer-app: %s: skipped: %s\n", desc.pdd.c_str(),
+                        error.c_str());
                 continue;
             }
             desc.model = desc.caps.model.empty() ? desc.driver : desc.caps.model;
-            desc.deviceId = "MFG:Quillmark;MDL:" + desc.model + ";CMD:PJL,PCL,HPGL2;";
-            if (desc.model.rfind("Quillmark ", 0) == 0)
-                desc.deviceId = "MFG:Quillmark;MDL:" + desc.model.substr(10) + ";CMD:PJL,PCL,HPGL2;";
+            std::string make = "Quillmark", model = desc.model;
+            if (model.rfind(make + " ", 0) == 0) model = model.substr(make.size() + 1);
+            desc.deviceId = "MFG:" + make + ";MDL:" + model + ";CMD:PJL,PCL,HPGL2;";
             found[desc.driver] = std::move(desc);
         }
     }

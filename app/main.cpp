@@ -81,6 +81,8 @@ pappl_system_t *SystemCallback(int num_options, cups_option_t *options, void *) 
     std::string log;
     if (const char *l = cupsGetOption("log-file", num_options, options))
         log = l;
+    else if (!app.server) // a subcommand that only asks (drivers) has nothing to log
+        log = "/dev/null";
     else if (!app.spoolDir.empty())
         log = app.spoolDir + "/" + kName + ".log";
     else
