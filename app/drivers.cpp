@@ -350,6 +350,7 @@ bool DriverCallback(pappl_system_t *, const char *driver_name, const char *, con
 
     for (const auto &s : caps.sources) {
         if (data->num_source == PAPPL_MAX_SOURCE) break;
+        if (s.ipp == "auto") continue; // PAPPL offers "auto" of its own
         data->source[data->num_source++] = s.ipp.c_str();
     }
     for (const auto &t : caps.mediaTypes) {

@@ -91,15 +91,22 @@ const char *ColorModeName(pappl_color_mode_t m) {
 // The job's attributes, as IPP names them, with the printer's defaults where the job gives
 // none: PAPPL has merged the two into `options` already, except for page-ranges, which it
 // keeps as one range only.
-std::vector<std::pair<std::string, std::string>> JobAttributes(pappl_job_t *job,
-                                                               const pappl_pr_options_t *o) {
+std::vector<std::pair<std::string, std::string>>
+JobAttributes(pappl_job_t *job, const pappl_pr_options_t *o, const pages::Capabilities &caps) {
     std::vector<std::pair<std::string, std::string>> a;
     auto add = [&](const char *name, const std::string &value) {
         if (!value.empty()) a.emplace_back(name, value);
     };
+    // PAPPL offers the source "auto" and needs a media type: where the description has no
+    // such choice, the printer's own default stands.
+    auto offered = [](const std::vector<pages::Choice> &choices, const char *ipp) {
+        for (const auto &c : choices)
+            if (c.ipp == ipp) return true;
+        return false;
+    };
     add("media", o->media.size_name);
-    add("media-source", o->media.source);
-    add("media-type", o->media.type);
+    if (offered(caps.sources, o->media.source)) add("media-source", o->media.source);
+    if (offered(caps.mediaTypes, o->media.type)) add("media-type", o->media.type);
     add("output-bin", o->output_bin);
     if (o->printer_resolution[0] > 0)
         add("printer-resolution", std::to_string(o->printer_resolution[0]) + "x" +
@@ -141,7 +148,7 @@ bool RunWorker(pappl_job_t *job, pappl_pr_options_t *options, pappl_device_t *de
     args.insert(args.end(), {app.self, "--job-worker", "--pdd", desc->pdd, "--windows-dir",
                              desc->windowsDir, "--type", type, "--file", file, "--job-name",
                              papplJobGetName(job) ? papplJobGetName(job) : ""});
-    for (const auto &[name, value] : JobAttributes(job, options)) {
+    for (const auto &[name, value] : JobAttributes(job, options, desc->caps)) {
         args.push_back("-o");
         args.push_back(name + "=" + value);
     }

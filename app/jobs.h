@@ -20,8 +20,8 @@ inline constexpr int kExitDocument = 2;
 void SetJobCallbacks(pappl_pr_driver_data_t *data);
 
 // The job's attributes with the printer's defaults, as IPP names and values, for the worker.
-std::vector<std::pair<std::string, std::string>> JobAttributes(pappl_job_t *job,
-                                                               const pappl_pr_options_t *o);
+std::vector<std::pair<std::string, std::string>>
+JobAttributes(pappl_job_t *job, const pappl_pr_options_t *o, const pages::Capabilities &caps);
 
 // Prints `file` (of MIME type `type`) in a worker and copies its stream to `device`. On
 // failure the job has its message and reasons set and false is returned.
