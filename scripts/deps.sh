@@ -8,7 +8,8 @@ pkgs=(
   libfontconfig-dev libfreetype-dev libpng-dev
   fonts-dejavu-core fonts-dejavu-extra fonts-liberation2
   clang libclang-rt-14-dev
-  libpappl-dev libcups2-dev cups-ipp-utils libcairo2-dev
+  libcairo2-dev ghostscript time
+  libpappl-dev libcups2-dev cups-ipp-utils
 )
 missing=()
 for p in "${pkgs[@]}"; do
