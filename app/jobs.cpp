@@ -291,7 +291,10 @@ namespace {
 // A document in the printer's own input format (PDF): PAPPL's "raw" print callback.
 bool PrintFile(pappl_job_t *job, pappl_pr_options_t *options, pappl_device_t *device) {
     const char *format = papplJobGetFormat(job);
-    return RunWorker(job, options, device, papplJobGetFilename(job), format ? format : "");
+    if (!RunWorker(job, options, device, papplJobGetFilename(job), format ? format : ""))
+        return false;
+    papplJobSetImpressionsCompleted(job, -1); // PAPPL counts one more; the worker counted all
+    return true;
 }
 
 // Other spooled documents (JPEG, PNG) reach the worker through a filter to that format.

@@ -434,6 +434,7 @@ TEST_F(AppTest, FourUpDuplexWatermarkedPdfArrivesAsOneSheet) {
                     "}\n"
                     "{\n"
                     " NAME \"Wait for the job\"\n"
+                    " DELAY 0,0.2\n"
                     " OPERATION Get-Job-Attributes\n"
                     " GROUP operation-attributes-tag\n"
                     " ATTR charset attributes-charset utf-8\n"
@@ -450,7 +451,7 @@ TEST_F(AppTest, FourUpDuplexWatermarkedPdfArrivesAsOneSheet) {
     std::string listing = Decode(office->Next());
     ASSERT_FALSE(listing.empty());
     fprintf(stderr, "--- first lines of the 4-up job ---\n%s\n", listing.substr(0, 1500).c_str());
-    EXPECT_EQ(listing.find("ESC%-12345X"), 8u) << "starts with the universal exit";
+    EXPECT_EQ(listing.find("ESC%-12345X"), 10u) << "starts with the universal exit";
     EXPECT_NE(listing.find("@PJL"), std::string::npos);
     EXPECT_NE(listing.find("ESC&l26A "), std::string::npos) << "A4";
     EXPECT_NE(listing.find("ESC&l1S "), std::string::npos) << "long-edge binding";
