@@ -434,7 +434,7 @@ TEST_F(AppTest, FourUpDuplexWatermarkedPdfArrivesAsOneSheet) {
                     "}\n"
                     "{\n"
                     " NAME \"Wait for the job\"\n"
-                    " DELAY 0,0.2\n"
+                    " DELAY \"0,0.2\"\n"
                     " OPERATION Get-Job-Attributes\n"
                     " GROUP operation-attributes-tag\n"
                     " ATTR charset attributes-charset utf-8\n"
