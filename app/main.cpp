@@ -4,6 +4,7 @@
 #include "app.h"
 
 #include <cerrno>
+#include <dlfcn.h>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
@@ -98,9 +99,13 @@ pappl_system_t *SystemCallback(int num_options, cups_option_t *options, void *) 
                                 PAPPL_SOPTIONS_WEB_LOG | PAPPL_SOPTIONS_WEB_SECURITY;
     // A service on the loopback interface has no one to encrypt for.
     if (loopback) soptions |= PAPPL_SOPTIONS_NO_TLS;
+    // A subcommand that only asks (drivers) spools nothing: it gets the temporary folder
+    // rather than a spool folder of its own left behind.
+    std::string spoolDir = app.spoolDir;
+    if (spoolDir.empty() && !app.server) spoolDir = getenv("TMPDIR") ? getenv("TMPDIR") : "/tmp";
     pappl_system_t *system = papplSystemCreate(
         soptions, "q417 Printer Application", port ? atoi(port) : 0, "_print,_universal",
-        app.spoolDir.empty() ? nullptr : app.spoolDir.c_str(), log.c_str(), level,
+        spoolDir.empty() ? nullptr : spoolDir.c_str(), log.c_str(), level,
         cupsGetOption("auth-service", num_options, options), false);
     if (!system) return nullptr;
 
@@ -167,6 +172,26 @@ extern "C" char *_papplMainloopGetServerPath(const char *base_name, uid_t uid, c
         snprintf(buffer, bufsize, "%s/%s%d.sock", tmp ? tmp : "/tmp", base_name,
                  static_cast<int>(uid));
     return buffer;
+}
+
+// PAPPL's subcommands start a server of their own when none answers. For a private instance
+// that would be a server of the system's kind, outside its folder: they connect to the
+// folder's socket or say that no server runs there.
+extern "C" http_t *_papplMainloopConnect(const char *base_name, bool auto_start) {
+    const std::string &dir = q417::app::TheApp().spoolDir;
+    if (dir.empty()) {
+        using Connect = http_t *(*)(const char *, bool);
+        static auto real = reinterpret_cast<Connect>(dlsym(RTLD_NEXT, "_papplMainloopConnect"));
+        return real ? real(base_name, auto_start) : nullptr;
+    }
+    char path[1024];
+    _papplMainloopGetServerPath(base_name, getuid(), path, sizeof path);
+    http_t *http = httpConnect2(path, 0, nullptr, AF_UNSPEC, HTTP_ENCRYPTION_IF_REQUESTED, 1,
+                                30000, nullptr);
+    if (!http)
+        fprintf(stderr, "%s: no server runs in %s (%s server -o spool-directory=%s starts one)\n",
+                base_name, dir.c_str(), base_name, dir.c_str());
+    return http;
 }
 
 int main(int argc, char **argv) {
