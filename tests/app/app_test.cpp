@@ -73,6 +73,10 @@ class Listener {
         streams_.clear();
     }
 
+    // The most connections open at once, over every listener, since the last Reset.
+    static inline std::atomic<int> openNow{0}, openMost{0};
+    static void Reset() { openMost = openNow.load(); }
+
   private:
     void Run() {
         std::vector<std::pair<int, std::string>> open;
@@ -82,7 +86,12 @@ class Listener {
             if (poll(fds.data(), fds.size(), 100) <= 0) continue;
             if (fds[0].revents & POLLIN) {
                 int c = accept4(fd_, nullptr, nullptr, SOCK_CLOEXEC);
-                if (c >= 0) open.emplace_back(c, std::string());
+                if (c >= 0) {
+                    open.emplace_back(c, std::string());
+                    int n = ++openNow;
+                    for (int m = openMost; n > m && !openMost.compare_exchange_weak(m, n);) {
+                    }
+                }
             }
             for (size_t i = 1; i < fds.size(); ++i) {
                 if (!fds[i].revents) continue;
@@ -94,6 +103,7 @@ class Listener {
                     continue;
                 }
                 close(c);
+                --openNow;
                 {
                     std::lock_guard lock(mutex_);
                     streams_.push_back(std::move(data));
@@ -542,6 +552,7 @@ TEST_F(AppTest, AnUnreachablePrinterShowsOffline) {
 }
 
 TEST_F(AppTest, TwoPrintersPrintAtTheSameTime) {
+    Listener::Reset();
     int a = Submit("office", pdf20, "application/pdf", "office-20");
     int b = Submit("second", pdf20, "application/pdf", "second-20");
     ASSERT_GT(a, 0);
@@ -551,6 +562,7 @@ TEST_F(AppTest, TwoPrintersPrintAtTheSameTime) {
     std::string colour = Decode(office->Next()), mono = Decode(second->Next());
     EXPECT_EQ(Count(colour, "picture frame anchor point"), 20u);
     EXPECT_EQ(Count(mono, "picture frame anchor point"), 20u);
+    EXPECT_EQ(Listener::openMost, 2) << "both printers were sent to at once";
 }
 
 } // namespace
