@@ -206,10 +206,10 @@ void MakePng(const std::string &path) {
     cairo_surface_destroy(s);
 }
 
-// One A4 page of 8-bit grey PWG raster at 300 dpi: white with a black band.
-void MakePwg(const std::string &path) {
+// One A4 page of 8-bit grey raster at 300 dpi, PWG or Apple: white with a black band.
+void MakeRaster(const std::string &path, cups_mode_t mode) {
     int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    cups_raster_t *r = cupsRasterOpen(fd, CUPS_RASTER_WRITE_PWG);
+    cups_raster_t *r = cupsRasterOpen(fd, mode);
     cups_page_header2_t h;
     cupsRasterInitPWGHeader(&h, pwgMediaForPWG("iso_a4_210x297mm"), "sgray_8", 300, 300,
                             "one-sided", "normal");
@@ -231,7 +231,7 @@ struct JobEnd {
 
 class AppTest : public ::testing::Test {
   protected:
-    static inline std::string dir, spool, uri, pdf3, pdf20, png, pwg, damaged;
+    static inline std::string dir, spool, uri, pdf3, pdf20, png, pwg, urf, damaged;
     static inline pid_t app = -1;
     static inline int port = 0;
     static inline Listener *office = nullptr, *second = nullptr;
@@ -247,11 +247,12 @@ class AppTest : public ::testing::Test {
         uri = "ipp://127.0.0.1:" + std::to_string(port) + "/ipp/print/";
 
         pdf3 = dir + "/three.pdf", pdf20 = dir + "/twenty.pdf", png = dir + "/circle.png";
-        pwg = dir + "/band.pwg", damaged = dir + "/damaged.pdf";
+        pwg = dir + "/band.pwg", urf = dir + "/band.urf", damaged = dir + "/damaged.pdf";
         MakePdf(pdf3, 3);
         MakePdf(pdf20, 20);
         MakePng(png);
-        MakePwg(pwg);
+        MakeRaster(pwg, CUPS_RASTER_WRITE_PWG);
+        MakeRaster(urf, CUPS_RASTER_WRITE_APPLE);
         // A PDF cut short in the middle of its first page's content.
         std::string whole = ReadFile(pdf3);
         WriteFile(damaged, whole.substr(0, whole.size() / 3));
@@ -478,12 +479,13 @@ TEST_F(AppTest, FourUpDuplexWatermarkedPdfArrivesAsOneSheet) {
     EXPECT_EQ(centres.size(), 3u) << "three distinct cells";
 }
 
-TEST_F(AppTest, PngAndPwgRasterArriveAsPages) {
+TEST_F(AppTest, PngAndRasterArriveAsPages) {
     struct Case {
         std::string file;
         const char *format;
     };
-    for (const Case &c : {Case{png, "image/png"}, Case{pwg, "image/pwg-raster"}}) {
+    for (const Case &c :
+         {Case{png, "image/png"}, Case{pwg, "image/pwg-raster"}, Case{urf, "image/urf"}}) {
         SCOPED_TRACE(c.format);
         int id = Submit("office", c.file, c.format, "image");
         ASSERT_GT(id, 0) << cupsLastErrorString();
