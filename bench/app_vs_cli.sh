@@ -91,7 +91,11 @@ cat >"$work/job.test" <<'EOF'
 }
 EOF
 
-rss() { awk '/^VmRSS/ {print $2}' "/proc/$1/status" 2>/dev/null || echo 0; }
+rss() { # kB; 0 for a process gone (or going)
+  local v
+  v=$(awk '/^VmRSS/ {print $2}' "/proc/$1/status" 2>/dev/null || true)
+  echo "${v:-0}"
+}
 tree_rss() { # the application and its workers
   local total
   total=$(rss "$pid")
