@@ -12,11 +12,13 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <sys/prctl.h>
 
 namespace q417::app {
 
 int WorkerMain(int argc, char **argv) {
-    signal(SIGPIPE, SIG_IGN); // a closed pipe shows as a failed write
+    signal(SIGPIPE, SIG_IGN);         // a closed pipe shows as a failed write
+    prctl(PR_SET_PDEATHSIG, SIGKILL); // and a service that is gone leaves no job running
     pages::PrintRequest request;
     pages::Document doc;
     pages::OptionList options;
