@@ -255,6 +255,7 @@ bool RunWorker(pappl_job_t *job, pappl_pr_options_t *options, pappl_device_t *de
                         papplLogJob(job, PAPPL_LOGLEVEL_INFO, "Worker: %s", line.c_str());
                     }
                 }
+                if (errText.size() > sizeof buf) errText.clear(); // a line without end
             } else if (got == 0 || errno != EINTR) {
                 errRead.Close();
             }
