@@ -120,11 +120,6 @@ pappl_system_t *SystemCallback(int num_options, cups_option_t *options, void *) 
     papplSystemSetPrinterDrivers(system, static_cast<int>(app.drivers.size()), app.drivers.data(),
                                  nullptr, PrinterCreated, DriverCallback, &app);
     SetUpJobs(system);
-    // Labels for the web page's vendor attributes.
-    static const char kStrings[] = "\"number-up\" = \"Pages per sheet\";\n"
-                                   "\"watermark\" = \"Watermark\";\n"
-                                   "\"watermark-first-page-only\" = \"Watermark on the first page only\";\n";
-    papplSystemAddStringsData(system, "/en.strings", "en", kStrings);
     papplSystemSetFooterHTML(system, "q417plg " Q417_VERSION);
     pappl_version_t version{};
     snprintf(version.name, sizeof version.name, "%s", kName);
