@@ -75,14 +75,14 @@ void RenderPicture(const Image &img, const RenderBox &box, const BandFn &band) {
     Fit fit = FitPage(img.width, img.height, 0, box.width, box.height);
     constexpr int kBand = 128;
     size_t stride = static_cast<size_t>(box.width) * box.channels;
-    std::vector<uint8_t> rows(stride * kBand);
+    std::vector<uint8_t> rows;
     // The fitted picture's extent in the box, and the picture's size as turned.
     bool odd = fit.quarters & 1;
     double tw = (odd ? img.height : img.width) * fit.scale;
     double th = (odd ? img.width : img.height) * fit.scale;
     for (int y0 = 0; y0 < box.height; y0 += kBand) {
         int count = std::min(kBand, box.height - y0);
-        std::fill(rows.begin(), rows.end(), 255);
+        rows.assign(stride * kBand, 255);
         for (int r = 0; r < count; ++r) {
             double v = (y0 + r + 0.5 - fit.y) / fit.scale;
             if (v < 0 || y0 + r + 0.5 - fit.y >= th) continue;
@@ -111,7 +111,7 @@ void RenderPicture(const Image &img, const RenderBox &box, const BandFn &band) {
                 }
             }
         }
-        band(rows.data(), y0, count, stride);
+        band(rows, y0, count, stride);
     }
 }
 

@@ -9,6 +9,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace q417::pages {
 
@@ -19,9 +20,10 @@ struct RenderBox {
     int dpi = 300;
 };
 
-// Rows [y, y + count) of the box, `stride` bytes apart. Called in order, top down, covering
-// the whole box; the rows are valid only during the call.
-using BandFn = std::function<void(const uint8_t *rows, int y, int count, size_t stride)>;
+// Rows [y, y + count) of the box, `stride` bytes apart, at the start of `rows`. Called in
+// order, top down, covering the whole box. The callee may take the buffer, leaving another
+// (of any size) in its place, so a band is handed on without a copy.
+using BandFn = std::function<void(std::vector<uint8_t> &rows, int y, int count, size_t stride)>;
 
 // How a page of `pageW` x `pageH` (any unit; its /Rotate already applied) lies in a box:
 // clockwise quarter turns of the content (0 to 3), scale (box pixels a page unit) and the

@@ -11,26 +11,40 @@ namespace q417::pages {
 
 namespace {
 
-std::string Absolute(const std::string &path) {
-    if (!path.empty() && path[0] == '/') return path;
-    char cwd[4096];
-    if (!getcwd(cwd, sizeof cwd)) Fail("current directory: %s", std::strerror(errno));
-    return std::string(cwd) + "/" + path;
-}
-
 std::string DirName(const std::string &path) {
     size_t slash = path.rfind('/');
     return slash == std::string::npos ? "." : path.substr(0, slash ? slash : 1);
 }
 
+// Room the library has for the 8-bit path of a description's compiled file.
+constexpr size_t kLibraryPathRoom = 259;
+
+bool Plain(const std::string &s) {
+    for (unsigned char c : s)
+        if (c >= 0x80) return false;
+    return true;
+}
+
 } // namespace
 
-Printer::Printer(const std::string &pdd, const std::string &port) : pdd_(Absolute(pdd)) {
+bool LibraryCanCompile(const std::string &libraryPath) {
+    return libraryPath.size() <= kLibraryPathRoom && Plain(libraryPath);
+}
+
+Printer::Printer(const std::string &pdd, const std::string &port) : pdd_(AbsolutePath(pdd)) {
     if (access(pdd_.c_str(), R_OK) != 0) Fail("%s: %s", pdd.c_str(), std::strerror(errno));
+    // The library spells paths in an 8-bit code page with a fixed room: a folder it can't
+    // spell, or a long one, is given to it by a short name (a link to the same folder), so the
+    // compiled configuration and a plug-in are still found beside the description.
     std::string dir = DirName(pdd_);
+    library_ = pdd_;
+    if (!LibraryCanCompile(pdd_)) {
+        dir = ShortAlias(dir);
+        library_ = dir + pdd_.substr(pdd_.rfind('/'));
+    }
     Q417_PRINTER p{};
     p.name = "q417";
-    p.pdd_path = pdd_.c_str();
+    p.pdd_path = library_.c_str();
     p.driver_dir = dir.c_str();
     p.port = port.c_str();
     h_ = Q417_AddPrinter(&p);
@@ -119,7 +133,8 @@ long ParseNumber(const std::string &text, const std::string &what) {
     errno = 0;
     char *end = nullptr;
     long v = std::strtol(text.c_str(), &end, 0);
-    if (text.empty() || *end || errno) Fail("%s: not a number: \"%s\"", what.c_str(), text.c_str());
+    if (text.empty() || *end || errno)
+        FailSetting("%s: not a number: \"%s\"", what.c_str(), text.c_str());
     return v;
 }
 
@@ -134,13 +149,13 @@ int ResolveOption(DDIDEVMODE *pdm, const Keyword &k, const std::string &value) {
     if (numeric) {
         long i = std::strtol(value.c_str(), nullptr, 10);
         if (i >= 0 && static_cast<size_t>(i) < options.size()) return static_cast<int>(i);
-        Fail("%s index %s out of range: the printer has %zu", k.name, value.c_str(),
-             options.size());
+        FailSetting("%s index %s out of range: the printer has %zu (0 to %zu)", k.name,
+                    value.c_str(), options.size(), options.size() ? options.size() - 1 : 0);
     }
     std::string choices;
     for (const auto &o : options) choices += (choices.empty() ? "" : ", ") + o.key;
-    Fail("unknown %s \"%s\" (the printer has: %s)", k.name, value.c_str(),
-         choices.empty() ? "none" : choices.c_str());
+    FailSetting("unknown %s \"%s\" (the printer has: %s)", k.name, value.c_str(),
+                choices.empty() ? "none" : choices.c_str());
 }
 
 const IdName kDWordIds[] = {

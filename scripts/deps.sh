@@ -9,7 +9,8 @@ pkgs=(
   fonts-dejavu-core fonts-dejavu-extra fonts-liberation2
   clang libclang-rt-14-dev
   libcairo2-dev ghostscript time
-  libpappl-dev libcups2-dev cups-ipp-utils
+  libgs-dev libjpeg-dev libcups2-dev
+  libpappl-dev cups-ipp-utils
 )
 missing=()
 for p in "${pkgs[@]}"; do

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstdlib>
 #include <random>
 #include <string>
 #include <vector>
@@ -120,6 +122,7 @@ TEST(PagesRaster, ChosenMethodRoundTripsAndNeverExceedsUnencoded) {
                 }
             std::string out;
             RasterEncoder enc(b.width, 2, colour, 0, 0, 600, 600, out);
+            enc.SetTolerance(0);
             enc.Row(b.Row(0), b.channels);
             uint64_t first = enc.Stats().dataBytes;
             enc.Row(b.Row(1), b.channels);
@@ -142,6 +145,28 @@ TEST(PagesRaster, ChosenMethodRoundTripsAndNeverExceedsUnencoded) {
             ASSERT_EQ(blocks.size(), 1u) << c.name;
             EXPECT_EQ(blocks[0].rows, want) << c.name << (colour ? ", colour" : ", mono");
         }
+}
+
+// Rows dithered already, as a renderer that halftones itself hands them over, take the same
+// coder: the bits come back as they went, blank rows moved over.
+TEST(PagesRaster, DitheredRowsRoundTrip) {
+    std::vector<Case> cases = Cases();
+    std::string out;
+    RasterEncoder enc(kBytes * 8, static_cast<int>(2 * cases.size()), false, 0, 0, 600, 600, out);
+    std::vector<Row> want;
+    for (const Case &c : cases)
+        for (const Row *r : {&c.seed, &c.row}) {
+            enc.Bits(r->data());
+            want.push_back(std::all_of(r->begin(), r->end(), [](uint8_t v) { return !v; })
+                               ? Row()
+                               : *r);
+        }
+    enc.Finish();
+    while (want.back().empty()) want.pop_back();
+    std::vector<RasterBlock> blocks = DecodeRaster(U(out), out.size());
+    ASSERT_EQ(blocks.size(), 1u);
+    EXPECT_EQ(blocks[0].rows, want);
+    EXPECT_LE(enc.Stats().dataBytes, kBytes * want.size());
 }
 
 // A picture as the printer gets it: placed, at the raster resolution, blank rows moved over,
@@ -171,6 +196,35 @@ TEST(PagesRaster, GoldenStream) {
                                "\x1b*b1y0m4W\xf0\x0f\xf0\x0e"   // skip; unencoded again
                                "\x1b*rC"                        // end
                                "\x1b*t1200R"));                 // the job's resolution again
+}
+
+// A photograph's rows, a smooth gradient with a level or two of noise: colour bytes may move
+// towards the row above by the tolerance and no further, and that shrinks the stream.
+TEST(PagesRaster, ColourToleranceKeepsItsBound) {
+    Bitmap b;
+    b.width = 300, b.height = 200, b.channels = 3;
+    std::mt19937 gen(7);
+    for (int y = 0; y < b.height; ++y)
+        for (int x = 0; x < b.width * 3; ++x)
+            b.pixels.push_back(static_cast<uint8_t>(40 + x / 6 + y / 4 + gen() % 3));
+    size_t exact = 0;
+    for (int tol : {0, RasterEncoder::kColourTolerance}) {
+        std::string out = "\x1b*v6W" + std::string("\x00\x03\x00\x08\x08\x08", 6);
+        RasterEncoder enc(b.width, b.height, true, 0, 0, 300, 300, out);
+        enc.SetTolerance(tol);
+        for (int y = 0; y < b.height; ++y) enc.Row(b.Row(y), 3);
+        enc.Finish();
+        std::vector<RasterBlock> blocks = DecodeRaster(U(out), out.size());
+        ASSERT_EQ(blocks.size(), 1u);
+        ASSERT_EQ(blocks[0].rows.size(), 200u);
+        int worst = 0;
+        for (int y = 0; y < b.height; ++y)
+            for (size_t i = 0; i < b.Stride(); ++i)
+                worst = std::max(worst, std::abs(blocks[0].rows[y][i] - b.Row(y)[i]));
+        EXPECT_EQ(worst, tol);
+        if (!tol) exact = out.size();
+        else EXPECT_LT(out.size() * 2, exact);
+    }
 }
 
 TEST(PagesRaster, ResolutionAndDither) {

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <memory>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace q417tool {
 
@@ -56,8 +57,18 @@ int RunCompile(const PddOptions &o) {
     struct stat after {};
     if (stat(bdd.c_str(), &after) != 0 ||
         (existed && after.st_mtim.tv_sec == before.st_mtim.tv_sec &&
-         after.st_mtim.tv_nsec == before.st_mtim.tv_nsec))
+         after.st_mtim.tv_nsec == before.st_mtim.tv_nsec)) {
+        // Say why, when it can be told: the description still prints, parsed each time.
+        std::string dir = bdd.find('/') == std::string::npos ? "." : bdd.substr(0, bdd.rfind('/'));
+        if (!LibraryCanCompile(printer.libraryPath()))
+            Fail("%s: not written: the library spells the file's name in its 8-bit code page "
+                 "(Windows-1252 unless set otherwise), which has no letters for it; the "
+                 "description is read from its text each time instead (rename it to compile it)",
+                 bdd.c_str());
+        if (access(dir.c_str(), W_OK) != 0)
+            Fail("%s: not written: %s: %s", bdd.c_str(), dir.c_str(), std::strerror(errno));
         Fail("%s: the library could not write the binary configuration", bdd.c_str());
+    }
     std::printf("%s: %u papers, %u paper sources, %u output bins, %u media types, "
                 "%u resolutions\n",
                 bdd.c_str(), cfg.c.nPapers, cfg.c.nTrays, cfg.c.nDests, cfg.c.nMedia,

@@ -34,6 +34,7 @@ struct PrintOptions : JobSettings {
     std::string printer = "colour";
     std::string output = "q417-job.prn";
     std::string jobName, windir, devmode;
+    SinkTimeouts timeouts;
     int pages = 1;
     std::vector<std::string> images;
     std::string pageRanges, password;
@@ -44,9 +45,12 @@ int RunPrint(const PrintOptions &o) {
     PrintRequest req;
     req.pdd = PrinterPdd(o.printer);
     req.port = o.output;
-    req.windowsDir = o.windir;
-    if (o.windir.empty() && !getenv("Q417_WINDIR"))
+    if (!o.windir.empty()) {
+        if (!Q417_SetWindowsDirectory(o.windir.c_str()))
+            Fail("--windir %s: refused by the library", o.windir.c_str());
+    } else if (!getenv("Q417_WINDIR")) {
         Q417_SetWindowsDirectory(EmbeddedDefaults().dir.c_str()); // the sample QMWMARK.INI
+    }
     req.devmode = o.devmode;
     req.settings = o;
     req.pageRanges = o.pageRanges;
@@ -70,7 +74,7 @@ int RunPrint(const PrintOptions &o) {
             if (on) fputs("\r\x1b[K", stderr);
         }
     } clear{progress};
-    Sink sink(o.output);
+    Sink sink(o.output, o.timeouts);
     Print(req, sink);
     return 0;
 }
@@ -94,9 +98,15 @@ Command AddPrintCommand(CLI::App &app) {
                     "Printer description: a PDD file, or colour / mono for the built-in models")
         ->capture_default_str();
     sub->add_option("-o,--output", o->output,
-                    "Port: a file (written whole or not at all), - for standard output, or "
+                    "Port: a file (written whole or not at all; a symbolic link is followed, a "
+                    "device or FIFO is written in place), - for standard output, or "
                     "socket://HOST:PORT")
         ->capture_default_str();
+    sub->add_option_function<std::string>(
+           "--timeout", [o](const std::string &t) { o->timeouts = ParseTimeouts(t); },
+           "Limits of socket:// in seconds: SECONDS for both, or CONNECT,WRITE (default 30,300: "
+           "30 s to connect, 300 s without progress while writing); 0 waits for ever")
+        ->type_name("SECONDS|CONNECT,WRITE");
     sub->add_option("--paper", o->paper, "Paper by name or index (q417 devmode options paper)");
     sub->add_option("--source", o->source, "Paper source by name or index");
     sub->add_option("--bin", o->bin, "Output bin by name or index");
@@ -104,19 +114,26 @@ Command AddPrintCommand(CLI::App &app) {
     sub->add_option("--resolution", o->resolution, "Resolution by name or index");
     sub->add_option("--orientation", o->orientation,
                     "portrait, landscape, reverse-portrait, reverse-landscape");
-    sub->add_option("--copies", o->copies, "Number of copies (default: 1, or the device mode's)");
+    sub->add_option("--copies", o->copies,
+                    "Number of copies, 1 to 32767 (default: 1, or the device mode's)")
+        ->check(Whole([](long v) { return v >= 1 && v <= 32767; }, "1 to 32767"));
     sub->add_option("--duplex", o->duplex,
-                    "none, long or short: the device mode's duplex 1, 2 or 3, which the library "
-                    "sends as PCL duplex 0, 2 or 1");
+                    "none, long (long-edge binding: sent as ESC&l1S) or short (short-edge "
+                    "binding: ESC&l2S); in the device mode, duplex 1, 3 or 2");
     sub->add_flag("--collate", o->collate, "Collate copies");
     sub->add_option("--emulation", o->emulation,
                     "PCL5, PCL5e, PCL5C, PCL5eC or 1 to 6 (default: by the printer's colours)");
     sub->add_option("-n,--nup", o->nup,
-                    "Pages per sheet: 1, 2, 4, 6, 9 or 16 (default: 1, or the device mode's)");
-    sub->add_option("--pages", o->pages, "Number of test pages when no image is given")
-        ->capture_default_str();
+                    "Pages per sheet: 1, 2, 4, 6, 9 or 16 (default: 1, or the device mode's)")
+        ->check(
+            Whole([](long v) { return v == 1 || v == 2 || v == 4 || v == 6 || v == 9 || v == 16; },
+                  "1, 2, 4, 6, 9 or 16"));
+    sub->add_option("--pages", o->pages, "Number of test pages when no image is given, 1 to 10000")
+        ->capture_default_str()
+        ->check(Whole([](long v) { return v >= 1 && v <= 10000; }, "1 to 10000"));
     sub->add_option("--watermark", o->watermark,
-                    "Watermark number in QMWMARK.INI, from 1; 0 for none (the default)");
+                    "Watermark number in QMWMARK.INI, 1 to 65535; 0 for none (the default)")
+        ->check(Whole([](long v) { return v >= 0 && v <= 65535; }, "0 (none) to 65535"));
     sub->add_flag("--watermark-first-page", o->watermarkFirstPage,
                   "The watermark on the first page only");
     sub->add_option("--custom", o->custom,
@@ -130,6 +147,9 @@ Command AddPrintCommand(CLI::App &app) {
     sub->add_option("--windir", o->windir,
                     "Windows directory, where QMWMARK.INI is looked for (default: the "
                     "built-in samples)");
+    // Settings that need no printer are checked with the command line: a mistake there is
+    // status 2 before anything is read or written.
+    sub->final_callback([o] { CheckSettings(*o); });
     return {sub, [o] { return RunPrint(*o); }};
 }
 

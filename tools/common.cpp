@@ -64,6 +64,19 @@ void WriteIfChanged(const std::string &path, const unsigned char *data, size_t s
 
 } // namespace
 
+CLI::Validator Whole(bool (*ok)(long), const char *accepts) {
+    return CLI::Validator(
+        [ok, accepts](std::string &value) -> std::string {
+            errno = 0;
+            char *end = nullptr;
+            long v = std::strtol(value.c_str(), &end, 10);
+            if (value.empty() || *end || errno || !ok(v))
+                return value + " is out of range: expected " + accepts;
+            return {};
+        },
+        "");
+}
+
 const Defaults &EmbeddedDefaults() {
     static Defaults d;
     if (!d.dir.empty()) return d;

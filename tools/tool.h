@@ -28,6 +28,10 @@ Command AddPrintCommand(CLI::App &app);
 Command AddPddCommand(CLI::App &app);
 Command AddDevmodeCommand(CLI::App &app);
 
+// An option's whole-number check: `ok` on the value, or "expected `accepts`". A value out of
+// range is a mistake on the command line like any other (status 2).
+CLI::Validator Whole(bool (*ok)(long), const char *accepts);
+
 // The samples under share/, compiled into the tool: written out to a directory of their own
 // on first use so that a run needs nothing installed.
 struct Defaults {
