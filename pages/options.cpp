@@ -644,7 +644,7 @@ const OptionName kOptionNames[] = {
     {Option::Orientation, nullptr, "orientation-requested"},
     {Option::PageRanges, nullptr, "page-ranges"},
     {Option::Watermark, "Watermark", "watermark"},
-    {Option::WatermarkFirstPage, "WatermarkFirstPage", "watermark-first-page-only"},
+    {Option::WatermarkFirstPage, "FirstPageWatermark", "watermark-first-page-only"},
 };
 const size_t kOptionNameCount = sizeof kOptionNames / sizeof kOptionNames[0];
 

@@ -105,7 +105,7 @@ TEST_F(Colour, MapsJobOptionsToSettings) {
         {{{"Duplex", "DuplexTumble"},
           {"ColorModel", "Gray"},
           {"copies", "3"},
-          {"WatermarkFirstPage", "True"},
+          {"FirstPageWatermark", "True"},
           {"watermark", "draft"}},
          "",
          "",
