@@ -4,18 +4,24 @@
 #include "common.h"
 
 #include <cctype>
+#include <cerrno>
+#include <csetjmp>
+#include <cstdio>
 #include <cstring>
+#include <fcntl.h>
+#include <memory>
 #include <png.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <jpeglib.h>
 
 namespace q417::pages {
 
 namespace {
 
-// No image the tool prints needs more: a sheet at 1200 dpi is under 200 megapixels.
-constexpr uint64_t kMaxPixels = 200'000'000;
-
 bool SizeOk(uint64_t w, uint64_t h) {
-    return w && h && w <= 100000 && h <= 100000 && w * h <= kMaxPixels;
+    return w && h && w <= 100000 && h <= 100000 && w * h <= kMaxImagePixels;
 }
 
 void CheckSize(uint64_t w, uint64_t h, const std::string &name) {
@@ -24,16 +30,34 @@ void CheckSize(uint64_t w, uint64_t h, const std::string &name) {
              static_cast<unsigned long long>(w), static_cast<unsigned long long>(h));
 }
 
-Image LoadPng(const std::string &path) {
+uint64_t FileSize(const std::string &path, const std::string &name) {
+    struct stat st {};
+    if (stat(path.c_str(), &st) != 0) Fail("%s: %s", name.c_str(), std::strerror(errno));
+    return static_cast<uint64_t>(st.st_size);
+}
+
+// Deflate expands a byte into at most 1032, and a PNG pixel takes one bit at least: a header
+// that claims more pixels than that is a lie that would cost memory.
+void CheckPngData(uint64_t w, uint64_t h, uint64_t fileSize, const std::string &name) {
+    if (w * h / 8 / 1032 > fileSize)
+        Fail("%s: image size %llux%llu is more than its %llu bytes can hold", name.c_str(),
+             static_cast<unsigned long long>(w), static_cast<unsigned long long>(h),
+             static_cast<unsigned long long>(fileSize));
+}
+
+Image LoadPng(const std::string &path, const std::string &name) {
     png_image img;
     std::memset(&img, 0, sizeof img);
     img.version = PNG_IMAGE_VERSION;
     if (!png_image_begin_read_from_file(&img, path.c_str()))
-        Fail("%s: not a readable PNG (%s)", path.c_str(), img.message);
+        Fail("%s: not a readable PNG (%s)", name.c_str(), img.message);
     bool colour = img.format & PNG_FORMAT_FLAG_COLOR;
     img.format = colour ? PNG_FORMAT_RGB : PNG_FORMAT_GRAY;
-    if (!SizeOk(img.width, img.height)) png_image_free(&img); // the reader's memory goes first
-    CheckSize(img.width, img.height, path);
+    uint64_t w = img.width, h = img.height;
+    if (!SizeOk(w, h) || w * h / 8 / 1032 > FileSize(path, name))
+        png_image_free(&img); // the reader's memory goes first
+    CheckSize(w, h, name);
+    CheckPngData(w, h, FileSize(path, name), name);
     Image out;
     out.width = static_cast<int>(img.width);
     out.height = static_cast<int>(img.height);
@@ -43,7 +67,7 @@ Image LoadPng(const std::string &path) {
     if (!png_image_finish_read(&img, &white, out.pixels.data(), 0, nullptr)) {
         std::string msg = img.message;
         png_image_free(&img);
-        Fail("%s: %s", path.c_str(), msg.c_str());
+        Fail("%s: %s", name.c_str(), msg.c_str());
     }
     return out;
 }
@@ -72,18 +96,44 @@ struct PnmReader {
     }
 };
 
+struct PnmHeader {
+    int kind = 0;
+    long w = 0, h = 0, maxval = 1;
+    size_t data = 0; // where the samples start
+};
+
+// The header, checked against the bytes the file holds behind it (`total`: the file's size,
+// of which `d` may be the start only).
+PnmHeader ReadPnmHeader(const std::vector<uint8_t> &d, uint64_t total, const std::string &name) {
+    if (d.size() < 2 || d[0] != 'P' || d[1] < '1' || d[1] > '6')
+        Fail("%s: not a PNG, PBM, PGM or PPM image", name.c_str());
+    PnmHeader hd;
+    hd.kind = d[1] - '0';
+    PnmReader r{d, 2, name};
+    hd.w = r.Number(), hd.h = r.Number();
+    CheckSize(static_cast<uint64_t>(hd.w), static_cast<uint64_t>(hd.h), name);
+    hd.maxval = (hd.kind == 1 || hd.kind == 4) ? 1 : r.Number();
+    if (hd.maxval < 1 || hd.maxval > 65535)
+        Fail("%s: maximum value %ld out of range", name.c_str(), hd.maxval);
+    hd.data = hd.kind <= 3 ? r.p : r.p + 1; // one whitespace byte before binary data
+    uint64_t samples = static_cast<uint64_t>(hd.w) * static_cast<uint64_t>(hd.h) *
+                       ((hd.kind == 3 || hd.kind == 6) ? 3 : 1);
+    // ASCII samples take a byte each at least; binary ones their exact size.
+    uint64_t need = hd.kind == 4   ? (static_cast<uint64_t>(hd.w) + 7) / 8 * hd.h
+                    : hd.kind >= 5 ? samples * (hd.maxval > 255 ? 2 : 1)
+                                   : samples;
+    if (total < hd.data || total - hd.data < need)
+        Fail("%s: image data cut short", name.c_str());
+    return hd;
+}
+
 } // namespace
 
 Image DecodePnm(const std::vector<uint8_t> &d, const std::string &name) {
-    if (d.size() < 2 || d[0] != 'P' || d[1] < '1' || d[1] > '6')
-        Fail("%s: not a PNG, PBM, PGM or PPM image", name.c_str());
-    int kind = d[1] - '0';
-    PnmReader r{d, 2, name};
-    long w = r.Number(), h = r.Number();
-    CheckSize(static_cast<uint64_t>(w), static_cast<uint64_t>(h), name);
-    long maxval = (kind == 1 || kind == 4) ? 1 : r.Number();
-    if (maxval < 1 || maxval > 65535)
-        Fail("%s: maximum value %ld out of range", name.c_str(), maxval);
+    PnmHeader hd = ReadPnmHeader(d, d.size(), name);
+    int kind = hd.kind;
+    long w = hd.w, h = hd.h, maxval = hd.maxval;
+    PnmReader r{d, hd.data, name};
     Image img;
     img.width = static_cast<int>(w);
     img.height = static_cast<int>(h);
@@ -110,11 +160,8 @@ Image DecodePnm(const std::vector<uint8_t> &d, const std::string &name) {
         }
         return img;
     }
-    ++r.p; // the single whitespace byte before binary data
     if (kind == 4) {
         size_t rowBytes = (static_cast<size_t>(w) + 7) / 8;
-        if (d.size() < r.p || d.size() - r.p < rowBytes * static_cast<size_t>(h))
-            Fail("%s: image data cut short", name.c_str());
         for (long y = 0; y < h; ++y)
             for (long x = 0; x < w; ++x) {
                 uint8_t byte = d[r.p + y * rowBytes + x / 8];
@@ -123,8 +170,6 @@ Image DecodePnm(const std::vector<uint8_t> &d, const std::string &name) {
         return img;
     }
     size_t bytesPerSample = maxval > 255 ? 2 : 1;
-    if (d.size() < r.p || (d.size() - r.p) / bytesPerSample < samples)
-        Fail("%s: image data cut short", name.c_str());
     for (size_t i = 0; i < samples; ++i) {
         long v = bytesPerSample == 2 ? (d[r.p + 2 * i] << 8 | d[r.p + 2 * i + 1]) : d[r.p + i];
         if (v > maxval) v = maxval;
@@ -133,11 +178,134 @@ Image DecodePnm(const std::vector<uint8_t> &d, const std::string &name) {
     return img;
 }
 
-Image LoadImage(const std::string &path) {
-    std::vector<uint8_t> data = ReadWholeFile(path);
-    static const uint8_t kPngSig[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
-    if (data.size() >= 8 && std::memcmp(data.data(), kPngSig, 8) == 0) return LoadPng(path);
-    return DecodePnm(data, path);
+namespace {
+
+const uint8_t kPngSig[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
+
+// libjpeg reports errors through a callback that must not return: it jumps back here.
+struct JpegError {
+    jpeg_error_mgr mgr;
+    jmp_buf jump;
+    char message[JMSG_LENGTH_MAX];
+};
+
+void JpegExit(j_common_ptr c) {
+    auto *e = reinterpret_cast<JpegError *>(c->err);
+    (*c->err->format_message)(c, e->message);
+    longjmp(e->jump, 1);
+}
+
+struct FileCloser {
+    void operator()(FILE *f) const { fclose(f); }
+};
+
+// Reads a JPEG's header, and with `out` its pixels. The decoder lives inside this one
+// function because of the jump.
+void ReadJpeg(const std::string &path, const std::string &name, Image *out) {
+    std::unique_ptr<FILE, FileCloser> f(fopen(path.c_str(), "rb"));
+    if (!f) Fail("%s: %s", name.c_str(), std::strerror(errno));
+    jpeg_decompress_struct cinfo;
+    JpegError err;
+    cinfo.err = jpeg_std_error(&err.mgr);
+    err.mgr.error_exit = JpegExit;
+    err.mgr.output_message = [](j_common_ptr) {}; // warnings stay quiet
+    std::string failure;
+    std::vector<uint8_t> row; // declared before the jump target, so a jump frees it
+    if (setjmp(err.jump)) {
+        failure = err.message;
+        jpeg_destroy_decompress(&cinfo);
+        Fail("%s: not a readable JPEG (%s)", name.c_str(), failure.c_str());
+    }
+    jpeg_create_decompress(&cinfo);
+    jpeg_stdio_src(&cinfo, f.get());
+    jpeg_read_header(&cinfo, TRUE);
+    uint64_t w = cinfo.image_width, h = cinfo.image_height;
+    if (!SizeOk(w, h)) {
+        jpeg_destroy_decompress(&cinfo);
+        CheckSize(w, h, name);
+    }
+    if (!out) {
+        jpeg_destroy_decompress(&cinfo);
+        return;
+    }
+    bool cmyk = cinfo.jpeg_color_space == JCS_CMYK || cinfo.jpeg_color_space == JCS_YCCK;
+    cinfo.out_color_space = cmyk ? JCS_CMYK : cinfo.num_components == 1 ? JCS_GRAYSCALE : JCS_RGB;
+    jpeg_start_decompress(&cinfo);
+    out->width = static_cast<int>(cinfo.output_width);
+    out->height = static_cast<int>(cinfo.output_height);
+    out->channels = cinfo.out_color_space == JCS_GRAYSCALE ? 1 : 3;
+    row.resize(static_cast<size_t>(cinfo.output_width) * cinfo.output_components);
+    // Rows are kept as they are decoded: what the header claims costs memory only as far as
+    // the data bears it out.
+    while (cinfo.output_scanline < cinfo.output_height) {
+        JSAMPROW rows[1] = {row.data()};
+        jpeg_read_scanlines(&cinfo, rows, 1);
+        if (!cmyk) {
+            out->pixels.insert(out->pixels.end(), row.begin(), row.end());
+            continue;
+        }
+        for (size_t x = 0; x < cinfo.output_width; ++x) {
+            // Adobe writes CMYK JPEGs inverted: 255 is no ink.
+            const uint8_t *p = &row[x * 4];
+            for (int k = 0; k < 3; ++k) out->pixels.push_back(static_cast<uint8_t>(p[k] * p[3] / 255));
+        }
+    }
+    jpeg_finish_decompress(&cinfo);
+    jpeg_destroy_decompress(&cinfo);
+}
+
+} // namespace
+
+Image LoadJpeg(const std::string &path, const std::string &name) {
+    Image img;
+    ReadJpeg(path, name, &img);
+    return img;
+}
+
+void ReadImageHeader(const std::string &path, const std::string &name, bool jpeg) {
+    if (jpeg) return ReadJpeg(path, name, nullptr);
+    int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) Fail("%s: %s", name.c_str(), std::strerror(errno));
+    std::vector<uint8_t> head(4096);
+    ssize_t n = read(fd, head.data(), head.size());
+    close(fd);
+    head.resize(n > 0 ? static_cast<size_t>(n) : 0);
+    if (head.size() >= 8 && std::memcmp(head.data(), kPngSig, 8) == 0) {
+        png_image img;
+        std::memset(&img, 0, sizeof img);
+        img.version = PNG_IMAGE_VERSION;
+        if (!png_image_begin_read_from_file(&img, path.c_str()))
+            Fail("%s: not a readable PNG (%s)", name.c_str(), img.message);
+        uint64_t w = img.width, h = img.height;
+        png_image_free(&img);
+        CheckSize(w, h, name);
+        CheckPngData(w, h, FileSize(path, name), name);
+        return;
+    }
+    ReadPnmHeader(head, FileSize(path, name), name);
+}
+
+Image LoadImage(const std::string &path, const std::string &nameGiven) {
+    const std::string &name = nameGiven.empty() ? path : nameGiven;
+    std::vector<uint8_t> head(8);
+    {
+        int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+        if (fd < 0) Fail("%s: %s", name.c_str(), std::strerror(errno));
+        ssize_t n = read(fd, head.data(), head.size());
+        close(fd);
+        head.resize(n > 0 ? static_cast<size_t>(n) : 0);
+    }
+    if (head.size() >= 8 && std::memcmp(head.data(), kPngSig, 8) == 0) return LoadPng(path, name);
+    // The header is checked against the file's size before the file is read.
+    std::vector<uint8_t> start(4096);
+    {
+        int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+        ssize_t n = fd >= 0 ? read(fd, start.data(), start.size()) : -1;
+        if (fd >= 0) close(fd);
+        start.resize(n > 0 ? static_cast<size_t>(n) : 0);
+    }
+    ReadPnmHeader(start, FileSize(path, name), name);
+    return DecodePnm(ReadWholeFile(path), name);
 }
 
 std::vector<uint8_t> DeltaRow(const uint8_t *row, const uint8_t *seed, size_t n) {

@@ -15,8 +15,17 @@ struct Image {
     std::vector<uint8_t> pixels;
 };
 
-// Reads a PNG or a PBM/PGM/PPM file (ASCII or binary); Fail()s naming the file.
-Image LoadImage(const std::string &path);
+// No picture is larger; and a file must hold data enough for the size its header gives
+// before any memory is taken for it.
+constexpr uint64_t kMaxImagePixels = 200'000'000;
+
+// Reads a PNG or a PBM/PGM/PPM file (ASCII or binary); Fail()s naming the file (`name`, or
+// the path when empty).
+Image LoadImage(const std::string &path, const std::string &name = {});
+// Reads a JPEG file (gray, RGB or CMYK) through libjpeg.
+Image LoadJpeg(const std::string &path, const std::string &name);
+// Checks a picture's header without decoding it: size in range and data enough for it.
+void ReadImageHeader(const std::string &path, const std::string &name, bool jpeg);
 // The PNM reader on bytes, for files and tests; `name` is used in messages.
 Image DecodePnm(const std::vector<uint8_t> &data, const std::string &name);
 

@@ -23,6 +23,7 @@ struct Document {
 
 struct PrintRequest {
     std::string pdd;        // the printer description
+    std::string port;       // what the settings interface reports as the port
     std::string windowsDir; // where QMWMARK.INI and fonts are looked for; empty: as set already
     std::string devmode;    // a device mode file to start from; empty: the description's defaults
     JobSettings settings;   // applied over the starting device mode
@@ -41,5 +42,13 @@ struct PrintRequest {
 // line naming the file or setting and the reason; nothing is left of a failed job's output
 // file.
 void Print(const PrintRequest &request, Sink &sink);
+
+// "1-3,7,10-" as ranges of page numbers from 1; `last` 0 is open-ended. Fail()s naming the
+// part that isn't a page, a range or ascending.
+struct PageRange {
+    int first = 1, last = 0;
+};
+std::vector<PageRange> ParsePageRanges(const std::string &text);
+bool InRanges(const std::vector<PageRange> &ranges, int page);
 
 } // namespace q417::pages

@@ -1,10 +1,12 @@
 // Test pages and images as PCL, placed in N-up cells.
 #include "render.h"
 #include "format.h"
+#include "raster.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
 
 namespace q417::pages {
@@ -15,20 +17,26 @@ int Trunc(double v) {
     return static_cast<int>(v);
 }
 
-// Where a logical pixel lands on the sheet, and how long a logical length is there.
+// Where a logical pixel lands on the sheet, and how long a logical length is there. Products
+// of page sizes and resolutions are worked in 64 bits: a large custom paper at 1200 dpi
+// overflows 32.
 struct Placement {
     const NupLayout &nup;
     int cell;
-    int X(int x) const {
-        return nup.n == 1 ? x : nup.scale * x * 10 / nup.dpi / 10 + nup.origins[cell].first;
+    int64_t X(int64_t x) const {
+        return nup.n == 1 ? x : int64_t{nup.scale} * x / nup.dpi + nup.origins[cell].first;
     }
-    int Y(int y) const {
-        return nup.n == 1 ? y : nup.scale * y * 10 / nup.dpi / 10 + nup.origins[cell].second;
+    int64_t Y(int64_t y) const {
+        return nup.n == 1 ? y : int64_t{nup.scale} * y / nup.dpi + nup.origins[cell].second;
     }
-    int L(int len) const {
+    int64_t L(int64_t len) const {
         if (nup.n == 1) return len;
-        int s = static_cast<int>(static_cast<int64_t>(nup.scale) * len / nup.dpi);
-        return s > 0 ? s : 1;
+        return std::max<int64_t>(int64_t{nup.scale} * len / nup.dpi, 1);
+    }
+    // The logical length that is at least `dots` sheet dots long once placed.
+    int64_t Dots(int64_t dots) const {
+        if (nup.n == 1 || nup.scale >= nup.dpi) return dots;
+        return (dots * nup.dpi + nup.scale - 1) / nup.scale;
     }
     double Points(double pt) const { return nup.n == 1 ? pt : pt * nup.scale / nup.dpi; }
 };
@@ -38,27 +46,52 @@ struct Placement {
 // HP-GL/2.
 constexpr char kEnterPcl[] = "\x1b%0A";
 
+// A rough width of Univers bold, enough to centre a line.
+int64_t TextWidth(const std::string &s, double pt, int dpi) {
+    return static_cast<int64_t>(s.size() * pt * 0.6 * dpi / 72.0);
+}
+
+// Draws on a logical page of W x H pixels. Everything is clamped to the page, so that what is
+// sent is an absolute position inside the cell: a negative number would be a relative move.
 class Canvas {
   public:
-    explicit Canvas(const Placement &p) : out(kEnterPcl), p_(p) {}
-    void Rect(int x, int y, int w, int h) {
-        out += Format("\x1b*p%dx%dY\x1b*c%da%db0P", p_.X(x), p_.Y(y), p_.L(w), p_.L(h));
+    Canvas(const Placement &p, int64_t w, int64_t h) : out(kEnterPcl), p_(p), w_(w), h_(h) {}
+    void Rect(int64_t x, int64_t y, int64_t w, int64_t h) {
+        x = std::clamp<int64_t>(x, 0, w_ - 1), y = std::clamp<int64_t>(y, 0, h_ - 1);
+        w = std::clamp<int64_t>(w, 1, w_ - x), h = std::clamp<int64_t>(h, 1, h_ - y);
+        out += Format("\x1b*p%lldx%lldY\x1b*c%llda%lldb0P", LL(p_.X(x)), LL(p_.Y(y)),
+                      LL(p_.L(w)), LL(p_.L(h)));
     }
-    // Text with its baseline at (x, y); Univers bold at `pt` points of the logical page.
-    void Text(int x, int y, double pt, const std::string &s) {
+    // Text with its baseline at (x, y), kept on the page; Univers bold at `pt` points of the
+    // logical page.
+    void Text(int64_t x, int64_t y, double pt, const std::string &s) {
+        int64_t width = TextWidth(s, pt, p_.nup.dpi);
+        int64_t height = static_cast<int64_t>(pt * p_.nup.dpi / 72.0 * 0.75);
+        x = std::clamp<int64_t>(x, 0, std::max<int64_t>(w_ - width, 0));
+        y = std::clamp<int64_t>(y, std::min(height, h_ - 1), h_ - 1);
         out += Format("\x1b(0N\x1b(s1p%.2fv0s3b4148T", p_.Points(pt));
-        out += Format("\x1b*p%dx%dY", p_.X(x), p_.Y(y));
+        out += Format("\x1b*p%lldx%lldY", LL(p_.X(x)), LL(p_.Y(y)));
         out += s;
+    }
+    // Text centred on x.
+    void Centred(int64_t x, int64_t y, double pt, const std::string &s) {
+        Text(x - TextWidth(s, pt, p_.nup.dpi) / 2, y, pt, s);
     }
     std::string out;
 
   private:
+    static long long LL(int64_t v) { return static_cast<long long>(v); }
     const Placement &p_;
+    int64_t w_, h_;
 };
 
-// A rough width of Univers bold, enough to centre a line.
-int TextWidth(const std::string &s, double pt, int dpi) {
-    return Trunc(s.size() * pt * 0.6 * dpi / 72.0);
+// Decipoints in the printer's pixels at `dpi`.
+int64_t Pixels(int64_t decipoints, int dpi) {
+    return decipoints * dpi / 720;
+}
+// The same, for the layout's 32-bit fields.
+int Pixels32(int64_t decipoints, int dpi) {
+    return static_cast<int>(std::clamp<int64_t>(Pixels(decipoints, dpi), INT32_MIN, INT32_MAX));
 }
 
 } // namespace
@@ -68,8 +101,8 @@ NupLayout MakeNupLayout(int n, int orientation, const PageGeometry &g, int dpi) 
     l.dpi = dpi;
     l.scale = dpi;
     l.origins.assign(1, {0, 0});
-    l.cxSubPage = g.cxPrintable * dpi / 720;
-    l.cySubPage = g.cyPrintable * dpi / 720;
+    l.cxSubPage = Pixels32(g.cxPrintable, dpi);
+    l.cySubPage = Pixels32(g.cyPrintable, dpi);
     float imageScale = 0.95f;
     switch (n) {
     case 2:
@@ -121,53 +154,59 @@ NupLayout MakeNupLayout(int n, int orientation, const PageGeometry &g, int dpi) 
             dy = (oldH - imgH) / 2;
         }
     }
-    l.cxSubPage = dpi * Trunc(imgW + 0.5) / 720;
-    l.cySubPage = dpi * Trunc(imgH + 0.5) / 720;
+    l.cxSubPage = Pixels32(Trunc(imgW + 0.5), dpi);
+    l.cySubPage = Pixels32(Trunc(imgH + 0.5), dpi);
     l.origins.clear();
     for (int r = 0; r < l.rows; ++r)
         for (int c = 0; c < l.columns; ++c)
-            l.origins.emplace_back(Trunc(c * cellW + offX + dx + 0.5) * dpi / 720,
-                                   Trunc(r * cellH + offY + dy + 0.5) * dpi / 720);
+            l.origins.emplace_back(Pixels32(Trunc(c * cellW + offX + dx + 0.5), dpi),
+                                   Pixels32(Trunc(r * cellH + offY + dy + 0.5), dpi));
     return l;
 }
 
 std::string RenderTestPage(const PageInfo &info, const PageGeometry &g, const NupLayout &nup,
                            int cell) {
     Placement place{nup, cell};
-    Canvas c(place);
     int dpi = nup.dpi;
-    int W = g.cxPrintable * dpi / 720, H = g.cyPrintable * dpi / 720;
-    int t = dpi / 75 > 2 ? dpi / 75 : 2;
+    int64_t W = Pixels(g.cxPrintable, dpi), H = Pixels(g.cyPrintable, dpi);
+    Canvas c(place, W, H);
+    // Rules at least one sheet dot wide however small the cell.
+    int64_t t = std::max<int64_t>(std::max(dpi / 75, 2), place.Dots(1));
+    int64_t tick = std::max<int64_t>(t / 2 + 1, place.Dots(1));
     // The frame of the printable area.
     c.Rect(0, 0, W, t);
     c.Rect(0, H - t, W, t);
     c.Rect(0, 0, t, H);
     c.Rect(W - t, 0, t, H);
     // A scale along the top and the left edge: quarter inches, inches longer and numbered.
-    for (int i = 1; i * dpi / 4 < W; ++i) {
-        int x = i * dpi / 4, len = i % 4 == 0 ? dpi / 5 : i % 2 == 0 ? dpi / 9 : dpi / 16;
-        c.Rect(x, t, t / 2 + 1, len);
-        if (i % 4 == 0) c.Text(x + t, t + dpi / 5 + dpi / 8, 9, std::to_string(i / 4));
+    int64_t inchTick = dpi / 5, numberBase = t + dpi / 5 + dpi / 8;
+    for (int64_t i = 1; i * dpi / 4 < W - t; ++i) {
+        int64_t x = i * dpi / 4, len = i % 4 == 0 ? inchTick : i % 2 == 0 ? dpi / 9 : dpi / 16;
+        c.Rect(x, t, tick, len);
+        if (i % 4 == 0) c.Text(x + t, numberBase, 9, std::to_string(i / 4));
     }
-    for (int i = 1; i * dpi / 4 < H; ++i) {
-        int y = i * dpi / 4, len = i % 4 == 0 ? dpi / 5 : i % 2 == 0 ? dpi / 9 : dpi / 16;
-        c.Rect(t, y, len, t / 2 + 1);
+    for (int64_t i = 1; i * dpi / 4 < H - t; ++i) {
+        int64_t y = i * dpi / 4, len = i % 4 == 0 ? inchTick : i % 2 == 0 ? dpi / 9 : dpi / 16;
+        c.Rect(t, y, len, tick);
         if (i % 4 == 0) c.Text(t + dpi / 5 + dpi / 20, y + dpi / 16, 9, std::to_string(i / 4));
     }
-    // A solid block in the top right corner: a page turned or mirrored shows it elsewhere.
-    int mark = dpi / 2;
-    c.Rect(W - t - mark - dpi / 10, t + dpi / 10, mark, mark);
-    std::string top = "TOP";
-    c.Text(W / 2 - TextWidth(top, 18, dpi) / 2, t + dpi / 2, 18, top);
-    // The page number, large, in the middle.
-    double big = std::min(W, H) * 72.0 / dpi / 4;
+    // Below the ruler's numbers: "TOP", and a solid block in the top right corner, so that a
+    // page turned or mirrored shows it.
+    int64_t below = numberBase + dpi / 10;
+    int64_t mark = dpi / 2;
+    c.Rect(W - t - mark - dpi / 10, below, mark, mark);
+    c.Centred(W / 2, below + dpi / 4, 18, "TOP");
+    // The page number, large, in the middle, as wide as the frame between the rulers allows.
+    int64_t inner = W - 2 * (t + dpi / 2);
     std::string label = "Page " + std::to_string(info.page);
-    c.Text(W / 2 - TextWidth(label, big, dpi) / 2, H / 2, big, label);
+    double big = std::min(W, H) * 72.0 / dpi / 4;
+    big = std::max(std::min(big, inner * 72.0 / dpi / (0.6 * label.size())), 1.0);
+    c.Centred(W / 2, H / 2, big, label);
     std::string where = "sheet " + std::to_string(info.sheet) + ", cell " +
                         std::to_string(cell + 1) + " of " + std::to_string(nup.n);
-    c.Text(W / 2 - TextWidth(where, 14, dpi) / 2, H / 2 + dpi / 2, 14, where);
+    c.Centred(W / 2, H / 2 + dpi / 2, 14, where);
     std::string what = info.paper + ", " + info.orientation + ", " + std::to_string(dpi) + " dpi";
-    c.Text(W / 2 - TextWidth(what, 12, dpi) / 2, H / 2 + dpi / 2 + dpi / 4, 12, what);
+    c.Centred(W / 2, H / 2 + dpi / 2 + dpi / 4, 12, what);
     return c.out;
 }
 
@@ -175,44 +214,31 @@ std::string RenderImagePage(const Image &img, const PageInfo &info, const PageGe
                             const NupLayout &nup, int cell) {
     Placement place{nup, cell};
     int dpi = nup.dpi;
-    int W = g.cxPrintable * dpi / 720, H = g.cyPrintable * dpi / 720;
+    int64_t W = Pixels(g.cxPrintable, dpi), H = Pixels(g.cyPrintable, dpi);
     // Fit the image into the frame, keeping its shape, centred; then into the cell.
     double fit = std::min(static_cast<double>(W) / img.width, static_cast<double>(H) / img.height);
-    int w = std::max(1, Trunc(img.width * fit)), h = std::max(1, Trunc(img.height * fit));
-    int x0 = (W - w) / 2, y0 = (H - h) / 2;
-    int sw = place.L(w), sh = place.L(h);
-    std::string out =
-        Format("\x1b*p%dx%dY\x1b*r%dS\x1b*r%dT\x1b*b3M\x1b*r1A", place.X(x0), place.Y(y0), sw, sh);
-    std::vector<uint8_t> row(info.colour ? static_cast<size_t>(sw) * 3 : (sw + 7) / 8);
-    std::vector<uint8_t> seed(row.size()); // raster graphics start with a zero seed row
-    static const uint8_t kBayer[8][8] = {
-        {0, 32, 8, 40, 2, 34, 10, 42},  {48, 16, 56, 24, 50, 18, 58, 26},
-        {12, 44, 4, 36, 14, 46, 6, 38}, {60, 28, 52, 20, 62, 30, 54, 22},
-        {3, 35, 11, 43, 1, 33, 9, 41},  {51, 19, 59, 27, 49, 17, 57, 25},
-        {15, 47, 7, 39, 13, 45, 5, 37}, {63, 31, 55, 23, 61, 29, 53, 21}};
+    int64_t w = std::max<int64_t>(1, static_cast<int64_t>(img.width * fit));
+    int64_t h = std::max<int64_t>(1, static_cast<int64_t>(img.height * fit));
+    int64_t x0 = (W - w) / 2, y0 = (H - h) / 2;
+    // The raster goes at the printer's raster resolution, which the printer scales up.
+    int rdpi = RasterResolution(dpi);
+    int sw = static_cast<int>(std::max<int64_t>(1, place.L(w) * rdpi / dpi));
+    int sh = static_cast<int>(std::max<int64_t>(1, place.L(h) * rdpi / dpi));
+    std::string out = kEnterPcl;
+    RasterEncoder enc(sw, sh, info.colour, static_cast<int>(place.X(x0)),
+                      static_cast<int>(place.Y(y0)), dpi, rdpi, out);
+    std::vector<uint8_t> row(static_cast<size_t>(sw) * img.channels);
     for (int y = 0; y < sh; ++y) {
-        int sy = static_cast<int>(static_cast<int64_t>(y) * img.height / sh);
-        std::fill(row.begin(), row.end(), 0);
+        size_t sy = static_cast<size_t>(int64_t{y} * img.height / sh);
+        const uint8_t *src = &img.pixels[sy * img.width * img.channels];
         for (int x = 0; x < sw; ++x) {
-            int sx = static_cast<int>(static_cast<int64_t>(x) * img.width / sw);
-            const uint8_t *px =
-                &img.pixels[(static_cast<size_t>(sy) * img.width + sx) * img.channels];
-            uint8_t r = px[0], gr = img.channels == 3 ? px[1] : px[0],
-                    b = img.channels == 3 ? px[2] : px[0];
-            if (info.colour) {
-                row[x * 3] = r, row[x * 3 + 1] = gr, row[x * 3 + 2] = b;
-            } else {
-                int gray = (r * 30 + gr * 59 + b * 11) / 100;
-                if (gray * 64 / 255 <= kBayer[y % 8][x % 8]) // darker than the threshold: ink
-                    row[x / 8] |= static_cast<uint8_t>(0x80 >> (x % 8));
-            }
+            size_t sx = static_cast<size_t>(int64_t{x} * img.width / sw);
+            for (int k = 0; k < img.channels; ++k)
+                row[static_cast<size_t>(x) * img.channels + k] = src[sx * img.channels + k];
         }
-        std::vector<uint8_t> delta = DeltaRow(row.data(), seed.data(), row.size());
-        out += Format("\x1b*b%zuW", delta.size());
-        out.append(reinterpret_cast<const char *>(delta.data()), delta.size());
-        seed.swap(row);
+        enc.Row(row.data(), img.channels);
     }
-    out += "\x1b*rC";
+    enc.Finish();
     return out;
 }
 

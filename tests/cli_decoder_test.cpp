@@ -140,15 +140,23 @@ const Case kCases[] = {
      "00000005  ESC*c44W                    user-defined pattern, 44 bytes\n"
      "          format 20, encoding 1 (1 bit a pixel), 16x16 pixels, resolution 600x600 dpi, "
      "32 bytes of rows\n"},
-    {"raster rows are counted, not listed",
+    {"raster rows are counted, not listed; a row its method can't decode is told",
      "\x1b*r1A\x1b*b2M" +                                        // start raster, PackBits
-         S("\x1b*b2W\xfe\x00\x1b*b2W\xfe\x00\x1b*b1W\x00", 20) + // three rows
+         S("\x1b*b2W\xfe\x00\x1b*b2W\xfe\x00\x1b*b1W\x00", 20) + // the last row cut short
          "\x1b*rC",                                              // end raster
      "00000000  ESC*r1A                     start raster graphics: at the current cursor "
      "position\n"
      "00000005  ESC*b2M                     raster compression: TIFF PackBits\n"
-     "0000000a  ESC*b#W x 3                 raster data: 3 rows, 5 bytes (TIFF PackBits)\n"
+     "0000000a  ESC*b#W x 3                 raster data: 3 rows, 5 bytes (TIFF PackBits), 1 not "
+     "decodable\n"
      "0000001e  ESC*rC                      end raster graphics\n"},
+    {"each run of rows names its own method",
+     "\x1b*b3M\x1b*b0W"                     // delta row: the seed again
+     "\x1b*b2M" + S("\x1b*b2W\x00\x41", 7), // PackBits: one literal byte
+     "00000000  ESC*b3M                     raster compression: delta row\n"
+     "00000005  ESC*b#W x 1                 raster data: 1 row, 0 bytes (delta row)\n"
+     "0000000a  ESC*b2M                     raster compression: TIFF PackBits\n"
+     "0000000f  ESC*b#W x 1                 raster data: 1 row, 2 bytes (TIFF PackBits)\n"},
     {"unknown commands are listed and skipped",
      "\x1b&z5Q" // no such command
      "\x1b"

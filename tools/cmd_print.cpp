@@ -1,9 +1,8 @@
 // q417 print: one job end to end. The tool is the spooler (it opens the job, feeds pages and
 // closes it) and the renderer (it sends the tagged blocks and the page data), with the library
 // in between, as on a print server.
-#include "job.h"
+#include "print.h"
 #include "printer.h"
-#include "render.h"
 #include "settings.h"
 #include "sink.h"
 #include "tool.h"
@@ -37,93 +36,42 @@ struct PrintOptions : JobSettings {
     std::string jobName, windir, devmode;
     int pages = 1;
     std::vector<std::string> images;
+    std::string pageRanges, password;
+    bool quiet = false;
 };
 
 int RunPrint(const PrintOptions &o) {
-    if (o.pages < 1 || o.pages > 10000) Fail("--pages %d: out of range (1 to 10000)", o.pages);
-    std::vector<Image> images;
-    for (const auto &path : o.images)
-        images.push_back(LoadImage(path)); // read them all before any output
-    std::string pdd = PrinterPdd(o.printer);
-    if (!o.windir.empty()) {
-        if (!Q417_SetWindowsDirectory(o.windir.c_str()))
-            Fail("--windir %s: refused by the library", o.windir.c_str());
-    } else if (!getenv("Q417_WINDIR")) {
+    PrintRequest req;
+    req.pdd = PrinterPdd(o.printer);
+    req.port = o.output;
+    req.windowsDir = o.windir;
+    if (o.windir.empty() && !getenv("Q417_WINDIR"))
         Q417_SetWindowsDirectory(EmbeddedDefaults().dir.c_str()); // the sample QMWMARK.INI
-    }
-    Printer printer(pdd, o.output);
-    std::vector<uint8_t> dm;
-    if (o.devmode.empty()) {
-        dm = printer.NewDevMode();
-    } else {
-        dm = ReadWholeFile(o.devmode);
-        printer.Adopt(dm);
-    }
-    DDIDEVMODE *pdm = DM(dm);
-    ApplySettings(pdm, o);
-    PageGeometry g = Geometry(pdm);
-    int dpi = pdm->dmYResolution; // the library prints at the vertical resolution
-    if (dpi <= 0) Fail("the printer description gives no resolution");
-    int nup = static_cast<int>(DDIGetDWord(pdm, DDI_PAGESPERSHEET));
-    NupLayout layout = MakeNupLayout(nup, pdm->dmOrientation, g, dpi);
-    WORD emulation = static_cast<WORD>(DDIGetDWord(pdm, DDI_EMULATION));
-
-    PageInfo info;
-    info.colour = emulation == 3 || emulation == 4;
-    auto options = KeywordOptions(pdm, DDI_PAPERSIZE);
-    DWORD paperIndex = DDIGetDWord(pdm, DDI_PAPERSIZE);
-    info.paper = paperIndex < options.size() ? options[paperIndex].key : "?";
-    static const char *const kOrient[] = {"portrait", "landscape", "reverse portrait",
-                                          "reverse landscape"};
-    DWORD orient = DDIGetDWord(pdm, DDI_PAGEORIENT);
-    info.orientation = orient < 4 ? kOrient[orient] : "?";
-
-    Sink sink(o.output);
-    if (!Q417_SetOutputCallback(printer.handle(), Sink::Write, &sink))
-        Fail("%s: the library refused the output", o.output.c_str());
-
-    // The record image of block 1: the page geometry and counters are ours to give.
-    std::vector<uint8_t> info1(SPLDEVINFO_SIZE);
-    auto *rec = reinterpret_cast<SPLDEVINFO *>(info1.data());
-    rec->cxPaper = g.cxPaper, rec->cyPaper = g.cyPaper;
-    rec->cxPrintable = g.cxPrintable, rec->cyPrintable = g.cyPrintable;
-    rec->cxMargin = g.cxMargin, rec->cyMargin = g.cyMargin;
-    rec->nPage = 1;
-    rec->nSubPage = 0;
-    if (DDIGetDWord(pdm, DDI_WATERMARK) != 0) rec->bJobFlags = JOB_WATERMARK;
-    std::string name = o.jobName.empty() ? "q417 sample job" : o.jobName;
-    std::u16string wname = Widen(name);
-
-    int pages = images.empty() ? o.pages : static_cast<int>(images.size());
-    {
-        Job job(printer.handle());
-        job.Send(TAG_DEVINFO, info1.data(), info1.size(), "device record");
-        job.Send(TAG_DEVMODE, dm.data(), dm.size(), "device mode");
-        job.Send(TAG_JOBNAME, wname.data(), wname.size() * 2, "job name");
-        for (int p = 0; p < pages; ++p) {
-            if (p > 0) {
-                // Only the counters change: a block that stops behind nSubPage leaves the
-                // library's own fields (flags, layout, language state) as they are. It drops
-                // the device mode copy, so that follows again.
-                rec->nPage = static_cast<DWORD>(p + 1);
-                rec->nSubPage = static_cast<DWORD>(p);
-                job.Send(TAG_DEVINFO, info1.data(), offsetof(SPLDEVINFO, nSubPage) + 4,
-                         "device record");
-                job.Send(TAG_DEVMODE, dm.data(), dm.size(), "device mode");
-            }
-            job.StartPage(p + 1);
-            int cell = layout.n > 1 ? p % layout.n : 0;
-            info.page = p + 1;
-            info.sheet = p / layout.n + 1;
-            info.cell = cell;
-            std::string data = images.empty() ? RenderTestPage(info, g, layout, cell)
-                                              : RenderImagePage(images[p], info, g, layout, cell);
-            job.Data(data, sink);
-            job.EndPage(p + 1);
+    req.devmode = o.devmode;
+    req.settings = o;
+    req.pageRanges = o.pageRanges;
+    req.password = o.password;
+    req.jobName = o.jobName.empty() ? "q417 sample job" : o.jobName;
+    for (const auto &path : o.images) req.documents.push_back({path, ""});
+    req.testPages = o.pages;
+    // Progress on a terminal only, rewritten in place; a log or a pipe gets none of it.
+    bool progress = !o.quiet && isatty(STDERR_FILENO);
+    if (progress)
+        req.progress = [](int page, int total) {
+            if (total > 0)
+                fprintf(stderr, "\rpage %d of %d", page, total);
+            else
+                fprintf(stderr, "\rpage %d", page);
+            fflush(stderr);
+        };
+    struct ClearLine {
+        bool on;
+        ~ClearLine() {
+            if (on) fputs("\r\x1b[K", stderr);
         }
-        job.End();
-    }
-    sink.Finish();
+    } clear{progress};
+    Sink sink(o.output);
+    Print(req, sink);
     return 0;
 }
 
@@ -132,12 +80,16 @@ int RunPrint(const PrintOptions &o) {
 Command AddPrintCommand(CLI::App &app) {
     auto o = std::make_shared<PrintOptions>();
     CLI::App *sub = app.add_subcommand(
-        "print", "Run one job end to end through the library: test pages, or the images given "
-                 "(PNG, PBM, PGM, PPM), to a file, standard output or a raw TCP printer port");
-    sub->footer("With no image, each page is a test page: its number, the frame of the "
+        "print", "Run one job end to end through the library: the documents given (PDF, PNG, "
+                 "JPEG, PBM/PGM/PPM, CUPS/PWG raster), or test pages, to a file, standard output "
+                 "or a raw TCP printer port");
+    sub->footer("Each page of a document is fitted to the printable area (to its cell when "
+                "several pages share a sheet), keeping its shape, centred, and turned a quarter "
+                "when its orientation and the job's differ. With no document, each page is a test page: its number, the frame of the "
                 "printable area, a scale in inches, and its sheet and cell. Settings not given "
                 "keep the printer description's defaults (or the --devmode file's values).");
-    sub->add_option("images", o->images, "Images to print, one a page");
+    sub->add_option("documents", o->images,
+                    "PDF files and images to print, in order; - reads standard input");
     sub->add_option("-p,--printer", o->printer,
                     "Printer description: a PDD file, or colour / mono for the built-in models")
         ->capture_default_str();
@@ -170,6 +122,10 @@ Command AddPrintCommand(CLI::App &app) {
     sub->add_option("--custom", o->custom,
                     "Custom paper size WIDTHxHEIGHT in points, or with mm behind");
     sub->add_option("--job-name", o->jobName, "Job name");
+    sub->add_option("--page-ranges", o->pageRanges,
+                    "Pages of the job to print, like 1-3,7,10- (counted over all documents)");
+    sub->add_option("--password", o->password, "Password of encrypted PDF files");
+    sub->add_flag("-q,--quiet", o->quiet, "No progress on standard error");
     sub->add_option("--devmode", o->devmode, "Start from this device mode file (q417 devmode)");
     sub->add_option("--windir", o->windir,
                     "Windows directory, where QMWMARK.INI is looked for (default: the "

@@ -4,6 +4,7 @@
 #include "pcl_decoder.h"
 #include "format.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cstdarg>
 #include <cstdio>
@@ -334,13 +335,142 @@ const char *FindHpgl(std::string_view m) {
     return nullptr;
 }
 
+// ---- Raster rows, decompressed ---------------------------------------------------------
+
+// The raster state a printer keeps: compression method, seed row, the block being drawn.
+// Rows are always decoded, so that the listing can count those that don't; blocks are kept
+// only when asked for.
+class RasterState {
+  public:
+    explicit RasterState(std::vector<RasterBlock> *keep) : keep_(keep) {}
+
+    // A PCL command with its value; `sign` tells a relative move.
+    void Command(const std::string &key, long v, bool sign) {
+        if (key == "*pX")
+            x_ = sign ? x_ + v : v;
+        else if (key == "*pY")
+            y_ = sign ? y_ + v : v;
+        else if (key == "*tR")
+            resolution_ = static_cast<int>(v);
+        else if (key == "*rS")
+            width_ = v > 0 && v <= 1000000 ? static_cast<int>(v) : 0;
+        else if (key == "*bM")
+            method_ = static_cast<int>(v);
+        else if (key == "*rA")
+            Start();
+        else if (key == "*rB" || key == "*rC")
+            inBlock_ = false;
+        else if (key == "*bY" && v > 0)
+            Skip(static_cast<size_t>(std::min(v, 1000000L)));
+    }
+    void Reset() {
+        *this = RasterState(keep_);
+    }
+    // ESC*v#W: pixel encoding mode in byte 1, bits per index in byte 2, per primary in 3-5.
+    void ColourSetup(const uint8_t *b, size_t n) {
+        if (n < 6) return;
+        bpp_ = b[1] == 3 ? b[3] + b[4] + b[5] : b[1] == 1 ? std::max<int>(b[2], 1) : 1;
+    }
+    // One row of data in the current method; false when it doesn't decode.
+    bool Row(const uint8_t *b, size_t n) {
+        if (!inBlock_) Start(); // rows outside a block start one, as a printer does
+        size_t len = RowBytes();
+        std::vector<uint8_t> row;
+        bool ok = true;
+        switch (method_) {
+        case 0:
+            row.assign(b, b + n);
+            break;
+        case 2:
+            for (size_t i = 0; i < n && ok;) {
+                uint8_t c = b[i++];
+                if (c < 128) {
+                    size_t k = c + 1u;
+                    ok = n - i >= k;
+                    k = std::min(k, n - i);
+                    row.insert(row.end(), b + i, b + i + k);
+                    i += k;
+                } else if (c > 128) {
+                    ok = i < n;
+                    if (ok) row.insert(row.end(), 257u - c, b[i++]);
+                }
+            }
+            break;
+        case 3: {
+            row = seed_;
+            size_t pos = 0;
+            for (size_t i = 0; i < n && ok;) {
+                uint8_t c = b[i++];
+                size_t count = (c >> 5) + 1u, offset = c & 31u;
+                if (offset == 31)
+                    for (;;) {
+                        if (i >= n) {
+                            ok = false;
+                            break;
+                        }
+                        uint8_t more = b[i++];
+                        offset += more;
+                        if (more != 255) break;
+                    }
+                if (!ok) break;
+                pos += offset;
+                ok = n - i >= count;
+                count = std::min(count, n - i);
+                if (row.size() < pos + count) row.resize(pos + count);
+                std::copy(b + i, b + i + count, row.begin() + static_cast<long>(pos));
+                i += count;
+                pos += count;
+            }
+            break;
+        }
+        default:
+            ok = false; // a method these printers are not sent
+        }
+        if (len) {
+            row.resize(len, 0); // a short row is filled with zeros, a long one cut
+        } else if (row.size() < seed_.size()) {
+            row.resize(seed_.size(), 0);
+        }
+        seed_ = row;
+        if (keep_) keep_->back().rows.push_back(std::move(row));
+        return ok;
+    }
+
+  private:
+    size_t RowBytes() const {
+        return width_ ? (static_cast<size_t>(width_) * static_cast<size_t>(bpp_) + 7) / 8 : 0;
+    }
+    void Start() {
+        inBlock_ = true;
+        seed_.assign(RowBytes(), 0);
+        if (!keep_) return;
+        RasterBlock b;
+        b.x = x_, b.y = y_, b.resolution = resolution_, b.width = width_, b.bitsPerPixel = bpp_;
+        keep_->push_back(std::move(b));
+    }
+    // A vertical move over rows: nothing printed there, and the seed row goes back to zeros.
+    void Skip(size_t rows) {
+        if (!inBlock_) Start();
+        std::fill(seed_.begin(), seed_.end(), 0);
+        if (keep_) keep_->back().rows.resize(keep_->back().rows.size() + rows);
+    }
+
+    std::vector<RasterBlock> *keep_;
+    long x_ = 0, y_ = 0;
+    int resolution_ = 0, width_ = 0, bpp_ = 1, method_ = 0;
+    bool inBlock_ = false;
+    std::vector<uint8_t> seed_;
+};
+
 // ---- The decoder ----------------------------------------------------------------------
 
 enum class Lang { PJL, PCL, HPGL };
 
 class Decoder {
   public:
-    Decoder(const uint8_t *data, size_t size, std::string &out) : d_(data), n_(size), out_(out) {}
+    Decoder(const uint8_t *data, size_t size, std::string &out,
+            std::vector<RasterBlock> *raster = nullptr)
+        : d_(data), n_(size), out_(out), raster_(raster) {}
 
     DecodeResult Run() {
         while (pos_ < n_ && !result_.bTruncated) {
@@ -394,10 +524,12 @@ class Decoder {
         rasterRows_ = 0;
         std::string s = Format("%08zx  ESC*b#W x %zu", rasterStart_, rows);
         s.append(s.size() < 38 ? 38 - s.size() : 1, ' ');
+        // The method of the run's rows: a change of method lists a line, which ends the run.
+        const char *method = Lookup(kCompression, rasterMethod_);
         s += Format("raster data: %zu row%s, %zu bytes (%s)", rows, rows == 1 ? "" : "s",
-                    rasterBytes_,
-                    Lookup(kCompression, compression_) ? Lookup(kCompression, compression_)
-                                                       : "unknown compression");
+                    rasterBytes_, method ? method : "unknown compression");
+        if (rasterBad_) s += Format(", %zu not decodable", rasterBad_);
+        rasterBad_ = 0;
         out_ += s;
         out_ += '\n';
         ++result_.nCommands;
@@ -556,7 +688,10 @@ class Decoder {
         const char *name = Lookup(kTwo, c);
         Line(start, Visible(d_ + start, 2), name ? name : "unknown two-character command",
              name != nullptr);
-        if (c == 'E') lang_ = Lang::PCL;
+        if (c == 'E') {
+            lang_ = Lang::PCL;
+            raster_.Reset();
+        }
         pos_ = start + 2;
     }
 
@@ -598,6 +733,7 @@ class Decoder {
                                            : static_cast<long>(value);
         if (key == "*cE") charCode_ = iv;
         if (key == "*bM") compression_ = static_cast<int>(iv);
+        raster_.Command(key, iv, !valueText.empty() && (valueText[0] == '+' || valueText[0] == '-'));
         if (CarriesData(key)) {
             if (iv < 0) {
                 Line(off, shown, "negative data length", false);
@@ -639,11 +775,13 @@ class Decoder {
     void Data(size_t off, const std::string &shown, const std::string &key, const uint8_t *b,
               size_t n) {
         if (key == "*bW" || key == "*bV") {
-            if (!rasterRows_) rasterStart_ = off;
+            if (!rasterRows_) rasterStart_ = off, rasterMethod_ = compression_;
             ++rasterRows_;
             rasterBytes_ += n;
+            if (!raster_.Row(b, n)) ++rasterBad_, ++result_.nBadRows;
             return;
         }
+        if (key == "*vW") raster_.ColourSetup(b, n);
         const PclCommand *cmd = FindPcl(key);
         Line(off, shown, Format("%s, %zu bytes", cmd->name, n));
         if (key == ")sW")
@@ -872,8 +1010,9 @@ class Decoder {
     size_t pos_ = 0;
     Lang lang_ = Lang::PCL;
     DecodeResult result_;
-    size_t rasterStart_ = 0, rasterRows_ = 0, rasterBytes_ = 0;
-    int compression_ = 0;
+    size_t rasterStart_ = 0, rasterRows_ = 0, rasterBytes_ = 0, rasterBad_ = 0;
+    RasterState raster_;
+    int compression_ = 0, rasterMethod_ = 0;
     long charCode_ = -1;
     uint8_t labelTerm_ = 3;
 };
@@ -882,6 +1021,14 @@ class Decoder {
 
 DecodeResult DecodeStream(const uint8_t *data, size_t size, std::string &out) {
     return Decoder(data, size, out).Run();
+}
+
+std::vector<RasterBlock> DecodeRaster(const uint8_t *data, size_t size, DecodeResult *result) {
+    std::vector<RasterBlock> blocks;
+    std::string listing;
+    DecodeResult r = Decoder(data, size, listing, &blocks).Run();
+    if (result) *result = r;
+    return blocks;
 }
 
 } // namespace q417tool
