@@ -101,6 +101,7 @@ int Run(int argc, char **argv) {
 
     pages::PrintRequest request;
     request.pdd = pdd;
+    request.port = std::getenv("DEVICE_URI") ? std::getenv("DEVICE_URI") : "";
     request.windowsDir = windowsDir;
     request.settings = mapped.settings;
     request.pageRanges = mapped.pageRanges;
