@@ -13,12 +13,15 @@
 #include <cups/cups.h>
 #include <cups/ppd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
+#include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -50,13 +53,37 @@ std::string Resolve(const std::string &path, const std::string &dir) {
     return path.empty() || path[0] == '/' ? path : dir + "/" + path;
 }
 
-// The document type as the pipeline names it; CUPS tells it in CONTENT_TYPE.
-std::string DocumentType() {
-    const char *t = std::getenv("CONTENT_TYPE");
-    if (!t) return std::string(); // the pipeline tells it from the first bytes
-    if (std::strcmp(t, "application/vnd.cups-pdf") == 0) return "application/pdf";
-    return t;
-}
+// The library opens QMWMARK.INI for reading and writing, as the driver always did, and CUPS
+// runs filters as an unprivileged user who can't write the installed file: a job reads the
+// definitions from a copy in a folder of its own, gone when the job is.
+class JobWindowsDir {
+  public:
+    explicit JobWindowsDir(const std::string &from) {
+        const char *tmp = std::getenv("TMPDIR");
+        std::string name = std::string(tmp && *tmp ? tmp : "/tmp") + "/q417pcl-XXXXXX";
+        if (!mkdtemp(name.data())) pages::Fail("%s: %s", name.c_str(), std::strerror(errno));
+        dir_ = name;
+        std::vector<uint8_t> ini;
+        try {
+            ini = pages::ReadWholeFile(from + "/QMWMARK.INI");
+        } catch (const pages::Error &) {
+            return; // no definitions: no watermarks, as the library has it
+        }
+        pages::AtomicFile copy(dir_ + "/QMWMARK.INI");
+        copy.Write(ini.data(), ini.size());
+        copy.Commit();
+    }
+    ~JobWindowsDir() {
+        unlink((dir_ + "/QMWMARK.INI").c_str());
+        rmdir(dir_.c_str());
+    }
+    JobWindowsDir(const JobWindowsDir &) = delete;
+    JobWindowsDir &operator=(const JobWindowsDir &) = delete;
+    const std::string &path() const { return dir_; }
+
+  private:
+    std::string dir_;
+};
 
 int Run(int argc, char **argv) {
     const char *ppdPath = std::getenv("PPD");
@@ -73,10 +100,11 @@ int Run(int argc, char **argv) {
     std::string windowsDir = Resolve(ppd.Attr(cups::kWindowsDirAttr), data);
     if (windowsDir.empty()) windowsDir = data;
 
+    JobWindowsDir jobDir(windowsDir);
     pages::Capabilities caps;
     {
         pages::Printer printer(pdd, "socket://localhost");
-        caps = pages::Describe(printer, windowsDir);
+        caps = pages::Describe(printer, jobDir.path());
     }
 
     // The job's options over the PPD's defaults (which lpadmin -o NAME=VALUE sets): a default
@@ -102,11 +130,13 @@ int Run(int argc, char **argv) {
     pages::PrintRequest request;
     request.pdd = pdd;
     request.port = std::getenv("DEVICE_URI") ? std::getenv("DEVICE_URI") : "";
-    request.windowsDir = windowsDir;
+    request.windowsDir = jobDir.path();
     request.settings = mapped.settings;
     request.pageRanges = mapped.pageRanges;
     request.jobName = argv[3];
-    request.documents.push_back({argc == 7 ? argv[6] : "-", DocumentType()});
+    // CONTENT_TYPE names the job's document, not what the filter before us made of it: the
+    // pipeline tells PDF from raster by the first bytes.
+    request.documents.push_back({argc == 7 ? argv[6] : "-", ""});
     int copies = mapped.settings.copies > 0 ? mapped.settings.copies : 1;
     request.progress = [](int page, int total) {
         std::fprintf(stderr, "INFO: Printing page %d of %d\n", page, total);
