@@ -240,6 +240,8 @@ class Cupsd : public ::testing::Test {
         Spit(dir_ + "/conf/cupsd.conf",
              "Listen 127.0.0.1:" + std::to_string(port) + "\nListen " + socket_ +
                  "\nLogLevel debug\nBrowsing No\nWebInterface No\nDefaultAuthType None\n"
+                 // a sanitizer build of the filter runs under the test's sanitizer options
+                 "PassEnv ASAN_OPTIONS LSAN_OPTIONS UBSAN_OPTIONS\n"
                  "<Location />\n  Order allow,deny\n  Allow all\n</Location>\n"
                  "<Policy default>\n  <Limit All>\n    Order deny,allow\n  </Limit>\n"
                  "</Policy>\n");
@@ -462,14 +464,17 @@ TEST_F(Cupsd, FourUpDuplexWatermarkedPdfArrivesAsOneSheet) {
         << pages;
 }
 
-// Text and images reach the filter through CUPS's own conversions.
-TEST_F(Cupsd, TextAndPngArriveAsPages) {
+// Text, images and PostScript reach the filter through CUPS's own conversions.
+TEST_F(Cupsd, TextPngAndPostScriptArriveAsPages) {
     AddQueue();
     std::string text = dir_ + "/files/note.txt";
     Spit(text, "A plain text file\nprinted through texttopdf\nand the q417 filter.\n");
     std::string png = dir_ + "/files/ramp.png";
     ASSERT_TRUE(WritePng(png));
-    for (const std::string &file : {text, png}) {
+    std::string ps = dir_ + "/files/page.ps";
+    Spit(ps, "%!PS-Adobe-3.0\n%%Pages: 1\n%%EndComments\n%%Page: 1 1\n"
+             "72 72 200 300 rectfill showpage\n%%EOF\n");
+    for (const std::string &file : {text, png, ps}) {
         SCOPED_TRACE(file);
         size_t before = listener_->count();
         int id = Submit(file, {});
