@@ -458,9 +458,12 @@ TEST_F(Cupsd, FourUpDuplexWatermarkedPdfArrivesAsOneSheet) {
     EXPECT_NE(origins[0], origins[1]);
     EXPECT_NE(origins[1], origins[2]);
     EXPECT_NE(origins[0], origins[2]);
-    // CUPS counted one sheet
+    // CUPS counted one sheet for the job, from the filter's PAGE: line
     std::string pages = Slurp(dir_ + "/log/page_log");
-    EXPECT_NE(pages.find("office " + std::string("root ") + std::to_string(id)), std::string::npos)
+    std::string job = "office " + std::string(cupsUser()) + " " + std::to_string(id) + " ";
+    size_t at = pages.find(job);
+    ASSERT_NE(at, std::string::npos) << pages;
+    EXPECT_NE(pages.substr(at, pages.find('\n', at) - at).find(" total 1 "), std::string::npos)
         << pages;
 }
 
