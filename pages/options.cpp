@@ -5,6 +5,7 @@
 // application show the same names.
 #include "options.h"
 #include "common.h"
+#include "print.h"
 
 #include <algorithm>
 #include <cmath>
@@ -644,7 +645,7 @@ const OptionName kOptionNames[] = {
     {Option::Orientation, nullptr, "orientation-requested"},
     {Option::PageRanges, nullptr, "page-ranges"},
     {Option::Watermark, "Watermark", "watermark"},
-    {Option::WatermarkFirstPage, "WatermarkFirstPage", "watermark-first-page-only"},
+    {Option::WatermarkFirstPage, "FirstPageWatermark", "watermark-first-page-only"},
 };
 const size_t kOptionNameCount = sizeof kOptionNames / sizeof kOptionNames[0];
 
@@ -884,30 +885,6 @@ struct Mapper {
     }
 };
 
-void CheckPageRanges(const std::string &ranges) {
-    // "1-3,7,10-": each part a page, a closed or an open range, pages from 1.
-    size_t i = 0;
-    auto number = [&](long &v) {
-        size_t start = i;
-        v = 0;
-        while (i < ranges.size() && IsDigit(ranges[i]) && v < 100000000)
-            v = v * 10 + (ranges[i++] - '0');
-        return i > start && v > 0;
-    };
-    bool ok = !ranges.empty();
-    while (ok && i < ranges.size()) {
-        long first = 0, last = 0;
-        ok = number(first);
-        if (ok && i < ranges.size() && ranges[i] == '-') {
-            ++i;
-            if (i < ranges.size() && ranges[i] != ',') ok = number(last) && last >= first;
-        }
-        if (ok && i < ranges.size()) ok = ranges[i++] == ',' && i < ranges.size();
-    }
-    if (!ok)
-        Fail("page-ranges \"%s\": expected pages and ranges such as 1-3,7,10-", ranges.c_str());
-}
-
 } // namespace
 
 JobOptions MapOptions(const Capabilities &caps, const OptionList &list) {
@@ -1052,7 +1029,11 @@ JobOptions MapOptions(const Capabilities &caps, const OptionList &list) {
     }
 
     if (const std::string *v = o.Of(Option::PageRanges)) {
-        CheckPageRanges(*v);
+        try {
+            ParsePageRanges(*v);
+        } catch (const Error &e) {
+            Fail("page-ranges \"%s\": %s", v->c_str(), e.what());
+        }
         out.pageRanges = *v;
     }
 

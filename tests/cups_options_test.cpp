@@ -49,14 +49,14 @@ TEST_F(Colour, OffersItsPapersTraysMediaBinsAndResolutionsUnderStandardNames) {
               "na_executive_7.25x10.5in na_number-10_4.125x9.5in iso_dl_110x220mm");
     EXPECT_EQ(caps.papers[caps.defaultPaper].ppd, "A4");
     EXPECT_EQ(caps.papers[0].text, "A4 210 x 297 mm");
-    // Letter's portrait printable area "12 12 600 780" from the top left, as PPD counts it.
+    // Letter's portrait printable area "18 18 594 774", from the lower left as PPD counts it.
     const Paper &letter = caps.papers[1];
     EXPECT_DOUBLE_EQ(letter.width, 612);
     EXPECT_DOUBLE_EQ(letter.length, 792);
-    EXPECT_DOUBLE_EQ(letter.left, 12);
-    EXPECT_DOUBLE_EQ(letter.bottom, 12);
-    EXPECT_DOUBLE_EQ(letter.right, 600);
-    EXPECT_DOUBLE_EQ(letter.top, 780);
+    EXPECT_DOUBLE_EQ(letter.left, 18);
+    EXPECT_DOUBLE_EQ(letter.bottom, 18);
+    EXPECT_DOUBLE_EQ(letter.right, 594);
+    EXPECT_DOUBLE_EQ(letter.top, 774);
     EXPECT_EQ(Names(caps.sources, true), "tray-1 tray-2 manual envelope auto");
     EXPECT_EQ(caps.sources[caps.defaultSource].ppd, "Tray1");
     EXPECT_EQ(Names(caps.mediaTypes, true), "stationery bond transparency photographic-glossy");
@@ -105,7 +105,7 @@ TEST_F(Colour, MapsJobOptionsToSettings) {
         {{{"Duplex", "DuplexTumble"},
           {"ColorModel", "Gray"},
           {"copies", "3"},
-          {"WatermarkFirstPage", "True"},
+          {"FirstPageWatermark", "True"},
           {"watermark", "draft"}},
          "",
          "",
