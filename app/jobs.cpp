@@ -130,8 +130,10 @@ JobAttributes(pappl_job_t *job, const pappl_pr_options_t *o, const pages::Capabi
     return a;
 }
 
-bool RunWorker(pappl_job_t *job, pappl_pr_options_t *options, pappl_device_t *device,
-               const std::string &file, const std::string &type) {
+namespace {
+
+bool Work(pappl_job_t *job, pappl_pr_options_t *options, pappl_device_t *device,
+          const std::string &file, const std::string &type) {
     pappl_printer_t *printer = papplJobGetPrinter(job);
     const App &app = TheApp();
     const Description *desc = nullptr;
@@ -287,12 +289,32 @@ bool RunWorker(pappl_job_t *job, pappl_pr_options_t *options, pappl_device_t *de
     return false;
 }
 
+} // namespace
+
+bool RunWorker(pappl_job_t *job, pappl_pr_options_t *options, pappl_device_t *device,
+               const char *file, const char *type) {
+    // A job can reach here without a document (a Create-Job whose documents never came).
+    if (!file || !*file) {
+        papplJobSetMessage(job, "the job has no document");
+        papplJobSetReasons(job, PAPPL_JREASON_JOB_DATA_INSUFFICIENT, PAPPL_JREASON_NONE);
+        return false;
+    }
+    // Nothing thrown here may end the service with its other printers' jobs.
+    try {
+        return Work(job, options, device, file, type ? type : "");
+    } catch (const std::exception &e) {
+        papplJobSetMessage(job, "the job failed: %s", e.what());
+    }
+    papplJobSetReasons(job, PAPPL_JREASON_ABORTED_BY_SYSTEM, PAPPL_JREASON_NONE);
+    return false;
+}
+
 namespace {
 
 // A document in the printer's own input format (PDF): PAPPL's "raw" print callback.
 bool PrintFile(pappl_job_t *job, pappl_pr_options_t *options, pappl_device_t *device) {
     const char *format = papplJobGetFormat(job);
-    if (!RunWorker(job, options, device, papplJobGetFilename(job), format ? format : ""))
+    if (!RunWorker(job, options, device, papplJobGetFilename(job), format))
         return false;
     papplJobSetImpressionsCompleted(job, -1); // PAPPL counts one more; the worker counted all
     return true;
@@ -303,7 +325,7 @@ bool FilterDocument(pappl_job_t *job, pappl_device_t *device, void *) {
     const char *format = papplJobGetFormat(job);
     pappl_pr_options_t *options = papplJobCreatePrintOptions(job, 0, true);
     if (!options) return false;
-    bool ok = RunWorker(job, options, device, papplJobGetFilename(job), format ? format : "");
+    bool ok = RunWorker(job, options, device, papplJobGetFilename(job), format);
     papplJobDeletePrintOptions(options);
     return ok;
 }
@@ -370,7 +392,7 @@ bool RasterEndJob(pappl_job_t *job, pappl_pr_options_t *options, pappl_device_t 
     if (spool->fd >= 0) close(spool->fd);
     bool ok = !spool->failed;
     if (!ok) papplJobSetMessage(job, "can't spool the raster: %s", strerror(errno));
-    if (ok && options && !papplJobIsCanceled(job)) ok = RunWorker(job, options, device, spool->path, "image/pwg-raster");
+    if (ok && options && !papplJobIsCanceled(job)) ok = RunWorker(job, options, device, spool->path.c_str(), "image/pwg-raster");
     unlink(spool->path.c_str());
     delete spool;
     return ok;

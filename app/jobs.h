@@ -26,6 +26,6 @@ JobAttributes(pappl_job_t *job, const pappl_pr_options_t *o, const pages::Capabi
 // Prints `file` (of MIME type `type`) in a worker and copies its stream to `device`. On
 // failure the job has its message and reasons set and false is returned.
 bool RunWorker(pappl_job_t *job, pappl_pr_options_t *options, pappl_device_t *device,
-               const std::string &file, const std::string &type);
+               const char *file, const char *type);
 
 } // namespace q417::app

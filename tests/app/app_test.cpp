@@ -319,7 +319,10 @@ class AppTest : public ::testing::Test {
         }
         delete office;
         delete second;
-        RunProgram({"rm", "-rf", dir});
+        if (::testing::UnitTest::GetInstance()->failed_test_count() > 0)
+            fprintf(stderr, "kept for a look: %s\n", dir.c_str());
+        else
+            RunProgram({"rm", "-rf", dir});
     }
 
     void TearDown() override {
