@@ -24,12 +24,12 @@ struct Description {
 
 // What the callbacks share; made once in main, before PAPPL starts any thread.
 struct App {
-    std::string self;                      // this program, to run job workers from
+    std::string self; // this program, to run job workers from
     std::vector<std::string> descriptionDirs;
     std::vector<Description> descriptions; // in driver order
     std::vector<pappl_pr_driver_t> drivers;
-    std::string spoolDir;                  // -o spool-directory, empty: PAPPL's choice
-    bool server = false;                   // the "server" subcommand runs
+    std::string spoolDir; // -o spool-directory, empty: PAPPL's choice
+    bool server = false;  // the "server" subcommand runs
 };
 App &TheApp();
 

@@ -37,9 +37,13 @@ std::string DriverName(std::string stem) {
 }
 
 // Points to hundredths of a millimetre.
-int Hmm(double points) { return static_cast<int>(points * 2540.0 / 72.0 + 0.5); }
+int Hmm(double points) {
+    return static_cast<int>(points * 2540.0 / 72.0 + 0.5);
+}
 
-void Copy(char *dst, size_t size, const std::string &src) { snprintf(dst, size, "%s", src.c_str()); }
+void Copy(char *dst, size_t size, const std::string &src) {
+    snprintf(dst, size, "%s", src.c_str());
+}
 
 void Identify(pappl_printer_t *printer, pappl_identify_actions_t, const char *message) {
     // The printers have no panel the application could reach: the request goes to the log.
@@ -57,10 +61,14 @@ namespace {
 std::string Escape(const std::string &s) {
     std::string out;
     for (char c : s) {
-        if (c == '\\') out += "\\\\";
-        else if (c == '\t') out += "\\t";
-        else if (c == '\n') out += "\\n";
-        else out += c;
+        if (c == '\\')
+            out += "\\\\";
+        else if (c == '\t')
+            out += "\\t";
+        else if (c == '\n')
+            out += "\\n";
+        else
+            out += c;
     }
     return out;
 }
@@ -88,7 +96,9 @@ class Record {
         snprintf(buf, sizeof buf, "%.17g", v);
         return *this << std::string(buf);
     }
-    Record &operator<<(const pages::Choice &c) { return *this << c.index << c.key << c.text << c.ppd << c.ipp; }
+    Record &operator<<(const pages::Choice &c) {
+        return *this << c.index << c.key << c.text << c.ppd << c.ipp;
+    }
     std::string str() const { return line_ + '\n'; }
 
   private:
@@ -101,7 +111,8 @@ class Fields {
         size_t start = 0;
         for (;;) {
             size_t tab = line.find('\t', start);
-            f_.push_back(Unescape(line.substr(start, tab == std::string::npos ? tab : tab - start)));
+            f_.push_back(
+                Unescape(line.substr(start, tab == std::string::npos ? tab : tab - start)));
             if (tab == std::string::npos) break;
             start = tab + 1;
         }
@@ -111,7 +122,9 @@ class Fields {
     Fields &operator>>(int &v) { return v = atoi(Next().c_str()), *this; }
     Fields &operator>>(bool &v) { return v = Next() == "1", *this; }
     Fields &operator>>(double &v) { return v = strtod(Next().c_str(), nullptr), *this; }
-    Fields &operator>>(pages::Choice &c) { return *this >> c.index >> c.key >> c.text >> c.ppd >> c.ipp; }
+    Fields &operator>>(pages::Choice &c) {
+        return *this >> c.index >> c.key >> c.text >> c.ppd >> c.ipp;
+    }
 
   private:
     std::string Next() { return i_ < f_.size() ? f_[i_++] : std::string(); }
@@ -122,8 +135,8 @@ class Fields {
 std::string Serialize(const pages::Capabilities &c) {
     std::string out = (Record("model") << c.model).str();
     for (const auto &p : c.papers)
-        out += (Record("paper") << p << p.width << p.length << p.left << p.bottom << p.right << p.top
-                                << p.pwgWidth << p.pwgLength)
+        out += (Record("paper") << p << p.width << p.length << p.left << p.bottom << p.right
+                                << p.top << p.pwgWidth << p.pwgLength)
                    .str();
     const auto &u = c.custom;
     out += (Record("custom") << int(u.allowed) << u.index << u.key << u.minWidth << u.minLength
@@ -160,12 +173,15 @@ pages::Capabilities Deserialize(const std::string &text) {
         } else if (f.tag() == "custom") {
             auto &u = c.custom;
             f >> u.allowed >> u.index >> u.key >> u.minWidth >> u.minLength >> u.maxWidth >>
-                u.maxLength >> u.defWidth >> u.defLength >> u.left >> u.bottom >> u.right >> u.top >>
-                u.ippMin >> u.ippMax;
+                u.maxLength >> u.defWidth >> u.defLength >> u.left >> u.bottom >> u.right >>
+                u.top >> u.ippMin >> u.ippMax;
         } else if (f.tag() == "source" || f.tag() == "type" || f.tag() == "bin") {
             pages::Choice x;
             f >> x;
-            (f.tag() == "source" ? c.sources : f.tag() == "type" ? c.mediaTypes : c.bins).push_back(x);
+            (f.tag() == "source" ? c.sources
+             : f.tag() == "type" ? c.mediaTypes
+                                 : c.bins)
+                .push_back(x);
         } else if (f.tag() == "resolution") {
             pages::Resolution r;
             f >> r >> r.x >> r.y;
@@ -184,8 +200,8 @@ pages::Capabilities Deserialize(const std::string &text) {
 
 // The capabilities of `pdd`, read by a child process; false (with the reason in `error`)
 // when the library can't use the description.
-bool DescribeApart(const std::string &pdd, const std::string &windowsDir,
-                   pages::Capabilities &caps, std::string &error) {
+bool DescribeApart(const std::string &pdd, const std::string &windowsDir, pages::Capabilities &caps,
+                   std::string &error) {
     int p[2];
     if (pipe2(p, O_CLOEXEC) != 0) return error = strerror(errno), false;
     pid_t pid = fork();
@@ -362,7 +378,8 @@ bool DriverCallback(pappl_system_t *, const char *driver_name, const char *, con
         if (data->num_bin == PAPPL_MAX_BIN) break;
         data->bin[data->num_bin++] = b.ipp.c_str();
     }
-    if (caps.defaultBin >= 0 && caps.defaultBin < data->num_bin) data->bin_default = caps.defaultBin;
+    if (caps.defaultBin >= 0 && caps.defaultBin < data->num_bin)
+        data->bin_default = caps.defaultBin;
     pappl_media_col_t &m = data->media_default;
     if (caps.defaultSource >= 0 && caps.defaultSource < data->num_source)
         Copy(m.source, sizeof m.source, data->source[caps.defaultSource]);

@@ -77,12 +77,16 @@ const char *SidesName(pappl_sides_t s) {
 
 const char *ColorModeName(pappl_color_mode_t m) {
     switch (m) {
-    case PAPPL_COLOR_MODE_COLOR: return "color";
-    case PAPPL_COLOR_MODE_BI_LEVEL: return "bi-level";
+    case PAPPL_COLOR_MODE_COLOR:
+        return "color";
+    case PAPPL_COLOR_MODE_BI_LEVEL:
+        return "bi-level";
     case PAPPL_COLOR_MODE_MONOCHROME:
     case PAPPL_COLOR_MODE_AUTO_MONOCHROME:
-    case PAPPL_COLOR_MODE_PROCESS_MONOCHROME: return "monochrome";
-    default: return "auto";
+    case PAPPL_COLOR_MODE_PROCESS_MONOCHROME:
+        return "monochrome";
+    default:
+        return "auto";
     }
 }
 
@@ -270,8 +274,7 @@ bool Work(pappl_job_t *job, pappl_pr_options_t *options, pappl_device_t *device,
 
     if (papplJobIsCanceled(job)) return true; // PAPPL marks it canceled
     if (failure.empty() && WIFEXITED(status) && WEXITSTATUS(status) == 0) {
-        papplPrinterSetReasons(papplJobGetPrinter(job), PAPPL_PREASON_NONE,
-                               PAPPL_PREASON_OFFLINE);
+        papplPrinterSetReasons(papplJobGetPrinter(job), PAPPL_PREASON_NONE, PAPPL_PREASON_OFFLINE);
         return true;
     }
     if (WIFSIGNALED(status) && failure.empty()) {
@@ -279,6 +282,8 @@ bool Work(pappl_job_t *job, pappl_pr_options_t *options, pappl_device_t *device,
         reason = PAPPL_JREASON_ABORTED_BY_SYSTEM;
     } else if (WIFEXITED(status) && WEXITSTATUS(status) == kExitDocument) {
         reason = PAPPL_JREASON_DOCUMENT_FORMAT_ERROR;
+    } else if (WIFEXITED(status) && WEXITSTATUS(status) == kExitSettings) {
+        reason = PAPPL_JREASON_ERRORS_DETECTED; // the job asked what the printer refuses
     } else if (reason == PAPPL_JREASON_NONE) {
         reason = PAPPL_JREASON_DOCUMENT_UNPRINTABLE_ERROR;
     }
@@ -314,8 +319,7 @@ namespace {
 // A document in the printer's own input format (PDF): PAPPL's "raw" print callback.
 bool PrintFile(pappl_job_t *job, pappl_pr_options_t *options, pappl_device_t *device) {
     const char *format = papplJobGetFormat(job);
-    if (!RunWorker(job, options, device, papplJobGetFilename(job), format))
-        return false;
+    if (!RunWorker(job, options, device, papplJobGetFilename(job), format)) return false;
     papplJobSetImpressionsCompleted(job, -1); // PAPPL counts one more; the worker counted all
     return true;
 }
@@ -361,8 +365,7 @@ bool RasterStartJob(pappl_job_t *job, pappl_pr_options_t *, pappl_device_t *) {
     return true;
 }
 
-bool RasterStartPage(pappl_job_t *job, pappl_pr_options_t *options, pappl_device_t *,
-                     unsigned) {
+bool RasterStartPage(pappl_job_t *job, pappl_pr_options_t *options, pappl_device_t *, unsigned) {
     auto *spool = static_cast<RasterSpool *>(papplJobGetData(job));
     if (!spool || !spool->raster) return false;
     if (!cupsRasterWriteHeader2(spool->raster, &options->header)) spool->failed = true;
@@ -392,7 +395,8 @@ bool RasterEndJob(pappl_job_t *job, pappl_pr_options_t *options, pappl_device_t 
     if (spool->fd >= 0) close(spool->fd);
     bool ok = !spool->failed;
     if (!ok) papplJobSetMessage(job, "can't spool the raster: %s", strerror(errno));
-    if (ok && options && !papplJobIsCanceled(job)) ok = RunWorker(job, options, device, spool->path.c_str(), "image/pwg-raster");
+    if (ok && options && !papplJobIsCanceled(job))
+        ok = RunWorker(job, options, device, spool->path.c_str(), "image/pwg-raster");
     unlink(spool->path.c_str());
     delete spool;
     return ok;

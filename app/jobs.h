@@ -13,8 +13,10 @@ namespace q417::app {
 // documents through a filter to it, raster through the raster callbacks.
 inline constexpr const char *kDriverFormat = "application/pdf";
 
-// The worker's exit status when the document can't be read (any other failure exits 1).
+// The worker's exit status when the document can't be read, and when the job's settings are
+// refused (any other failure exits 1).
 inline constexpr int kExitDocument = 2;
+inline constexpr int kExitSettings = 3;
 
 // Fills in the job callbacks and the format of a driver.
 void SetJobCallbacks(pappl_pr_driver_data_t *data);

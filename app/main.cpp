@@ -158,7 +158,7 @@ const char *OptionValue(int argc, char **argv, int &i, std::string_view name) {
 // A private instance (one with a spool directory) keeps its socket in that directory instead,
 // for the server and for the subcommands that talk to it alike.
 extern "C" char *_papplMainloopGetServerPath(const char *base_name, uid_t uid, char *buffer,
-                                            size_t bufsize) {
+                                             size_t bufsize) {
     const std::string &dir = q417::app::TheApp().spoolDir;
     const char *snap = getenv("SNAP_COMMON");
     const char *tmp = getenv("TMPDIR");
@@ -186,8 +186,8 @@ extern "C" http_t *_papplMainloopConnect(const char *base_name, bool auto_start)
     }
     char path[1024];
     _papplMainloopGetServerPath(base_name, getuid(), path, sizeof path);
-    http_t *http = httpConnect2(path, 0, nullptr, AF_UNSPEC, HTTP_ENCRYPTION_IF_REQUESTED, 1,
-                                30000, nullptr);
+    http_t *http =
+        httpConnect2(path, 0, nullptr, AF_UNSPEC, HTTP_ENCRYPTION_IF_REQUESTED, 1, 30000, nullptr);
     if (!http)
         fprintf(stderr, "%s: no server runs in %s (%s server -o spool-directory=%s starts one)\n",
                 base_name, dir.c_str(), base_name, dir.c_str());

@@ -24,14 +24,20 @@ int WorkerMain(int argc, char **argv) {
     pages::OptionList options;
     for (int i = 2; i + 1 < argc; i += 2) {
         std::string flag = argv[i], value = argv[i + 1];
-        if (flag == "--pdd") request.pdd = value;
-        else if (flag == "--windows-dir") request.windowsDir = value;
-        else if (flag == "--type") doc.type = value;
-        else if (flag == "--file") doc.path = value;
-        else if (flag == "--job-name") request.jobName = value;
+        if (flag == "--pdd")
+            request.pdd = value;
+        else if (flag == "--windows-dir")
+            request.windowsDir = value;
+        else if (flag == "--type")
+            doc.type = value;
+        else if (flag == "--file")
+            doc.path = value;
+        else if (flag == "--job-name")
+            request.jobName = value;
         else if (flag == "-o") {
             size_t eq = value.find('=');
-            if (eq != std::string::npos) options.emplace_back(value.substr(0, eq), value.substr(eq + 1));
+            if (eq != std::string::npos)
+                options.emplace_back(value.substr(0, eq), value.substr(eq + 1));
         } else {
             fprintf(stderr, "ERROR: job worker: unknown argument %s\n", flag.c_str());
             return 1;
@@ -49,13 +55,16 @@ int WorkerMain(int argc, char **argv) {
     };
     request.sheetDone = [](int sheet) { fprintf(stderr, "SHEET: %d\n", sheet); };
     try {
-        pages::JobOptions job;
-        {
-            pages::Printer printer(request.pdd, "");
-            job = pages::MapOptions(pages::Describe(printer, request.windowsDir), options);
-        }
+        pages::Printer printer(request.pdd, "");
+        pages::JobOptions job =
+            pages::MapOptions(pages::Describe(printer, request.windowsDir), options);
         request.settings = job.settings;
         request.pageRanges = job.pageRanges;
+    } catch (const std::exception &e) {
+        fprintf(stderr, "ERROR: %s\n", e.what());
+        return kExitSettings;
+    }
+    try {
         pages::Sink sink("-");
         pages::Print(request, sink);
         return 0;

@@ -154,7 +154,8 @@ int RunProgram(const std::vector<std::string> &args, std::string *out = nullptr)
     std::string text;
     char buf[4096];
     ssize_t got;
-    while (rc == 0 && (got = read(p[0], buf, sizeof buf)) > 0) text.append(buf, static_cast<size_t>(got));
+    while (rc == 0 && (got = read(p[0], buf, sizeof buf)) > 0)
+        text.append(buf, static_cast<size_t>(got));
     close(p[0]);
     if (out) *out = text;
     if (rc != 0) return -1;
@@ -260,18 +261,18 @@ class AppTest : public ::testing::Test {
         // Workers run under a launcher of the test's: a job named "die-now" loses its worker
         // to a crash, one named "hang-now" to the application's timeout.
         std::string wrapper = dir + "/launcher.sh";
-        WriteFile(wrapper, "#!/bin/sh\n"
-                           "case \"$*\" in *die-now*) kill -SEGV $$ ;; *hang-now*) exec sleep 60 ;; esac\n"
-                           "exec \"$@\"\n");
+        WriteFile(wrapper,
+                  "#!/bin/sh\n"
+                  "case \"$*\" in *die-now*) kill -SEGV $$ ;; *hang-now*) exec sleep 60 ;; esac\n"
+                  "exec \"$@\"\n");
         chmod(wrapper.c_str(), 0755);
 
-        std::vector<std::string> args{Q417_APP,
-                                      "server",
-                                      "-o", "listen-hostname=127.0.0.1",
-                                      "-o", "server-port=" + std::to_string(port),
-                                      "-o", "spool-directory=" + spool,
-                                      "-o", "pdd-directory=" Q417_SHARE_DIR,
-                                      "-o", "log-level=debug"};
+        std::vector<std::string> args{Q417_APP, "server",
+                                      "-o",     "listen-hostname=127.0.0.1",
+                                      "-o",     "server-port=" + std::to_string(port),
+                                      "-o",     "spool-directory=" + spool,
+                                      "-o",     "pdd-directory=" Q417_SHARE_DIR,
+                                      "-o",     "log-level=debug"};
         std::vector<char *> argv;
         for (auto &a : args) argv.push_back(a.data());
         argv.push_back(nullptr);
@@ -294,13 +295,14 @@ class AppTest : public ::testing::Test {
         ASSERT_TRUE(up) << ReadFile(spool + "/q417-printer-app.log");
 
         // Printers are added as an administrator does, through the instance's own socket.
-        for (auto [name, driver, l] : {std::tuple{"office", "qcl4100", office},
-                                      std::tuple{"second", "qml2400", second}}) {
+        for (auto [name, driver, l] :
+             {std::tuple{"office", "qcl4100", office}, std::tuple{"second", "qml2400", second}}) {
             std::string out;
-            ASSERT_EQ(RunProgram({Q417_APP, "add", "-o", "spool-directory=" + spool, "-d", name, "-m",
-                           driver, "-v", "socket://127.0.0.1:" + std::to_string(l->port())},
-                          &out),
-                      0)
+            ASSERT_EQ(
+                RunProgram({Q417_APP, "add", "-o", "spool-directory=" + spool, "-d", name, "-m",
+                            driver, "-v", "socket://127.0.0.1:" + std::to_string(l->port())},
+                           &out),
+                0)
                 << out;
         }
         std::this_thread::sleep_for(1s); // conformance wants a printer-up-time above 0
@@ -326,7 +328,8 @@ class AppTest : public ::testing::Test {
     }
 
     void TearDown() override {
-        if (HasFailure()) fprintf(stderr, "--- application log (tail) ---\n%s\n", LogTail().c_str());
+        if (HasFailure())
+            fprintf(stderr, "--- application log (tail) ---\n%s\n", LogTail().c_str());
     }
 
     static std::string LogTail() {
@@ -363,14 +366,17 @@ class AppTest : public ::testing::Test {
             ippAddString(req, IPP_TAG_OPERATION, IPP_TAG_URI, "printer-uri", nullptr,
                          (uri + printer).c_str());
             ippAddInteger(req, IPP_TAG_OPERATION, IPP_TAG_INTEGER, "job-id", id);
-            ippAddString(req, IPP_TAG_OPERATION, IPP_TAG_NAME, "requesting-user-name", nullptr, "test");
+            ippAddString(req, IPP_TAG_OPERATION, IPP_TAG_NAME, "requesting-user-name", nullptr,
+                         "test");
             ipp_t *resp = cupsDoRequest(http, req, ("/ipp/print/" + printer).c_str());
             end.state = ippGetInteger(ippFindAttribute(resp, "job-state", IPP_TAG_ENUM), 0);
             if (end.state >= IPP_JSTATE_CANCELED) {
                 char buf[1024] = "";
-                ippAttributeString(ippFindAttribute(resp, "job-state-reasons", IPP_TAG_KEYWORD), buf, sizeof buf);
+                ippAttributeString(ippFindAttribute(resp, "job-state-reasons", IPP_TAG_KEYWORD),
+                                   buf, sizeof buf);
                 end.reasons = buf;
-                const char *m = ippGetString(ippFindAttribute(resp, "job-state-message", IPP_TAG_TEXT), 0, nullptr);
+                const char *m = ippGetString(
+                    ippFindAttribute(resp, "job-state-message", IPP_TAG_TEXT), 0, nullptr);
                 end.message = m ? m : "";
                 ippDelete(resp);
                 break;
@@ -392,9 +398,10 @@ class AppTest : public ::testing::Test {
             ippAddString(req, IPP_TAG_OPERATION, IPP_TAG_URI, "printer-uri", nullptr,
                          (uri + printer).c_str());
             ipp_t *resp = cupsDoRequest(http, req, ("/ipp/print/" + printer).c_str());
-            idle = ippGetInteger(ippFindAttribute(resp, "printer-state", IPP_TAG_ENUM), 0) ==
-                       IPP_PSTATE_IDLE &&
-                   ippGetInteger(ippFindAttribute(resp, "queued-job-count", IPP_TAG_INTEGER), 0) == 0;
+            idle =
+                ippGetInteger(ippFindAttribute(resp, "printer-state", IPP_TAG_ENUM), 0) ==
+                    IPP_PSTATE_IDLE &&
+                ippGetInteger(ippFindAttribute(resp, "queued-job-count", IPP_TAG_INTEGER), 0) == 0;
             ippDelete(resp);
             if (!idle) std::this_thread::sleep_for(100ms);
         }
@@ -404,7 +411,8 @@ class AppTest : public ::testing::Test {
 
     static std::string Decode(const std::string &stream) {
         std::string out;
-        q417tool::DecodeStream(reinterpret_cast<const uint8_t *>(stream.data()), stream.size(), out);
+        q417tool::DecodeStream(reinterpret_cast<const uint8_t *>(stream.data()), stream.size(),
+                               out);
         return out;
     }
 
@@ -417,7 +425,8 @@ class AppTest : public ::testing::Test {
 
 TEST_F(AppTest, PassesIppEverywhereConformance) {
     std::string out;
-    int rc = RunProgram({"ipptool", "-t", "-T", "30", "-f", pdf3, uri + "office", "ipp-everywhere.test"}, &out);
+    int rc = RunProgram(
+        {"ipptool", "-t", "-T", "30", "-f", pdf3, uri + "office", "ipp-everywhere.test"}, &out);
     EXPECT_EQ(rc, 0) << out;
     EXPECT_EQ(Count(out, "[FAIL]"), 0u) << out;
     // Its jobs print: let them all reach the printer before the next case.
@@ -475,7 +484,8 @@ TEST_F(AppTest, FourUpDuplexWatermarkedPdfArrivesAsOneSheet) {
     // The watermark is drawn once a page, at the centre of each page's cell.
     EXPECT_EQ(Count(listing, "label \"" Q417_WATERMARK_LABEL "\""), 3u);
     std::set<std::string> centres;
-    for (size_t p = listing.find("  IW "); p != std::string::npos; p = listing.find("  IW ", p + 1)) {
+    for (size_t p = listing.find("  IW "); p != std::string::npos;
+         p = listing.find("  IW ", p + 1)) {
         size_t pa = listing.find("PA", p);
         centres.insert(listing.substr(pa, listing.find(' ', pa) - pa));
     }
@@ -524,15 +534,16 @@ TEST_F(AppTest, FailedJobsAbortWithAReasonAndTheNextJobPrints) {
 
 TEST_F(AppTest, AnUnreachablePrinterShowsOffline) {
     std::string out;
-    ASSERT_EQ(RunProgram({Q417_APP, "add", "-o", "spool-directory=" + spool, "-d", "unplugged", "-m",
-                          "qml2400", "-v", "socket://127.0.0.1:" + std::to_string(FreePort())},
-                         &out),
-              0)
+    ASSERT_EQ(
+        RunProgram({Q417_APP, "add", "-o", "spool-directory=" + spool, "-d", "unplugged", "-m",
+                    "qml2400", "-v", "socket://127.0.0.1:" + std::to_string(FreePort())},
+                   &out),
+        0)
         << out;
     int id = Submit("unplugged", pdf3, "application/pdf", "nowhere");
     ASSERT_GT(id, 0);
-    http_t *http = httpConnect2("127.0.0.1", port, nullptr, AF_INET, HTTP_ENCRYPTION_NEVER, 1,
-                                5000, nullptr);
+    http_t *http =
+        httpConnect2("127.0.0.1", port, nullptr, AF_INET, HTTP_ENCRYPTION_NEVER, 1, 5000, nullptr);
     std::string reasons;
     for (int i = 0; i < 80 && reasons.find("offline") == std::string::npos; ++i) {
         std::this_thread::sleep_for(100ms);
