@@ -52,8 +52,10 @@ while True:
 printer=$!
 for _ in $(seq 50); do [ -s "$work/printer-port" ] && break; sleep 0.1; done
 spool=$work/spool
+mkdir "$work/share" # the descriptions where their compiled configurations may go
+cp "$root"/share/{qcl4100.pdd,qml2400.pdd,QMWMARK.INI} "$work/share"
 "$app" server -o listen-hostname=127.0.0.1 -o server-port="$port" -o spool-directory="$spool" \
-  -o pdd-directory="$root/share" -o log-level=warn &
+  -o pdd-directory="$work/share" -o log-level=warn &
 pid=$!
 for _ in $(seq 100); do
   [ -S "$spool/q417-printer-app.sock" ] && break

@@ -8,6 +8,7 @@
 #include <cups/cups.h>
 #include <cups/raster.h>
 #include <gtest/gtest.h>
+#include <jpeglib.h>
 
 #include <arpa/inet.h>
 #include <atomic>
@@ -27,6 +28,7 @@
 #include <sstream>
 #include <string>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -207,6 +209,30 @@ void MakePng(const std::string &path) {
     cairo_surface_destroy(s);
 }
 
+// A small colour JPEG: a red-to-blue gradient.
+void MakeJpeg(const std::string &path) {
+    FILE *f = fopen(path.c_str(), "wb");
+    jpeg_compress_struct c{};
+    jpeg_error_mgr err{};
+    c.err = jpeg_std_error(&err);
+    jpeg_create_compress(&c);
+    jpeg_stdio_dest(&c, f);
+    c.image_width = 240, c.image_height = 160, c.input_components = 3, c.in_color_space = JCS_RGB;
+    jpeg_set_defaults(&c);
+    jpeg_start_compress(&c, TRUE);
+    std::vector<JSAMPLE> row(240 * 3);
+    for (unsigned y = 0; y < 160; ++y) {
+        for (unsigned x = 0; x < 240; ++x)
+            row[x * 3] = static_cast<JSAMPLE>(x), row[x * 3 + 1] = 64,
+                    row[x * 3 + 2] = static_cast<JSAMPLE>(255 - x);
+        JSAMPROW r = row.data();
+        jpeg_write_scanlines(&c, &r, 1);
+    }
+    jpeg_finish_compress(&c);
+    jpeg_destroy_compress(&c);
+    fclose(f);
+}
+
 // One A4 page of 8-bit grey raster at 300 dpi, PWG or Apple: white with a black band.
 void MakeRaster(const std::string &path, cups_mode_t mode) {
     int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
@@ -232,7 +258,7 @@ struct JobEnd {
 
 class AppTest : public ::testing::Test {
   protected:
-    static inline std::string dir, spool, uri, pdf3, pdf20, png, pwg, urf, damaged;
+    static inline std::string dir, spool, uri, pdf3, pdf20, png, jpeg, pwg, urf, damaged;
     static inline pid_t app = -1;
     static inline int port = 0;
     static inline Listener *office = nullptr, *second = nullptr;
@@ -252,6 +278,7 @@ class AppTest : public ::testing::Test {
         MakePdf(pdf3, 3);
         MakePdf(pdf20, 20);
         MakePng(png);
+        MakeJpeg(jpeg = dir + "/gradient.jpg");
         MakeRaster(pwg, CUPS_RASTER_WRITE_PWG);
         MakeRaster(urf, CUPS_RASTER_WRITE_APPLE);
         // A PDF cut short in the middle of its first page's content.
@@ -267,11 +294,17 @@ class AppTest : public ::testing::Test {
                   "exec \"$@\"\n");
         chmod(wrapper.c_str(), 0755);
 
+        // The descriptions in a folder of the test's: the library compiles them beside them.
+        std::string share = dir + "/share";
+        mkdir(share.c_str(), 0755);
+        for (const char *f : {"qcl4100.pdd", "qml2400.pdd", "QMWMARK.INI"})
+            WriteFile(share + "/" + f, ReadFile(std::string(Q417_SHARE_DIR) + "/" + f));
+
         std::vector<std::string> args{Q417_APP, "server",
                                       "-o",     "listen-hostname=127.0.0.1",
                                       "-o",     "server-port=" + std::to_string(port),
                                       "-o",     "spool-directory=" + spool,
-                                      "-o",     "pdd-directory=" Q417_SHARE_DIR,
+                                      "-o",     "pdd-directory=" + share,
                                       "-o",     "log-level=debug"};
         std::vector<char *> argv;
         for (auto &a : args) argv.push_back(a.data());
@@ -492,13 +525,13 @@ TEST_F(AppTest, FourUpDuplexWatermarkedPdfArrivesAsOneSheet) {
     EXPECT_EQ(centres.size(), 3u) << "three distinct cells";
 }
 
-TEST_F(AppTest, PngAndRasterArriveAsPages) {
+TEST_F(AppTest, ImagesAndRasterArriveAsPages) {
     struct Case {
         std::string file;
         const char *format;
     };
-    for (const Case &c :
-         {Case{png, "image/png"}, Case{pwg, "image/pwg-raster"}, Case{urf, "image/urf"}}) {
+    for (const Case &c : {Case{png, "image/png"}, Case{jpeg, "image/jpeg"},
+                          Case{pwg, "image/pwg-raster"}, Case{urf, "image/urf"}}) {
         SCOPED_TRACE(c.format);
         int id = Submit("office", c.file, c.format, "image");
         ASSERT_GT(id, 0) << cupsLastErrorString();
