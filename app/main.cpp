@@ -128,10 +128,12 @@ pappl_system_t *SystemCallback(int num_options, cups_option_t *options, void *) 
            &version.version[2]);
     papplSystemSetVersions(system, 1, &version);
 
-    static std::string state;
-    state = StateFile(app);
-    papplSystemLoadState(system, state.c_str());
-    papplSystemSetSaveCallback(system, SaveState, &state);
+    if (app.server) { // the printers and their defaults, kept across runs
+        static std::string state;
+        state = StateFile(app);
+        papplSystemLoadState(system, state.c_str());
+        papplSystemSetSaveCallback(system, SaveState, &state);
+    }
     return system;
 }
 
