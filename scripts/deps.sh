@@ -8,8 +8,10 @@ pkgs=(
   libfontconfig-dev libfreetype-dev libpng-dev
   fonts-dejavu-core fonts-dejavu-extra fonts-liberation2
   clang libclang-rt-14-dev
+  cups cups-daemon cups-client cups-filters libcups2-dev
   libcairo2-dev ghostscript time
   libgs-dev libjpeg-dev libcups2-dev
+  libpappl-dev cups-ipp-utils
 )
 missing=()
 for p in "${pkgs[@]}"; do

@@ -1,4 +1,5 @@
 // q417 pdd: compile a printer description, show its compiled configuration, check it.
+#include "ppd_writer.h"
 #include "printer.h"
 #include "tool.h"
 
@@ -16,6 +17,7 @@ namespace {
 
 struct PddOptions {
     std::string file;
+    std::string output = "-", windir; // ppd
 };
 
 // The library's rule for the binary file: the PDD's path with its last three characters
@@ -382,10 +384,26 @@ Command AddPddCommand(CLI::App &app) {
                  "and whether a configuration can be built. Exit status 1 when the "
                  "description can't be used");
     check->add_option("file", o->file, "The PDD file")->required();
-    return {sub, [o, compile, show, check]() -> int {
+    CLI::App *ppd = sub->add_subcommand(
+        "ppd", "Write a PPD file for CUPS: the printer's papers, sources, media, bins, "
+               "resolutions, duplex, colour and the watermarks of QMWMARK.INI");
+    ppd->add_option("file", o->file, "The PDD file")->required();
+    ppd->add_option("-o,--output", o->output, "The PPD file to write; - for standard output")
+        ->capture_default_str();
+    ppd->add_option("--windir", o->windir,
+                    "The folder of QMWMARK.INI (default: $Q417_WINDIR, else the samples')");
+    return {sub, [o, compile, show, check, ppd]() -> int {
                 if (compile->parsed()) return RunCompile(*o);
                 if (show->parsed()) return RunShow(*o);
                 if (check->parsed()) return RunCheck(*o);
+                if (ppd->parsed()) {
+                    const char *env = getenv("Q417_WINDIR");
+                    std::string dir = !o->windir.empty() ? o->windir
+                                      : env && *env      ? env
+                                                         : EmbeddedDefaults().dir;
+                    q417::cups::WritePpd(o->file, dir, o->output);
+                    return 0;
+                }
                 return 0;
             }};
 }
