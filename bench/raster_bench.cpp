@@ -36,8 +36,8 @@ Bitmap Page(int w, int h, int channels) {
                 v = v < 0 ? 0 : v > 255 ? 255 : v;
             }
             for (int c = 0; c < channels; ++c)
-                row[static_cast<size_t>(x) * channels + c] = static_cast<uint8_t>(
-                    channels == 3 && c == 1 ? 255 - (255 - v) / 2 : v);
+                row[static_cast<size_t>(x) * channels + c] =
+                    static_cast<uint8_t>(channels == 3 && c == 1 ? 255 - (255 - v) / 2 : v);
         }
     }
     return b;

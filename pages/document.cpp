@@ -31,8 +31,7 @@ Fit FitPage(double pageW, double pageH, int rotate, int boxW, int boxH) {
     return f;
 }
 
-DocType DetectType(const std::string &name, const std::string &mime, const uint8_t *d,
-                   size_t n) {
+DocType DetectType(const std::string &name, const std::string &mime, const uint8_t *d, size_t n) {
     struct Known {
         const char *mime;
         DocType type;
@@ -75,14 +74,14 @@ void RenderPicture(const Image &img, const RenderBox &box, const BandFn &band) {
     Fit fit = FitPage(img.width, img.height, 0, box.width, box.height);
     constexpr int kBand = 128;
     size_t stride = static_cast<size_t>(box.width) * box.channels;
-    std::vector<uint8_t> rows(stride * kBand);
+    std::vector<uint8_t> rows;
     // The fitted picture's extent in the box, and the picture's size as turned.
     bool odd = fit.quarters & 1;
     double tw = (odd ? img.height : img.width) * fit.scale;
     double th = (odd ? img.width : img.height) * fit.scale;
     for (int y0 = 0; y0 < box.height; y0 += kBand) {
         int count = std::min(kBand, box.height - y0);
-        std::fill(rows.begin(), rows.end(), 255);
+        rows.assign(stride * kBand, 255);
         for (int r = 0; r < count; ++r) {
             double v = (y0 + r + 0.5 - fit.y) / fit.scale;
             if (v < 0 || y0 + r + 0.5 - fit.y >= th) continue;
@@ -93,10 +92,19 @@ void RenderPicture(const Image &img, const RenderBox &box, const BandFn &band) {
                 // From the turned picture back to the picture's own pixels.
                 long sx, sy;
                 switch (fit.quarters) {
-                case 1: sx = static_cast<long>(v), sy = img.height - 1 - static_cast<long>(u); break;
-                case 2: sx = img.width - 1 - static_cast<long>(u), sy = img.height - 1 - static_cast<long>(v); break;
-                case 3: sx = img.width - 1 - static_cast<long>(v), sy = static_cast<long>(u); break;
-                default: sx = static_cast<long>(u), sy = static_cast<long>(v); break;
+                case 1:
+                    sx = static_cast<long>(v), sy = img.height - 1 - static_cast<long>(u);
+                    break;
+                case 2:
+                    sx = img.width - 1 - static_cast<long>(u),
+                    sy = img.height - 1 - static_cast<long>(v);
+                    break;
+                case 3:
+                    sx = img.width - 1 - static_cast<long>(v), sy = static_cast<long>(u);
+                    break;
+                default:
+                    sx = static_cast<long>(u), sy = static_cast<long>(v);
+                    break;
                 }
                 sx = std::clamp(sx, 0L, static_cast<long>(img.width) - 1);
                 sy = std::clamp(sy, 0L, static_cast<long>(img.height) - 1);
@@ -111,7 +119,7 @@ void RenderPicture(const Image &img, const RenderBox &box, const BandFn &band) {
                 }
             }
         }
-        band(rows.data(), y0, count, stride);
+        band(rows, y0, count, stride);
     }
 }
 
@@ -235,9 +243,12 @@ std::unique_ptr<PageSource> OpenDocument(const std::string &path, const std::str
                                          DocType type, const std::string &password,
                                          const RenderBox &box) {
     switch (type) {
-    case DocType::Pdf: return OpenPdf(path, name, password, box);
-    case DocType::Raster: return std::make_unique<RasterSource>(path, name, box);
-    default: return std::make_unique<ImageSource>(path, name, type, box);
+    case DocType::Pdf:
+        return OpenPdf(path, name, password, box);
+    case DocType::Raster:
+        return std::make_unique<RasterSource>(path, name, box);
+    default:
+        return std::make_unique<ImageSource>(path, name, type, box);
     }
 }
 

@@ -9,6 +9,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace q417::pages {
 
@@ -17,11 +18,15 @@ struct RenderBox {
     int width = 0, height = 0;
     int channels = 1; // 1 gray, 3 RGB
     int dpi = 300;
+    // Gray for a monochrome printer: a source that dithers as it draws may hand over rows of
+    // one bit a pixel instead, 1 ink, the ordered dither of pages/raster.h.
+    bool oneBit = false;
 };
 
-// Rows [y, y + count) of the box, `stride` bytes apart. Called in order, top down, covering
-// the whole box; the rows are valid only during the call.
-using BandFn = std::function<void(const uint8_t *rows, int y, int count, size_t stride)>;
+// Rows [y, y + count) of the box, `stride` bytes apart, at the start of `rows`. Called in
+// order, top down, covering the whole box. The callee may take the buffer, leaving another
+// (of any size) in its place, so a band is handed on without a copy.
+using BandFn = std::function<void(std::vector<uint8_t> &rows, int y, int count, size_t stride)>;
 
 // How a page of `pageW` x `pageH` (any unit; its /Rotate already applied) lies in a box:
 // clockwise quarter turns of the content (0 to 3), scale (box pixels a page unit) and the
@@ -38,6 +43,8 @@ class PageSource {
     virtual ~PageSource() = default;
     // Pages in the document; -1 for a stream whose length shows only at its end.
     virtual int Count() = 0;
+    // Whether its rows are one bit a pixel (see RenderBox::oneBit), or 8-bit samples.
+    virtual bool OneBit() const { return false; }
     // Renders page `index` (from 0; each call's index above the last's) into the box the
     // source was opened for; false when the document has no such page (a stream that
     // ended). Fail()s naming the file.

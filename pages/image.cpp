@@ -122,8 +122,7 @@ PnmHeader ReadPnmHeader(const std::vector<uint8_t> &d, uint64_t total, const std
     uint64_t need = hd.kind == 4   ? (static_cast<uint64_t>(hd.w) + 7) / 8 * hd.h
                     : hd.kind >= 5 ? samples * (hd.maxval > 255 ? 2 : 1)
                                    : samples;
-    if (total < hd.data || total - hd.data < need)
-        Fail("%s: image data cut short", name.c_str());
+    if (total < hd.data || total - hd.data < need) Fail("%s: image data cut short", name.c_str());
     return hd;
 }
 
@@ -247,7 +246,8 @@ void ReadJpeg(const std::string &path, const std::string &name, Image *out) {
         for (size_t x = 0; x < cinfo.output_width; ++x) {
             // Adobe writes CMYK JPEGs inverted: 255 is no ink.
             const uint8_t *p = &row[x * 4];
-            for (int k = 0; k < 3; ++k) out->pixels.push_back(static_cast<uint8_t>(p[k] * p[3] / 255));
+            for (int k = 0; k < 3; ++k)
+                out->pixels.push_back(static_cast<uint8_t>(p[k] * p[3] / 255));
         }
     }
     jpeg_finish_decompress(&cinfo);

@@ -1,14 +1,26 @@
 // The spooler's side of a job: blocks, pages, its end.
 #include "job.h"
 
+#include "format.h"
+
 #include <algorithm>
+#include <cstdarg>
 #include <cstring>
 #include <vector>
 
 namespace q417::pages {
 
-Job::Job(HANDLE32 printer) : job_(DrvSplStartDoc(printer, 1)) {
-    if (!job_) Fail("the library could not start the job");
+Job::Job(HANDLE32 printer, const Sink *sink) : job_(DrvSplStartDoc(printer, 1)), sink_(sink) {
+    if (!job_) Refused("the library could not start the job");
+}
+
+void Job::Refused(const char *fmt, ...) const {
+    if (sink_) sink_->Check();
+    va_list ap;
+    va_start(ap, fmt);
+    std::string what = VFormat(fmt, ap);
+    va_end(ap);
+    throw Error(what);
 }
 
 Job::~Job() {
@@ -23,7 +35,7 @@ void Job::Send(uint8_t tag, const void *data, size_t size, const char *what) {
     if (size) std::memcpy(block.data() + 1, data, size);
     DWORD written = 0;
     if (!DrvSplWritePrinter(job_, block.data(), static_cast<DWORD>(block.size()), &written))
-        Fail("the library refused the %s block", what);
+        Refused("the library refused the %s block", what);
 }
 
 void Job::Data(const std::string &bytes, Sink &sink) {
@@ -36,11 +48,11 @@ void Job::Data(const std::string &bytes, Sink &sink) {
 }
 
 void Job::StartPage(int page) {
-    if (!DrvSplStartPage(job_)) Fail("page %d: the library refused to start the page", page);
+    if (!DrvSplStartPage(job_)) Refused("page %d: the library refused to start the page", page);
 }
 
 void Job::EndPage(int page) {
-    if (!DrvSplEndPage(job_)) Fail("page %d: the library refused to end the page", page);
+    if (!DrvSplEndPage(job_)) Refused("page %d: the library refused to end the page", page);
 }
 
 void Job::End() {

@@ -14,10 +14,11 @@ namespace q417::pages {
 // Tags of the blocks that carry job state; any other tag is print data.
 enum : uint8_t { TAG_DEVINFO = 1, TAG_DEVMODE = 2, TAG_JOBNAME = 8, TAG_DATA = 0x10 };
 
-// An open job; aborted and closed unless it was ended.
+// An open job; aborted and closed unless it was ended. With the job's sink given, a call the
+// library refuses after the sink failed reports the sink's error, the cause, not the refusal.
 class Job {
   public:
-    explicit Job(HANDLE32 printer);
+    explicit Job(HANDLE32 printer, const Sink *sink = nullptr);
     ~Job();
     Job(const Job &) = delete;
     Job &operator=(const Job &) = delete;
@@ -31,7 +32,10 @@ class Job {
     void End();
 
   private:
+    [[noreturn]] void Refused(const char *fmt, ...) const __attribute__((format(printf, 2, 3)));
+
     void *job_;
+    const Sink *sink_;
     bool ended_ = false;
 };
 

@@ -105,10 +105,14 @@ class GsSource : public PageSource {
         gsapi_register_callout(gs_, Callout, this);
         gsapi_set_arg_encoding(gs_, GS_ARG_ENCODING_UTF8);
         gsapi_add_control_path(gs_, GS_PERMIT_FILE_READING, path.c_str());
-        unsigned format =
-            unsigned{box.channels == 3 ? DISPLAY_COLORS_RGB : DISPLAY_COLORS_GRAY} |
-            unsigned{DISPLAY_DEPTH_8} | unsigned{DISPLAY_ALPHA_NONE} |
-            unsigned{DISPLAY_BIGENDIAN} | unsigned{DISPLAY_TOPFIRST};
+        oneBit_ = box.oneBit && box.channels == 1;
+        // One bit a pixel in the device's own format has 1 for ink, as the encoder takes it.
+        unsigned format = unsigned{box.channels == 3 ? DISPLAY_COLORS_RGB
+                                   : oneBit_         ? DISPLAY_COLORS_NATIVE
+                                                     : DISPLAY_COLORS_GRAY} |
+                          unsigned{oneBit_ ? DISPLAY_DEPTH_1 : DISPLAY_DEPTH_8} |
+                          unsigned{DISPLAY_ALPHA_NONE} | unsigned{DISPLAY_BIGENDIAN} |
+                          unsigned{DISPLAY_TOPFIRST};
         std::vector<std::string> args = {
             "q417",
             "-q",
@@ -120,6 +124,9 @@ class GsSource : public PageSource {
             "-r" + std::to_string(box.dpi),
             "-g" + std::to_string(box.width) + "x" + std::to_string(box.height),
             "-dFIXEDMEDIA",
+            // Smoothing pictures as they are enlarged costs Ghostscript as much again as
+            // drawing the page, and a dithered print shows none of it.
+            "-dNOINTERPOLATE",
         };
         if (!password.empty()) args.push_back("-sPDFPassword=" + password);
         std::vector<char *> argv;
@@ -138,12 +145,12 @@ class GsSource : public PageSource {
                                       : "%s: encrypted PDF file: the password is wrong",
                      name.c_str());
             Fail("%s: damaged PDF file: %s", name.c_str(),
-                 output_.find("****") != std::string::npos ? FirstLine().c_str()
-                                                           : "no pages");
+                 output_.find("****") != std::string::npos ? FirstLine().c_str() : "no pages");
         }
     }
 
     int Count() override { return count_; }
+    bool OneBit() const override { return oneBit_; }
 
     bool Render(int index, const BandFn &band) override {
         if (index >= count_) return false;
@@ -167,14 +174,15 @@ class GsSource : public PageSource {
         int rotate = ((static_cast<int>(v[8]) / 90) % 4 + 4) % 4;
         Fit fit = FitPage(x1 - x0, y1 - y0, rotate, box_.width, box_.height);
         double s = fit.scale * 72.0 / box_.dpi; // points a page unit
-        char ps[512];
+        char ps[1024];
         snprintf(ps, sizeof ps,
                  "%d pdfgetpage dup /UsesTransparency get << /PageUsesTransparency 3 -1 roll >>"
-                 " setpagedevice pdfshowpage_init"
+                 " setpagedevice %s pdfshowpage_init"
                  " %.6f %.6f translate %.9f dup scale %d rotate %.6f %.6f translate"
                  " %.6f %.6f %.6f %.6f rectclip pdfshowpage_finish\n",
-                 page, box_.width * 36.0 / box_.dpi, box_.height * 36.0 / box_.dpi, s,
-                 -90 * fit.quarters, -(x0 + x1) / 2, -(y0 + y1) / 2, x0, y0, x1 - x0, y1 - y0);
+                 page, oneBit_ ? kBayerHalftone : "", box_.width * 36.0 / box_.dpi,
+                 box_.height * 36.0 / box_.dpi, s, -90 * fit.quarters, -(x0 + x1) / 2,
+                 -(y0 + y1) / 2, x0, y0, x1 - x0, y1 - y0);
         band_ = &band;
         bandY_ = -1;
         pageDone_ = false;
@@ -187,8 +195,11 @@ class GsSource : public PageSource {
             Fail("%s: page %d: damaged PDF page: %s", name_.c_str(), page, FirstLine().c_str());
         // A page Ghostscript gave up on before its bands still fills its cell, blank.
         if (rowsDelivered_ < box_.height) {
-            std::vector<uint8_t> white(static_cast<size_t>(box_.width) * box_.channels, 255);
-            for (int y = rowsDelivered_; y < box_.height; ++y) band(white.data(), y, 1, 0);
+            size_t stride = RowBytes();
+            for (int y = rowsDelivered_; y < box_.height; ++y) {
+                std::vector<uint8_t> white(stride, oneBit_ ? 0 : 255);
+                band(white, y, 1, stride);
+            }
         }
         return true;
     }
@@ -212,8 +223,7 @@ class GsSource : public PageSource {
             if (b != std::string::npos && line.compare(b, 4, "Q417") != 0) {
                 line = line.substr(b);
                 if (line.rfind("Error: ", 0) == 0) line = line.substr(7);
-                while (!line.empty() && (line.back() == '.' || line.back() == ' '))
-                    line.pop_back();
+                while (!line.empty() && (line.back() == '.' || line.back() == ' ')) line.pop_back();
                 return line;
             }
             if (end == std::string::npos) return "unreadable";
@@ -276,7 +286,7 @@ class GsSource : public PageSource {
 
     int NextBand(void **memory, int *ox, int *oy, int *raster, int *planeRaster, int *x, int *y,
                  int *w, int *h) {
-        size_t stride = (static_cast<size_t>(box_.width) * box_.channels + 7) & ~size_t{7};
+        size_t stride = (RowBytes() + 7) & ~size_t{7};
         if (pageDone_) {
             *w = *h = 0;
             return 0;
@@ -284,7 +294,7 @@ class GsSource : public PageSource {
         if (bandY_ >= 0 && band_ && !failure_) {
             int rows = std::min(bandRows_, box_.height - bandY_);
             try {
-                (*band_)(bandBuf_.data(), bandY_, rows, stride);
+                (*band_)(bandBuf_, bandY_, rows, stride);
                 rowsDelivered_ = bandY_ + rows;
             } catch (...) {
                 failure_ = std::current_exception();
@@ -306,7 +316,14 @@ class GsSource : public PageSource {
         return 0;
     }
 
+    size_t RowBytes() const {
+        return oneBit_ ? (static_cast<size_t>(box_.width) + 7) / 8
+                       : static_cast<size_t>(box_.width) * box_.channels;
+    }
+
     static display_callback kCallbacks;
+    static const char kBayerHalftone[];
+    bool oneBit_ = false;
 
     std::unique_lock<std::mutex> lock_;
     std::string name_;
@@ -320,6 +337,16 @@ class GsSource : public PageSource {
     std::vector<uint8_t> bandBuf_;
     std::exception_ptr failure_;
 };
+
+// The encoder's ordered dither as Ghostscript's halftone: an 8 by 8 Bayer matrix of
+// thresholds on the 0..255 scale, a gray below its threshold inked. Ghostscript's default
+// transfer for a one-bit device lightens grays (about as g^0.8); an identity one makes a gray
+// ink as much of the paper as the encoder's dither does.
+const char GsSource::kBayerHalftone[] =
+    "{} settransfer << /HalftoneType 3 /Width 8 /Height 8 /Thresholds <"
+    "038323a30b8b2babc343e363cb4beb6b33b313933bbb1b9bf373d353fb7bdb5b"
+    "0f8f2faf078727a7cf4fef6fc747e7673fbf1f9f37b71797ff7fdf5ff777d757"
+    "> >> sethalftone";
 
 display_callback GsSource::kCallbacks = {
     sizeof(display_callback),

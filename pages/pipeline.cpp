@@ -1,7 +1,7 @@
 // The renderer's thread and the queue of bands between it and the encoder.
 #include "pipeline.h"
 
-#include <cstring>
+#include <stdexcept>
 
 namespace q417::pages {
 
@@ -13,9 +13,8 @@ struct Stopped {};
 Pipeline::Pipeline(RenderJob job, size_t maxBands) : max_(maxBands ? maxBands : 1) {
     thread_ = std::thread([this, job = std::move(job)] {
         try {
-            job([this](int page, const uint8_t *rows, int y, int count, size_t stride) {
-                Push(page, rows, y, count, stride);
-            });
+            job([this](int page, bool oneBit, std::vector<uint8_t> &rows, int y, int count,
+                       size_t stride) { Push(page, oneBit, rows, y, count, stride); });
         } catch (const Stopped &) {
         } catch (...) {
             std::lock_guard<std::mutex> l(m_);
@@ -36,20 +35,19 @@ Pipeline::~Pipeline() {
     thread_.join();
 }
 
-void Pipeline::Push(int page, const uint8_t *rows, int y, int count, size_t stride) {
+void Pipeline::Push(int page, bool oneBit, std::vector<uint8_t> &rows, int y, int count,
+                    size_t stride) {
+    if (rows.size() < stride * static_cast<size_t>(count)) throw std::logic_error("short band");
     std::unique_lock<std::mutex> l(m_);
     cv_.wait(l, [this] { return stop_ || queue_.size() < max_; });
     if (stop_) throw Stopped{};
     Band b;
-    if (!spare_.empty()) {
-        b.rows = std::move(spare_.back());
+    b.page = page, b.oneBit = oneBit, b.y = y, b.count = count, b.stride = stride;
+    b.rows.swap(rows);
+    if (!spare_.empty()) { // the renderer draws the next band into one the encoder is done with
+        rows.swap(spare_.back());
         spare_.pop_back();
     }
-    l.unlock(); // the copy runs beside the encoder
-    b.page = page, b.y = y, b.count = count, b.stride = stride;
-    b.rows.resize(stride * static_cast<size_t>(count));
-    if (count) memcpy(b.rows.data(), rows, b.rows.size());
-    l.lock();
     queue_.push_back(std::move(b));
     cv_.notify_all();
 }

@@ -17,7 +17,8 @@
 namespace q417::pages {
 
 struct Band {
-    int page = 0; // the job's page, from 0
+    int page = 0;        // the job's page, from 0
+    bool oneBit = false; // rows of one bit a pixel, 1 ink; else 8-bit samples
     int y = 0, count = 0;
     size_t stride = 0;
     std::vector<uint8_t> rows;
@@ -25,8 +26,9 @@ struct Band {
 
 // A job's pages as the renderer walks them: it calls `render(band)` for each page in turn,
 // handing each band of rows to the band function, and returns when the job's pages are done.
-using RenderJob = std::function<void(const std::function<void(int page, const uint8_t *rows,
-                                                              int y, int count, size_t stride)> &)>;
+using PageBandFn = std::function<void(int page, bool oneBit, std::vector<uint8_t> &rows, int y,
+                                      int count, size_t stride)>;
+using RenderJob = std::function<void(const PageBandFn &)>;
 
 class Pipeline {
   public:
@@ -42,7 +44,8 @@ class Pipeline {
     bool Next(Band &band);
 
   private:
-    void Push(int page, const uint8_t *rows, int y, int count, size_t stride);
+    // Takes the band's buffer, leaving a spare one in its place.
+    void Push(int page, bool oneBit, std::vector<uint8_t> &rows, int y, int count, size_t stride);
 
     std::mutex m_;
     std::condition_variable cv_;

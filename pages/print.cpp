@@ -5,10 +5,10 @@
 
 #include "common.h"
 #include "document.h"
-#include "format.h"
 #include "job.h"
 #include "pipeline.h"
 #include "printer.h"
+#include "raster.h"
 #include "render.h"
 
 #include <algorithm>
@@ -118,61 +118,6 @@ struct OpenedDocument {
     int count = -1; // -1: a stream, counted as it is read
 };
 
-// The raster resolutions PCL 5 knows: the largest not above the job's.
-int RasterDpi(int jobDpi) {
-    static const int kDpi[] = {600, 300, 200, 150, 100, 75};
-    for (int d : kDpi)
-        if (d <= jobDpi) return d;
-    return 75;
-}
-
-// Rows of 8-bit pixels as PCL raster graphics at a place on the sheet: an ordered dither to
-// one bit for monochrome printers, RGB rows for colour ones, each row in delta row
-// compression against the last.
-class RowEncoder {
-  public:
-    RowEncoder(int width, int height, bool colour, int x, int y, int jobDpi, int rasterDpi,
-               std::string &out)
-        : width_(width), colour_(colour), out_(out) {
-        out_ += Format("\x1b*p%dx%dY\x1b*t%dR\x1b*r%dS\x1b*r%dT\x1b*b3M\x1b*r1A", x, y,
-                       rasterDpi, width, height);
-        (void)jobDpi;
-        row_.resize(colour ? static_cast<size_t>(width) * 3 : (width + 7) / 8);
-        seed_.assign(row_.size(), 0);
-    }
-    void Row(const uint8_t *px, int channels) {
-        static const uint8_t kBayer[8][8] = {
-            {0, 32, 8, 40, 2, 34, 10, 42},  {48, 16, 56, 24, 50, 18, 58, 26},
-            {12, 44, 4, 36, 14, 46, 6, 38}, {60, 28, 52, 20, 62, 30, 54, 22},
-            {3, 35, 11, 43, 1, 33, 9, 41},  {51, 19, 59, 27, 49, 17, 57, 25},
-            {15, 47, 7, 39, 13, 45, 5, 37}, {63, 31, 55, 23, 61, 29, 53, 21}};
-        if (colour_) {
-            memcpy(row_.data(), px, row_.size());
-        } else {
-            std::fill(row_.begin(), row_.end(), 0);
-            for (int x = 0; x < width_; ++x) {
-                const uint8_t *p = px + x * channels;
-                int gray = channels == 3 ? (p[0] * 30 + p[1] * 59 + p[2] * 11) / 100 : p[0];
-                if (gray * 64 / 255 <= kBayer[y_ % 8][x % 8])
-                    row_[x / 8] |= static_cast<uint8_t>(0x80 >> (x % 8));
-            }
-        }
-        std::vector<uint8_t> delta = DeltaRow(row_.data(), seed_.data(), row_.size());
-        out_ += Format("\x1b*b%zuW", delta.size());
-        out_.append(reinterpret_cast<const char *>(delta.data()), delta.size());
-        seed_.swap(row_);
-        ++y_;
-    }
-    void Finish() { out_ += "\x1b*rC"; }
-
-  private:
-    int width_;
-    bool colour_;
-    std::string &out_;
-    int y_ = 0;
-    std::vector<uint8_t> row_, seed_;
-};
-
 // Every page's data begins by entering PCL: after a watermark on a cell that opened no page
 // header, the printer may still be in HP-GL/2.
 constexpr char kEnterPcl[] = "\x1b%0A";
@@ -196,6 +141,7 @@ void Print(const PrintRequest &req, Sink &sink) {
     }
     DDIDEVMODE *pdm = DM(dm);
     ApplySettings(pdm, req.settings);
+    if (req.deviceMode) req.deviceMode(pdm);
     PageGeometry g = Geometry(pdm);
     int dpi = pdm->dmYResolution; // the library prints at the vertical resolution
     if (dpi <= 0) Fail("the printer description gives no resolution");
@@ -215,13 +161,15 @@ void Print(const PrintRequest &req, Sink &sink) {
 
     // The box a logical page fills: the printable area, as its cell shows it on the sheet, in
     // raster pixels.
-    int64_t frameW = int64_t{g.cxPrintable} * dpi / 720, frameH = int64_t{g.cyPrintable} * dpi / 720;
+    int64_t frameW = int64_t{g.cxPrintable} * dpi / 720,
+            frameH = int64_t{g.cyPrintable} * dpi / 720;
     int64_t cellW = layout.n == 1 ? frameW : std::max<int64_t>(1, frameW * layout.scale / dpi);
     int64_t cellH = layout.n == 1 ? frameH : std::max<int64_t>(1, frameH * layout.scale / dpi);
-    int rasterDpi = RasterDpi(dpi);
+    int rasterDpi = RasterResolution(dpi);
     RenderBox box;
     box.dpi = rasterDpi;
     box.channels = info.colour ? 3 : 1;
+    box.oneBit = !info.colour;
     box.width = static_cast<int>(std::max<int64_t>(1, cellW * rasterDpi / dpi));
     box.height = static_cast<int>(std::max<int64_t>(1, cellH * rasterDpi / dpi));
     if (frameW <= 0 || frameH <= 0 || box.width > 40000 || box.height > 40000)
@@ -231,6 +179,9 @@ void Print(const PrintRequest &req, Sink &sink) {
     // any output, and the job's length is known for the progress.
     std::vector<std::unique_ptr<SpoolFile>> spools;
     std::vector<OpenedDocument> docs;
+    // A job of one document renders from the source its count came from: Ghostscript starts
+    // once. With more, each is opened again in turn, as one interpreter is all there is.
+    std::unique_ptr<PageSource> only;
     for (const Document &d : req.documents) {
         OpenedDocument od;
         od.name = d.path == "-" ? "standard input" : d.path;
@@ -249,7 +200,10 @@ void Print(const PrintRequest &req, Sink &sink) {
         }
         if (n < 0) Fail("%s: %s", od.name.c_str(), strerror(errno));
         od.type = DetectType(od.name, d.type, head, static_cast<size_t>(n));
-        od.count = OpenDocument(od.path, od.name, od.type, req.password, box)->Count();
+        std::unique_ptr<PageSource> src =
+            OpenDocument(od.path, od.name, od.type, req.password, box);
+        od.count = src->Count();
+        if (req.documents.size() == 1) only = std::move(src);
         docs.push_back(std::move(od));
     }
     // Pages printed: those of the job's pages that the ranges select.
@@ -264,7 +218,8 @@ void Print(const PrintRequest &req, Sink &sink) {
             for (int i = 0; i < od.count; ++i) printedTotal += InRanges(ranges, ++logical);
         }
     }
-    if (printedTotal == 0) Fail("--page-ranges %s: selects none of the pages", req.pageRanges.c_str());
+    if (printedTotal == 0)
+        Fail("--page-ranges %s: selects none of the pages", req.pageRanges.c_str());
 
     if (!Q417_SetOutputCallback(printer.handle(), Sink::Write, &sink))
         Fail("the library refused the output");
@@ -280,7 +235,7 @@ void Print(const PrintRequest &req, Sink &sink) {
     if (DDIGetDWord(pdm, DDI_WATERMARK) != 0) rec->bJobFlags = JOB_WATERMARK;
     std::u16string wname = Widen(req.jobName.empty() ? "q417 job" : req.jobName);
 
-    Job job(printer.handle());
+    Job job(printer.handle(), &sink);
     job.Send(TAG_DEVINFO, info1.data(), info1.size(), "device record");
     job.Send(TAG_DEVMODE, dm.data(), dm.size(), "device mode");
     job.Send(TAG_JOBNAME, wname.data(), wname.size() * 2, "job name");
@@ -324,7 +279,9 @@ void Print(const PrintRequest &req, Sink &sink) {
         RenderJob render = [&](const auto &band) {
             int logical = 0, printed = 0;
             for (const auto &od : docs) {
-                auto src = OpenDocument(od.path, od.name, od.type, req.password, box);
+                std::unique_ptr<PageSource> src =
+                    only ? std::move(only)
+                         : OpenDocument(od.path, od.name, od.type, req.password, box);
                 for (int i = 0; od.count < 0 || i < od.count; ++i) {
                     if (!InRanges(ranges, ++logical)) {
                         if (od.count < 0 && !ranges.empty() && ranges.back().last &&
@@ -333,18 +290,19 @@ void Print(const PrintRequest &req, Sink &sink) {
                         continue;
                     }
                     int p = printed;
-                    bool rendered = src->Render(i, [&](const uint8_t *rows, int y, int count,
-                                                       size_t stride) {
-                        band(p, rows, y, count, stride);
-                    });
+                    bool oneBit = src->OneBit();
+                    bool rendered = src->Render(
+                        i, [&](std::vector<uint8_t> &rows, int y, int count, size_t stride) {
+                            band(p, oneBit, rows, y, count, stride);
+                        });
                     if (!rendered) break;
                     ++printed;
                 }
             }
         };
-        Pipeline pipe(std::move(render), 4);
+        Pipeline pipe(std::move(render), 2);
         std::string out;
-        std::optional<RowEncoder> enc;
+        std::optional<RasterEncoder> enc;
         int current = -1;
         Band b;
         while (pipe.Next(b)) {
@@ -356,7 +314,13 @@ void Print(const PrintRequest &req, Sink &sink) {
                 enc.emplace(box.width, box.height, info.colour, layout.origins[cell].first,
                             layout.origins[cell].second, dpi, rasterDpi, out);
             }
-            for (int r = 0; r < b.count; ++r) enc->Row(b.rows.data() + r * b.stride, box.channels);
+            for (int r = 0; r < b.count; ++r) {
+                const uint8_t *row = b.rows.data() + r * b.stride;
+                if (b.oneBit)
+                    enc->Bits(row);
+                else
+                    enc->Row(row, box.channels);
+            }
             if (out.size() >= 256 * 1024) {
                 job.Data(out, sink);
                 out.clear();

@@ -36,6 +36,9 @@ struct PrintRequest {
     std::function<void(int page, int total)> progress;
     // Called as each sheet is complete (sheet from 1), for accounting (CUPS's PAGE: lines).
     std::function<void(int sheet)> sheetDone;
+    // Called once the device mode is set, before the job starts: a front end's look at the
+    // job's settings as the library has them.
+    std::function<void(DDIDEVMODE *)> deviceMode;
 };
 
 // Runs the job end to end into `sink` and finishes the sink. Fail()s (throws Error) with one

@@ -5,32 +5,47 @@
 #include <cstdlib>
 #include <cstring>
 #include <strings.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace q417::pages {
 
 namespace {
 
-std::string Absolute(const std::string &path) {
-    if (!path.empty() && path[0] == '/') return path;
-    char cwd[4096];
-    if (!getcwd(cwd, sizeof cwd)) Fail("current directory: %s", std::strerror(errno));
-    return std::string(cwd) + "/" + path;
-}
-
 std::string DirName(const std::string &path) {
     size_t slash = path.rfind('/');
     return slash == std::string::npos ? "." : path.substr(0, slash ? slash : 1);
 }
 
+// Room the library has for the 8-bit path of a description's compiled file.
+constexpr size_t kLibraryPathRoom = 259;
+
+bool Plain(const std::string &s) {
+    for (unsigned char c : s)
+        if (c >= 0x80) return false;
+    return true;
+}
+
 } // namespace
 
-Printer::Printer(const std::string &pdd, const std::string &port) : pdd_(Absolute(pdd)) {
+bool LibraryCanCompile(const std::string &libraryPath) {
+    return libraryPath.size() <= kLibraryPathRoom && Plain(libraryPath);
+}
+
+Printer::Printer(const std::string &pdd, const std::string &port) : pdd_(AbsolutePath(pdd)) {
     if (access(pdd_.c_str(), R_OK) != 0) Fail("%s: %s", pdd.c_str(), std::strerror(errno));
+    // The library spells paths in an 8-bit code page with a fixed room: a folder it can't
+    // spell, or a long one, is given to it by a short name (a link to the same folder), so the
+    // compiled configuration and a plug-in are still found beside the description.
     std::string dir = DirName(pdd_);
+    library_ = pdd_;
+    if (!LibraryCanCompile(pdd_)) {
+        dir = ShortAlias(dir);
+        library_ = dir + pdd_.substr(pdd_.rfind('/'));
+    }
     Q417_PRINTER p{};
     p.name = "q417";
-    p.pdd_path = pdd_.c_str();
+    p.pdd_path = library_.c_str();
     p.driver_dir = dir.c_str();
     p.port = port.c_str();
     h_ = Q417_AddPrinter(&p);
@@ -41,10 +56,75 @@ Printer::~Printer() {
     if (h_) Q417_DeletePrinter(h_);
 }
 
-std::vector<uint8_t> Printer::NewDevMode() {
+namespace {
+
+std::vector<uint8_t> Block(HGLOBAL h) {
+    std::vector<uint8_t> t(h ? Q417_ReadBlock(h, nullptr, 0) : 0);
+    if (!t.empty()) Q417_ReadBlock(h, t.data(), static_cast<DWORD>(t.size()));
+    return t;
+}
+
+int32_t I32(const std::vector<uint8_t> &t, size_t index) {
+    int32_t v = 0;
+    if (t.size() / 4 > index) std::memcpy(&v, t.data() + index * 4, 4);
+    return v;
+}
+
+// Whether a configuration can print: resolutions with their dots, and papers (but the
+// custom row) with a size and a printable area in both orientations.
+bool Sound(const CFGINFO &c) {
+    if (c.nResolutions == 0 || c.nPapers == 0) return false;
+    auto dims = Block(c.hPaperDims), dpi = Block(c.hResValues);
+    size_t rows = c.wVersion > 8 ? 2 * size_t{c.nPapers} : c.nPapers;
+    if (dims.size() / 24 < rows || dpi.size() / 8 < c.nResolutions) return false;
+    for (size_t r = 0; r < rows; ++r) {
+        if (static_cast<INT>(r % c.nPapers) == c.nCustomPaper) continue;
+        for (size_t f : {0, 1, 4, 5})
+            if (I32(dims, r * 6 + f) <= 0) return false;
+    }
+    for (size_t r = 0; r < 2 * size_t{c.nResolutions}; ++r) // the device mode's are 16 bits
+        if (I32(dpi, r) <= 0 || I32(dpi, r) > 32767) return false;
+    return true;
+}
+
+// A device mode of this printer, with nothing attached yet.
+std::vector<uint8_t> Blank(HANDLE32 h, const std::string &pdd) {
     std::vector<uint8_t> dm(DDIDEVMODE_SIZE);
-    if (Q417_InitDevMode(dm.data(), static_cast<DWORD>(dm.size()), h_, 0) == 0)
-        Fail("%s: the library can't make a device mode", pdd_.c_str());
+    if (Q417_InitDevMode(dm.data(), static_cast<DWORD>(dm.size()), h, 0) == 0)
+        Fail("%s: the library can't make a device mode", pdd.c_str());
+    return dm;
+}
+
+} // namespace
+
+// The library keeps the first configuration it reads for the process, so a damaged compiled
+// file (one that reads well and makes no sense) is found before that: it is built again from
+// the description, which writes the compiled file anew.
+void Printer::RepairCompiled() {
+    if (!LibraryCanCompile(library_) || library_.size() < 3) return;
+    std::string bdd = library_.substr(0, library_.size() - 3) + "bdd";
+    struct stat b {
+    }, p{};
+    if (stat(bdd.c_str(), &b) != 0 || !S_ISREG(b.st_mode) || b.st_size == 0 ||
+        stat(library_.c_str(), &p) != 0)
+        return;
+    if (b.st_mtim.tv_sec < p.st_mtim.tv_sec ||
+        (b.st_mtim.tv_sec == p.st_mtim.tv_sec && b.st_mtim.tv_nsec <= p.st_mtim.tv_nsec))
+        return; // stale: the library parses the description anyway
+    for (bool compiled : {true, false}) {
+        std::vector<uint8_t> dm = Blank(h_, pdd_);
+        if (compiled) DM(dm)->bCfgFlags |= CFGF_BINARY;
+        CFGINFO c{};
+        if (!GetConfig(DM(dm), &c)) return;
+        bool sound = Sound(c);
+        Q417_FreeConfig(&c);
+        if (sound) return;
+    }
+}
+
+std::vector<uint8_t> Printer::NewDevMode() {
+    RepairCompiled();
+    std::vector<uint8_t> dm = Blank(h_, pdd_);
     DDIDEVMODE *pdm = DM(dm);
     pdm->bCfgFlags |= CFGF_BINARY; // take the binary file beside the PDD when it is current
     if (!Q417_AttachConfig(pdm))
@@ -67,6 +147,7 @@ void Printer::Adopt(std::vector<uint8_t> &dm) {
     if (dm.size() < DDIDEVMODE_SIZE || DM(dm)->wRecordSize != DDIDEVMODE_SIZE)
         Fail("not a device mode: %zu bytes, record size %u", dm.size(),
              dm.size() >= DDIDEVMODE_SIZE ? DM(dm)->wRecordSize : 0u);
+    RepairCompiled();
     DDIDEVMODE *pdm = DM(dm);
     // Handles and pointers of another process mean nothing here.
     pdm->hPrinter = h_;
@@ -119,7 +200,8 @@ long ParseNumber(const std::string &text, const std::string &what) {
     errno = 0;
     char *end = nullptr;
     long v = std::strtol(text.c_str(), &end, 0);
-    if (text.empty() || *end || errno) Fail("%s: not a number: \"%s\"", what.c_str(), text.c_str());
+    if (text.empty() || *end || errno)
+        FailSetting("%s: not a number: \"%s\"", what.c_str(), text.c_str());
     return v;
 }
 
@@ -134,13 +216,13 @@ int ResolveOption(DDIDEVMODE *pdm, const Keyword &k, const std::string &value) {
     if (numeric) {
         long i = std::strtol(value.c_str(), nullptr, 10);
         if (i >= 0 && static_cast<size_t>(i) < options.size()) return static_cast<int>(i);
-        Fail("%s index %s out of range: the printer has %zu", k.name, value.c_str(),
-             options.size());
+        FailSetting("%s index %s out of range: the printer has %zu (0 to %zu)", k.name,
+                    value.c_str(), options.size(), options.size() ? options.size() - 1 : 0);
     }
     std::string choices;
     for (const auto &o : options) choices += (choices.empty() ? "" : ", ") + o.key;
-    Fail("unknown %s \"%s\" (the printer has: %s)", k.name, value.c_str(),
-         choices.empty() ? "none" : choices.c_str());
+    FailSetting("unknown %s \"%s\" (the printer has: %s)", k.name, value.c_str(),
+                choices.empty() ? "none" : choices.c_str());
 }
 
 const IdName kDWordIds[] = {

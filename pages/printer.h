@@ -20,17 +20,27 @@ class Printer {
 
     HANDLE32 handle() const { return h_; }
     const std::string &pdd() const { return pdd_; }
+    // The description's path as the library has it: a short name when the real one is long or
+    // holds characters beyond ASCII.
+    const std::string &libraryPath() const { return library_; }
 
     // A fresh device mode with the printer's configuration attached and every selection at
-    // the description's default. Fail()s when the library can't build a configuration.
+    // the description's default. A compiled configuration that is damaged is built again from
+    // the description. Fail()s when the library can't build a configuration.
     std::vector<uint8_t> NewDevMode();
     // A device mode read back from a file: handle and configuration made good for this run.
     void Adopt(std::vector<uint8_t> &dm);
 
   private:
+    void RepairCompiled();
+
     HANDLE32 h_ = 0;
-    std::string pdd_;
+    std::string pdd_, library_;
 };
+
+// Whether the library can keep a compiled configuration beside a description at this path
+// (its 8-bit name fits the library's room and its code page).
+bool LibraryCanCompile(const std::string &libraryPath);
 
 inline DDIDEVMODE *DM(std::vector<uint8_t> &dm) {
     return reinterpret_cast<DDIDEVMODE *>(dm.data());

@@ -39,7 +39,8 @@ struct RasterStats {
 // them (and clear `out`) between rows, so a page need not be held twice.
 //
 // Monochrome: ordered dither to one bit a pixel, anchored to the sheet so that neighbouring
-// pictures meet without a seam. Colour: 24-bit RGB rows, as the job's colour set-up expects.
+// pictures meet without a seam. Colour: 24-bit RGB rows, as the job's colour set-up expects,
+// each byte within SetTolerance() levels of the picture's.
 // A picture with no ink sends nothing at all.
 class RasterEncoder {
   public:
@@ -52,12 +53,21 @@ class RasterEncoder {
     // The next row, top down: `width` pixels of `channels` samples (1 gray, 3 RGB), 255 white.
     // Rows past `height` are ignored.
     void Row(const uint8_t *pixels, int channels);
+    // The next row of a monochrome picture dithered already (by a renderer that halftones
+    // itself): one bit a pixel, 1 ink, the first pixel in the high bit of the first byte.
+    void Bits(const uint8_t *bits);
     // Ends the raster graphics; rows not given stay blank. Call it once, after the last row.
     void Finish();
+
+    // Colour rows: how many levels (of 255) a byte may move towards the row above it so that
+    // the delta row can leave it out; 0 sends the picture exactly.
+    static constexpr int kColourTolerance = 3;
+    void SetTolerance(int levels) { tolerance_ = levels; }
 
     const RasterStats &Stats() const { return stats_; }
 
   private:
+    void Next();
     void Begin();
     void Send(const uint8_t *row);
 
@@ -68,9 +78,10 @@ class RasterEncoder {
     int rowIndex_ = 0;
     int pendingSkip_ = 0; // blank rows not yet moved over
     bool begun_ = false, finished_ = false;
-    int method_ = -1;       // compression method the printer is in; -1 not yet said
+    int method_ = -1; // compression method the printer is in; -1 not yet said
+    int tolerance_ = kColourTolerance;
     size_t rowBytes_;
-    std::vector<uint8_t> row_, seed_, m2_, m3_;
+    std::vector<uint8_t> row_, seed_, m2_, m3_, gray_;
     RasterStats stats_;
 };
 

@@ -59,8 +59,8 @@ class Canvas {
     void Rect(int64_t x, int64_t y, int64_t w, int64_t h) {
         x = std::clamp<int64_t>(x, 0, w_ - 1), y = std::clamp<int64_t>(y, 0, h_ - 1);
         w = std::clamp<int64_t>(w, 1, w_ - x), h = std::clamp<int64_t>(h, 1, h_ - y);
-        out += Format("\x1b*p%lldx%lldY\x1b*c%llda%lldb0P", LL(p_.X(x)), LL(p_.Y(y)),
-                      LL(p_.L(w)), LL(p_.L(h)));
+        out += Format("\x1b*p%lldx%lldY\x1b*c%llda%lldb0P", LL(p_.X(x)), LL(p_.Y(y)), LL(p_.L(w)),
+                      LL(p_.L(h)));
     }
     // Text with its baseline at (x, y), kept on the page; Univers bold at `pt` points of the
     // logical page.

@@ -3,93 +3,143 @@
 #include "common.h"
 #include "printer.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <iterator>
 #include <initializer_list>
 #include <strings.h>
 #include <utility>
 
 namespace q417::pages {
 
-static void Select(DDIDEVMODE *pdm, const std::string &family, const std::string &value) {
+namespace {
+
+void Select(DDIDEVMODE *pdm, const std::string &family, const std::string &value) {
     if (value.empty()) return;
     const Keyword *k = FindKeyword(family);
     int index = ResolveOption(pdm, *k, value);
     if (!DDISetDWord(pdm, k->id, static_cast<DWORD>(index)))
-        Fail("%s \"%s\": refused by the library", family.c_str(), value.c_str());
+        FailSetting("%s \"%s\": refused by the library", family.c_str(), value.c_str());
 }
 
-static DWORD Word(const std::string &value, const char *what,
-           std::initializer_list<std::pair<const char *, DWORD>> words) {
-    for (const auto &[w, v] : words)
-        if (strcasecmp(w, value.c_str()) == 0) return v;
-    return static_cast<DWORD>(ParseNumber(value, what));
+struct Word {
+    const char *word;
+    DWORD value;
+};
+
+// The value of a word (case ignored); FailSetting()s listing `accepts` when there is none.
+template <size_t N>
+DWORD Lookup(const std::string &value, const char *what, const Word (&words)[N],
+             const char *accepts) {
+    for (const Word &w : words)
+        if (strcasecmp(w.word, value.c_str()) == 0) return w.value;
+    FailSetting("%s \"%s\": expected %s", what, value.c_str(), accepts);
 }
 
-// "WxH" in points, or with "mm" behind it in millimetres; decipoints back.
-static std::pair<DWORD, DWORD> CustomSize(const std::string &s) {
+const Word kOrientations[] = {{"portrait", 0},
+                              {"landscape", 1},
+                              {"reverse-portrait", 2},
+                              {"reverse-landscape", 3},
+                              {"0", 0},
+                              {"1", 1},
+                              {"2", 2},
+                              {"3", 3}};
+
+// The device mode's duplex 2 reaches the printer as PCL's short-edge binding (ESC&l2S) and 3
+// as long-edge binding (ESC&l1S): a binding edge is asked for by the edge it names. The IPP
+// and PPD words are here too, so every front end passes its own words straight through.
+const Word kDuplexModes[] = {{"none", 1},
+                             {"simplex", 1},
+                             {"one-sided", 1},
+                             {"long", 3},
+                             {"two-sided-long-edge", 3},
+                             {"DuplexNoTumble", 3},
+                             {"short", 2},
+                             {"two-sided-short-edge", 2},
+                             {"DuplexTumble", 2}};
+
+const Word kEmulations[] = {{"PCL5", 1}, {"PCL5e", 2}, {"PCL5C", 3}, {"PCL5eC", 4}, {"1", 1},
+                            {"2", 2},    {"3", 3},     {"4", 4},     {"5", 5},      {"6", 6}};
+
+const int kNups[] = {1, 2, 4, 6, 9, 16};
+
+// "WxH" in points, or with "mm" (or "pt") behind it; decipoints back.
+std::pair<DWORD, DWORD> CustomSize(const std::string &s) {
     double w = 0, h = 0;
     char unit[8] = {};
     int got = std::sscanf(s.c_str(), "%lfx%lf%7s", &w, &h, unit);
     bool mm = got == 3 && strcasecmp(unit, "mm") == 0;
-    if (got < 2 || (got == 3 && !mm && strcasecmp(unit, "pt") != 0) || w <= 0 || h <= 0)
-        Fail("--custom \"%s\": expected WIDTHxHEIGHT in points, or with mm behind", s.c_str());
+    bool pt = got == 3 && strcasecmp(unit, "pt") == 0;
+    // Up to 10 m a side: anything larger is a typing mistake, and stays far from overflow.
+    constexpr double kMaxPoints = 28346.0;
     double f = mm ? 7200.0 / 254.0 : 10.0;
+    if (got < 2 || (got == 3 && !mm && !pt) || !(w > 0) || !(h > 0) || w * f > kMaxPoints * 10 ||
+        h * f > kMaxPoints * 10)
+        FailSetting("--custom \"%s\": expected WIDTHxHEIGHT in points (or with mm behind), "
+                    "each above 0 and up to 10 m",
+                    s.c_str());
     return {static_cast<DWORD>(w * f), static_cast<DWORD>(h * f)};
 }
 
+} // namespace
+
+void CheckSettings(const JobSettings &o) {
+    if (!o.orientation.empty())
+        Lookup(o.orientation, "--orientation", kOrientations,
+               "portrait, landscape, reverse-portrait or reverse-landscape");
+    if (!o.duplex.empty())
+        Lookup(o.duplex, "--duplex", kDuplexModes,
+               "none, long (long-edge binding) or short (short-edge binding)");
+    if (!o.emulation.empty())
+        Lookup(o.emulation, "--emulation", kEmulations, "PCL5, PCL5e, PCL5C, PCL5eC or 1 to 6");
+    if (o.copies != -1 && (o.copies < 1 || o.copies > 32767))
+        FailSetting("--copies %d: expected 1 to 32767", o.copies);
+    if (o.nup != -1 && std::find(std::begin(kNups), std::end(kNups), o.nup) == std::end(kNups))
+        FailSetting("--nup %d: expected 1, 2, 4, 6, 9 or 16", o.nup);
+    if (o.watermark != -1 && (o.watermark < 0 || o.watermark > 65535))
+        FailSetting("--watermark %d: expected 0 (none) to 65535", o.watermark);
+    if (!o.custom.empty()) CustomSize(o.custom);
+}
+
 void ApplySettings(DDIDEVMODE *pdm, const JobSettings &o) {
+    CheckSettings(o);
     Select(pdm, "paper", o.paper);
     Select(pdm, "source", o.source);
     Select(pdm, "bin", o.bin);
     Select(pdm, "media", o.media);
     Select(pdm, "resolution", o.resolution);
     if (!o.orientation.empty()) {
-        DWORD code = Word(
-            o.orientation, "--orientation",
-            {{"portrait", 0}, {"landscape", 1}, {"reverse-portrait", 2}, {"reverse-landscape", 3}});
+        DWORD code = Lookup(o.orientation, "--orientation", kOrientations, "");
         if (!DDISetDWord(pdm, DDI_PAGEORIENT, code))
-            Fail("--orientation %s: out of range (portrait, landscape, reverse-portrait, "
-                 "reverse-landscape or 0 to 3)",
-                 o.orientation.c_str());
+            FailSetting("--orientation %s: refused by the library", o.orientation.c_str());
     }
-    if (o.copies != -1) {
-        if (o.copies < 1 || o.copies > 32767)
-            Fail("--copies %d: out of range (1 to 32767)", o.copies);
-        DDISetDWord(pdm, DDI_COPIES, static_cast<DWORD>(o.copies));
-    }
+    if (o.copies != -1) DDISetDWord(pdm, DDI_COPIES, static_cast<DWORD>(o.copies));
     if (!o.duplex.empty()) {
-        DWORD d =
-            Word(o.duplex, "--duplex", {{"none", 1}, {"simplex", 1}, {"long", 2}, {"short", 3}});
+        DWORD d = Lookup(o.duplex, "--duplex", kDuplexModes, "");
         if (DDISetDWord(pdm, DDI_DUPLEX, d) == 0xFFFFFFFFu)
-            Fail("--duplex %s: out of range (none, long, short or 0 to 3)", o.duplex.c_str());
+            FailSetting("--duplex %s: refused by the library", o.duplex.c_str());
     }
     if (o.collate) DDISetDWord(pdm, DDI_COLLATE, 1);
     if (!o.emulation.empty()) {
-        DWORD e = Word(o.emulation, "--emulation",
-                       {{"PCL5", 1}, {"PCL5e", 2}, {"PCL5C", 3}, {"PCL5eC", 4}});
+        DWORD e = Lookup(o.emulation, "--emulation", kEmulations, "");
         if (!DDISetDWord(pdm, DDI_EMULATION, e))
-            Fail("--emulation %s: out of range (PCL5, PCL5e, PCL5C, PCL5eC or 1 to 6)",
-                 o.emulation.c_str());
+            FailSetting("--emulation %s: refused by the library", o.emulation.c_str());
     }
     if (o.nup != -1 && !DDISetDWord(pdm, DDI_PAGESPERSHEET, static_cast<DWORD>(o.nup)))
-        Fail("--nup %d: out of range (1, 2, 4, 6, 9 or 16)", o.nup);
-    if (o.watermark != -1) {
-        if (o.watermark < 0 || o.watermark > 65535)
-            Fail("--watermark %d: out of range (0 to 65535)", o.watermark);
-        DDISetDWord(pdm, DDI_WATERMARK, static_cast<DWORD>(o.watermark));
-    }
+        FailSetting("--nup %d: refused by the library", o.nup);
+    if (o.watermark != -1) DDISetDWord(pdm, DDI_WATERMARK, static_cast<DWORD>(o.watermark));
     if (o.watermarkFirstPage) DDISetDWord(pdm, DDI_WMFIRSTPAGE, 1);
     if (!o.custom.empty()) {
         CFGINFO cfg{};
         Q417_ReadBlock(pdm->hConfig, &cfg, sizeof cfg);
-        if (cfg.nCustomPaper < 0) Fail("--custom: the printer has no custom paper size");
+        if (cfg.nCustomPaper < 0) FailSetting("--custom: the printer has no custom paper size");
         auto [w, h] = CustomSize(o.custom);
         DWORD minW = DDIGetDWord(pdm, DDI_CUSTMINWIDTH), maxW = DDIGetDWord(pdm, DDI_CUSTMAXWIDTH);
         DWORD minH = DDIGetDWord(pdm, DDI_CUSTMINHEIGHT),
               maxH = DDIGetDWord(pdm, DDI_CUSTMAXHEIGHT);
         if ((minW && w < minW) || (maxW && w > maxW) || (minH && h < minH) || (maxH && h > maxH))
-            Fail("--custom %s: out of range (%.1f x %.1f to %.1f x %.1f points)", o.custom.c_str(),
-                 minW / 10.0, minH / 10.0, maxW / 10.0, maxH / 10.0);
+            FailSetting("--custom %s: expected %.1f x %.1f to %.1f x %.1f points", o.custom.c_str(),
+                        minW / 10.0, minH / 10.0, maxW / 10.0, maxH / 10.0);
         DDISetDWord(pdm, DDI_PAPERSIZE, static_cast<DWORD>(cfg.nCustomPaper));
         DDISetDWord(pdm, DDI_CUSTWIDTH, w);
         DDISetDWord(pdm, DDI_CUSTHEIGHT, h);

@@ -22,8 +22,14 @@ struct JobSettings {
     bool watermarkFirstPage = false;
 };
 
-// Sets `s` into the device mode through DDISetDWord; Fail()s naming the setting and what it
-// accepts.
+// Checks what can be checked without a printer (words, ranges, the custom size's form);
+// FailSetting()s naming the setting and what it accepts. ApplySettings() checks it too.
+// duplex takes none, long, short, and the IPP and PPD words (one-sided,
+// two-sided-long-edge, two-sided-short-edge, DuplexNoTumble, DuplexTumble).
+void CheckSettings(const JobSettings &s);
+
+// Sets `s` into the device mode through DDISetDWord; FailSetting()s naming the
+// setting and what it accepts.
 void ApplySettings(DDIDEVMODE *pdm, const JobSettings &s);
 
 // Page geometry in decipoints (720 to the inch), in the job's orientation, as block 1 carries

@@ -10,6 +10,7 @@ pkgs=(
   clang libclang-rt-14-dev
   cups cups-daemon cups-client cups-filters libcups2-dev
   libcairo2-dev ghostscript time
+  libgs-dev libjpeg-dev libcups2-dev
 )
 missing=()
 for p in "${pkgs[@]}"; do

@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <arpa/inet.h>
 #include <atomic>
+#include <chrono>
+#include <csignal>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
@@ -17,6 +19,7 @@
 #include <sstream>
 #include <string>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -52,18 +55,28 @@ class CliTest : public ::testing::Test {
     }
     void TearDown() override { fs::remove_all(dir_); }
 
-    Result Run(const std::vector<std::string> &args) {
-        Result r;
+    // How a run differs from a plain one: environment changes (an empty value unsets) and a
+    // file for standard output instead of the captured one.
+    struct Setup {
+        std::vector<std::pair<std::string, std::string>> env;
+        std::string stdoutTo;
+    };
+
+    // Starts the tool in the scratch directory; its output goes to .stdout and .stderr there.
+    pid_t Start(const std::vector<std::string> &args, const Setup &setup = {}) {
         fs::path out = dir_ / ".stdout", err = dir_ / ".stderr";
         pid_t pid = fork();
         if (pid == 0) {
             if (chdir(dir_.c_str()) != 0) _exit(127);
-            int o = open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+            const char *to = setup.stdoutTo.empty() ? out.c_str() : setup.stdoutTo.c_str();
+            int o = open(to, O_WRONLY | O_CREAT | O_TRUNC, 0644);
             int e = open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
             dup2(o, 1);
             dup2(e, 2);
             setenv("Q417_HOME", (dir_ / "home").c_str(), 1);
             unsetenv("Q417_WINDIR");
+            for (const auto &[name, value] : setup.env)
+                value.empty() ? unsetenv(name.c_str()) : setenv(name.c_str(), value.c_str(), 1);
             std::vector<char *> argv;
             argv.push_back(const_cast<char *>(Q417_TOOL));
             for (const auto &a : args) argv.push_back(const_cast<char *>(a.c_str()));
@@ -71,14 +84,26 @@ class CliTest : public ::testing::Test {
             execv(Q417_TOOL, argv.data());
             _exit(127);
         }
+        return pid;
+    }
+
+    // Waits for a started run; status -1 when a signal ended it.
+    Result Finish(pid_t pid, int *signal = nullptr) {
+        Result r;
         int st = 0;
         waitpid(pid, &st, 0);
         r.status = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
+        if (signal) *signal = WIFSIGNALED(st) ? WTERMSIG(st) : 0;
+        fs::path out = dir_ / ".stdout", err = dir_ / ".stderr";
         r.out = Slurp(out);
         r.err = Slurp(err);
         fs::remove(out);
         fs::remove(err);
         return r;
+    }
+
+    Result Run(const std::vector<std::string> &args, const Setup &setup = {}) {
+        return Finish(Start(args, setup));
     }
 
     // The whole library answers (not the stand-ins of subsystems still being built).
@@ -172,6 +197,20 @@ TEST_F(CliTest, UsageMistakesAreOneLineErrors) {
         {{"pdd"}, "subcommand"},
         {{"dump"}, "stream"},
         {{"devmode", "get", "dm.bin"}, "names"},
+        // Values out of range, each with what the option accepts.
+        {{"print", "--copies", "-1"}, "--copies: -1 is out of range: expected 1 to 32767"},
+        {{"print", "--copies", "32768"}, "expected 1 to 32767"},
+        {{"print", "--nup", "-1"}, "expected 1, 2, 4, 6, 9 or 16"},
+        {{"print", "--nup", "3"}, "expected 1, 2, 4, 6, 9 or 16"},
+        {{"print", "--watermark", "-1"}, "expected 0 (none) to 65535"},
+        {{"print", "--pages", "0"}, "expected 1 to 10000"},
+        {{"print", "--orientation", "up"}, "portrait, landscape, reverse-portrait or reverse-l"},
+        {{"print", "--duplex", "2"}, "none, long (long-edge binding) or short"},
+        {{"print", "--emulation", "PCL6"}, "PCL5, PCL5e, PCL5C, PCL5eC or 1 to 6"},
+        {{"print", "--custom", "0x500"}, "WIDTHxHEIGHT in points"},
+        {{"print", "--custom", "1e9x500mm"}, "up to 10 m"},
+        {{"print", "--timeout", "1,2,3"}, "SECONDS for both limits, or CONNECT,WRITE"},
+        {{"print", "--timeout", "-5"}, "SECONDS for both limits"},
     };
     for (const auto &[args, mention] : cases) {
         Result r = Run(args);
@@ -345,7 +384,9 @@ TEST_F(CliTest, ImagesBecomeRasterRows) {
         EXPECT_EQ(b.resolution, 600);
         EXPECT_EQ(b.bitsPerPixel, 24);
         EXPECT_GT(b.rows.size(), 100u);
-        EXPECT_EQ(b.rows[0].size(), static_cast<size_t>(b.width) * 3);
+        auto row = std::find_if(b.rows.begin(), b.rows.end(), [](auto &r) { return !r.empty(); });
+        ASSERT_NE(row, b.rows.end());
+        EXPECT_EQ(row->size(), static_cast<size_t>(b.width) * 3);
     }
     EXPECT_LT(fs::file_size(dir_ / "img.prn"), 200000u); // enlarged rows repeat: no bytes
 
@@ -354,19 +395,46 @@ TEST_F(CliTest, ImagesBecomeRasterRows) {
     EXPECT_FALSE(fs::exists(dir_ / "bad.prn"));
 }
 
+// Settings the printer can't take are mistakes on the command line too: status 2, nothing
+// written.
 TEST_F(CliTest, SettingErrorsLeaveNoOutput) {
     if (!LibraryReady()) GTEST_SKIP() << "the library's subsystems are still stand-ins";
     const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
-        {{"print", "--paper", "Tabloid"}, "unknown paper \"Tabloid\""},
+        {{"print", "--paper", "Tabloid"}, "unknown paper \"Tabloid\" (the printer has: A4,"},
         {{"print", "--source", "Drawer9"}, "unknown source"},
-        {{"print", "--paper", "42"}, "out of range"},
-        {{"print", "--nup", "3"}, "--nup 3"},
-        {{"print", "--copies", "0"}, "--copies 0"},
-        {{"print", "--custom", "10x10"}, "--custom"},
+        {{"print", "--paper", "42"}, "the printer has 8 (0 to 7)"},
+        {{"print", "--custom", "10x10"}, "--custom 10x10: expected 216.0 x 360.0 to"},
+        {{"devmode", "new", "dm.bin", "-s", "PAGESPERSHEET=3"}, "PAGESPERSHEET"},
     };
     for (const auto &[args, mention] : cases) {
-        ExpectOneErrorLine(Run(args), mention);
+        Result r = Run(args);
+        ExpectOneErrorLine(r, mention);
+        EXPECT_EQ(r.status, 2) << mention;
         EXPECT_TRUE(Leftovers().empty()) << mention;
+    }
+}
+
+// A binding edge asked for is the one the printer gets: PCL's 1 binds on the long edge, 2 on
+// the short one. The IPP and PPD words of the other front ends map the same way.
+TEST_F(CliTest, DuplexNamesTheBindingEdge) {
+    if (!LibraryReady()) GTEST_SKIP() << "the library's subsystems are still stand-ins";
+    const struct {
+        const char *word, *golden, *listed;
+    } cases[] = {
+        {"long", "\x1b&l26a0o4d1E\x1b&l1S",
+         "ESC&l1S                     simplex/duplex: duplex, long edge"},
+        {"two-sided-long-edge", "\x1b&l26a0o4d1E\x1b&l1S", "duplex, long edge"},
+        {"short", "\x1b&l26a0o4d1E\x1b&l2S",
+         "ESC&l2S                     simplex/duplex: duplex, short edge"},
+        {"DuplexTumble", "\x1b&l26a0o4d1E\x1b&l2S", "duplex, short edge"},
+        {"none", "\x1b&l26a0o4d1E\x1b&l0S", "simplex/duplex: simplex"},
+    };
+    for (const auto &c : cases) {
+        Result r = Run({"print", "--duplex", c.word, "-o", "-"});
+        ASSERT_EQ(r.status, 0) << c.word << r.err;
+        EXPECT_NE(r.out.find(c.golden), std::string::npos) << c.word;
+        std::ofstream(dir_ / "d.prn", std::ios::binary) << r.out;
+        EXPECT_NE(Run({"dump", "d.prn"}).out.find(c.listed), std::string::npos) << c.word;
     }
 }
 
@@ -414,6 +482,171 @@ TEST_F(CliTest, SocketOutputArrivesWhole) {
     // The port is free again: nobody listens there now.
     Result refused = Run({"print", "-o", "socket://127.0.0.1:" + std::to_string(port)});
     ExpectOneErrorLine(refused, "socket://127.0.0.1:" + std::to_string(port));
+}
+
+// Output lands where the user pointed: a device or FIFO is written in place and stays what it
+// is, a link is followed and stays a link, a replaced file keeps its mode, and a failed write
+// is an error that names its cause.
+TEST_F(CliTest, OutputGoesWhereItPoints) {
+    if (!LibraryReady()) GTEST_SKIP() << "the library's subsystems are still stand-ins";
+    ASSERT_EQ(Run({"print", "-o", "plain.prn"}).status, 0);
+    const std::string job = Slurp(dir_ / "plain.prn");
+    fs::remove(dir_ / "plain.prn");
+
+    Result r = Run({"print", "-o", "/dev/full"});
+    ExpectOneErrorLine(r, "q417: /dev/full: No space left on device\n");
+    EXPECT_EQ(r.status, 1);
+    EXPECT_TRUE(fs::is_character_file("/dev/full"));
+    r = Run({"print", "-o", "-"}, {{}, "/dev/full"});
+    ExpectOneErrorLine(r, "q417: standard output: No space left on device\n");
+    EXPECT_EQ(r.status, 1);
+    ASSERT_EQ(Run({"print", "-o", "/dev/null"}).status, 0);
+    EXPECT_TRUE(fs::is_character_file("/dev/null"));
+
+    ASSERT_EQ(mkfifo((dir_ / "fifo").c_str(), 0600), 0);
+    std::string fromFifo;
+    std::thread reader([&] {
+        std::ifstream f(dir_ / "fifo", std::ios::binary);
+        fromFifo.assign(std::istreambuf_iterator<char>(f), {});
+    });
+    r = Run({"print", "-o", "fifo"});
+    reader.join();
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(fromFifo, job);
+    EXPECT_TRUE(fs::is_fifo(dir_ / "fifo"));
+
+    fs::create_directory(dir_ / "sub");
+    std::ofstream(dir_ / "sub" / "old.prn") << "old";
+    fs::permissions(dir_ / "sub" / "old.prn", fs::perms::owner_read | fs::perms::owner_write);
+    const bool root = geteuid() == 0; // then the owner stays too
+    if (root) {
+        ASSERT_EQ(chown((dir_ / "sub" / "old.prn").c_str(), 4321, 4321), 0);
+    }
+    fs::create_symlink("sub/old.prn", dir_ / "link.prn");
+    ASSERT_EQ(Run({"print", "-o", "link.prn"}).status, 0);
+    EXPECT_TRUE(fs::is_symlink(dir_ / "link.prn"));
+    EXPECT_EQ(Slurp(dir_ / "sub" / "old.prn"), job);
+    EXPECT_EQ(fs::status(dir_ / "sub" / "old.prn").permissions(),
+              fs::perms::owner_read | fs::perms::owner_write);
+    EXPECT_EQ(std::distance(fs::directory_iterator(dir_ / "sub"), {}), 1);
+    struct stat st {};
+    ASSERT_EQ(stat((dir_ / "sub" / "old.prn").c_str(), &st), 0);
+    if (root) {
+        EXPECT_EQ(st.st_uid, 4321u);
+    }
+}
+
+// A printer that stops reading, or never answers, ends the job with a message that names the
+// host and what timed out; nothing waits for ever.
+TEST_F(CliTest, StalledPrinterTimesOut) {
+    if (!LibraryReady()) GTEST_SKIP() << "the library's subsystems are still stand-ins";
+    // A page of noise makes megabytes of raster, far more than the connection holds.
+    std::string noise = "P5 400 400 255\n";
+    for (int i = 0; i < 400 * 400; ++i) noise += static_cast<char>((i * 7919) % 251);
+    std::ofstream(dir_ / "noise.pgm", std::ios::binary) << noise;
+    int lsock = socket(AF_INET, SOCK_STREAM, 0);
+    int small = 4096;
+    setsockopt(lsock, SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
+    sockaddr_in addr{};
+    addr.sin_family = AF_INET;
+    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ASSERT_EQ(bind(lsock, reinterpret_cast<sockaddr *>(&addr), sizeof addr), 0);
+    ASSERT_EQ(listen(lsock, 0), 0);
+    socklen_t len = sizeof addr;
+    getsockname(lsock, reinterpret_cast<sockaddr *>(&addr), &len);
+    const std::string port = "socket://127.0.0.1:" + std::to_string(ntohs(addr.sin_port));
+
+    // Accepted by the kernel, never read.
+    auto t0 = std::chrono::steady_clock::now();
+    Result r =
+        Run({"print", "noise.pgm", "--resolution", "300dpi", "--timeout", "5,1", "-o", port});
+    auto took = std::chrono::steady_clock::now() - t0;
+    ExpectOneErrorLine(r, port + ": the printer took no data for 1 s (write timeout)");
+    EXPECT_EQ(r.status, 1);
+    EXPECT_LT(took, std::chrono::seconds(10)); // not the default 300 s
+
+    // The backlog is full now (the last connection was never accepted): a new one waits.
+    int filler = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
+    connect(filler, reinterpret_cast<sockaddr *>(&addr), sizeof addr);
+    r = Run({"print", "--timeout", "1", "-o", port});
+    ExpectOneErrorLine(r, "127.0.0.1 did not accept the connection within 1 s (connect timeout)");
+    close(filler);
+    close(lsock);
+}
+
+// A job killed by a signal leaves no temporary file, and the tool dies of that signal.
+TEST_F(CliTest, SignalsLeaveNoPartialFile) {
+    if (!LibraryReady()) GTEST_SKIP() << "the library's subsystems are still stand-ins";
+    std::string noise = "P5 400 400 255\n";
+    for (int i = 0; i < 400 * 400; ++i) noise += static_cast<char>((i * 7919) % 251);
+    std::ofstream(dir_ / "noise.pgm", std::ios::binary) << noise;
+    for (int sig : {SIGINT, SIGTERM, SIGHUP}) {
+        pid_t pid = Start({"print", "noise.pgm", "noise.pgm", "noise.pgm", "-o", "job.prn"});
+        // Kill it while the temporary file is being written.
+        bool seen = false;
+        for (int i = 0; i < 3000 && !seen; ++i) {
+            for (const auto &e : fs::directory_iterator(dir_))
+                seen |= e.path().filename().string().rfind("job.prn.part", 0) == 0;
+            if (!seen) usleep(1000);
+        }
+        EXPECT_TRUE(seen) << sig;
+        kill(pid, sig);
+        int died = 0;
+        Finish(pid, &died);
+        EXPECT_EQ(died, sig);
+        std::vector<std::string> left = Leftovers();
+        EXPECT_EQ(left, std::vector<std::string>{"noise.pgm"}) << sig;
+    }
+}
+
+// Homes and folders a spooler's user or a careful administrator has: no usable home, a long
+// or non-ASCII folder, a damaged compiled file. Each works or says exactly what is wrong.
+TEST_F(CliTest, AwkwardHomesAndFoldersWork) {
+    if (!LibraryReady()) GTEST_SKIP() << "the library's subsystems are still stand-ins";
+    const Setup noHome{{{"Q417_HOME", ""}, {"XDG_CACHE_HOME", ""}, {"HOME", "/dev/null"}}, ""};
+    Result r = Run({"print", "-o", "job.prn"}, noHome);
+    EXPECT_EQ(r.status, 0) << r.err;
+    r = Run({"print", "-o", "job.prn"}, {{{"Q417_HOME", "/dev/null/q417"}}, ""});
+    ExpectOneErrorLine(r, "Q417_HOME: /dev/null/q417: Not a directory (set it to a folder");
+
+    // A home far longer than the library's room for a font path keeps its watermark.
+    const std::string deep = (dir_ / std::string(60, 'h')).string();
+    r = Run({"print", "--watermark", "1", "-o", "-"}, {{{"Q417_HOME", deep}}, ""});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("\x1b*c32766D"), std::string::npos); // the watermark's font
+    r = Run({"print", "--watermark", "9", "-o", "job.prn"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_NE(r.err.find("q417: warning: watermark 9 was not printed"), std::string::npos) << r.err;
+
+    // Folders the library's 8-bit code page can't spell, or longer than its room.
+    const fs::path pdd = fs::path(Q417_SOURCE_DIR) / "share" / "qml2400.pdd";
+    const std::string l120(120, 'l'),
+        folders[] = {"\xe6\x97\xa5\xe6\x9c\xac", l120 + "/" + l120 + "/" + l120};
+    for (const std::string &folder : folders) {
+        fs::create_directories(dir_ / folder);
+        fs::copy_file(pdd, dir_ / folder / "q.pdd");
+        r = Run({"pdd", "compile", folder + "/q.pdd"});
+        EXPECT_EQ(r.status, 0) << r.err;
+        EXPECT_TRUE(fs::exists(dir_ / folder / "q.bdd"));
+        EXPECT_EQ(Run({"print", "-p", folder + "/q.pdd", "-o", "job.prn"}).status, 0);
+    }
+    fs::copy_file(pdd, dir_ / "\xe5\x8d\xb0.pdd");
+    r = Run({"pdd", "compile", "\xe5\x8d\xb0.pdd"});
+    ExpectOneErrorLine(r, "not written: the library spells the file's name in its 8-bit code");
+    EXPECT_EQ(Run({"print", "-p", "\xe5\x8d\xb0.pdd", "-o", "job.prn"}).status, 0);
+
+    // A compiled file damaged after it was written (600 dpi turned into 65368) is rebuilt.
+    fs::copy_file(pdd, dir_ / "d.pdd");
+    ASSERT_EQ(Run({"pdd", "compile", "d.pdd"}).status, 0);
+    std::string bdd = Slurp(dir_ / "d.bdd");
+    size_t dpi = bdd.find(std::string("\x58\x02\x00\x00\x58\x02\x00\x00", 8));
+    ASSERT_NE(dpi, std::string::npos);
+    bdd[dpi + 5] = '\xff';
+    std::ofstream(dir_ / "d.bdd", std::ios::binary) << bdd;
+    r = Run({"print", "-p", "d.pdd", "-o", "-"});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("\x1b*t600R"), std::string::npos);
+    EXPECT_EQ(Slurp(dir_ / "d.bdd").find(bdd), std::string::npos);
 }
 
 TEST_F(CliTest, PddCheckReportsKnownMistakesByLine) {
@@ -499,6 +732,14 @@ TEST_F(CliTest, PddShowMatchesTheSampleFile) {
     has("Media types: 4");
     has("Resolutions: 3");
     has("1*  600dpi           600 dpi                    600      600 x 600");
+
+    // Text of the description is in its code page, shown as UTF-8; control bytes escaped.
+    std::ofstream(dir_ / "cafe.pdd", std::ios::binary)
+        << "*PDD-Lindgate: 1\n*Product: \"Caf\xe9 \x1b[31m\x81\"\n"
+        << Slurp(dir_ / "qcl4100.pdd").substr(Slurp(dir_ / "qcl4100.pdd").find("*FileVersion"));
+    r = Run({"pdd", "show", "cafe.pdd"});
+    EXPECT_NE(r.out.find("model              Caf\xc3\xa9 \\x1b[31m\\x81\n"), std::string::npos)
+        << r.out.substr(0, 200);
 }
 
 TEST_F(CliTest, PddCompileWritesTheBinaryBeside) {
@@ -513,11 +754,12 @@ TEST_F(CliTest, PddCompileWritesTheBinaryBeside) {
 TEST_F(CliTest, DevmodeRoundTrip) {
     if (!LibraryReady()) GTEST_SKIP() << "the library's subsystems are still stand-ins";
     Result r = Run({"devmode", "new", "dm.bin", "--set", "PAPERSIZE=Letter", "--set",
-                    "DDI_COPIES=3", "--set", "22=landscape"});
+                    "DDI_COPIES=3", "--set", "22=landscape", "--set", "DUPLEX=long"});
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(fs::file_size(dir_ / "dm.bin"), 404u);
-    r = Run({"devmode", "get", "dm.bin", "PAPERSIZE", "COPIES", "PAGEORIENT", "PORT"});
-    EXPECT_EQ(r.out, "PAPERSIZE=1\nCOPIES=3\nPAGEORIENT=1\nSTR_PORT=FILE:\n") << r.err;
+    r = Run({"devmode", "get", "dm.bin", "PAPERSIZE", "COPIES", "PAGEORIENT", "DUPLEX", "PORT"});
+    // Long-edge binding is the device mode's duplex 3.
+    EXPECT_EQ(r.out, "PAPERSIZE=1\nCOPIES=3\nPAGEORIENT=1\nDUPLEX=3\nSTR_PORT=FILE:\n") << r.err;
     ExpectOneErrorLine(Run({"devmode", "set", "dm.bin", "PAGESPERSHEET=3"}), "PAGESPERSHEET");
     ExpectOneErrorLine(Run({"devmode", "set", "dm.bin", "PAPERWIDTH=5"}), "read");
     ExpectOneErrorLine(Run({"devmode", "set", "dm.bin", "NOSUCH=5"}), "NOSUCH");

@@ -4,7 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
+#include <string_view>
 
 namespace {
 
@@ -172,6 +174,18 @@ const Case kCases[] = {
      "123456789012345678901234567890\n"
      "00000022  ESC&l-99999999999999999999H paper source: -99999999999999999999 (unknown "
      "value)\n"},
+    {"signed cursor moves are relative",
+     "\x1b*p-118X" // left of the cursor
+     "\x1b&a+720H" // right of it
+     "\x1b&a-2r"   // rows up, then an absolute column
+     "+1C"
+     "\x1b*p100Y", // absolute
+     "00000000  ESC*p-118X                  horizontal cursor position: -118 units (relative)\n"
+     "00000008  ESC&a+720H                  horizontal cursor position: +720 decipoints "
+     "(relative)\n"
+     "00000010  ESC&a-2R                    cursor to row: -2 (relative)\n"
+     "00000016  ESC&a+1C                    cursor to column: +1 (relative)\n"
+     "00000019  ESC*p100Y                   vertical cursor position: 100 units\n"},
     {"malformed parameter",
      "\x1b*p12\x01" // a control byte where a letter belongs
      "\x1b&l1X",
@@ -188,6 +202,33 @@ TEST(CliDecoder, GoldenStreams) {
         EXPECT_EQ(out, c.listing) << c.name;
         EXPECT_FALSE(r.bTruncated) << c.name;
     }
+}
+
+// A long stream's listing comes out in pieces of whole lines as it is decoded, never held
+// whole, and the pieces make the same listing.
+TEST(CliDecoder, ListingStreamsInBoundedPieces) {
+    std::string stream;
+    for (int i = 0; i < 30000; ++i) stream += "\x1b&l1X\x1b*p+5X";
+    const auto *data = reinterpret_cast<const uint8_t *>(stream.data());
+    std::string whole, joined;
+    DecodeStream(data, stream.size(), whole);
+    size_t pieces = 0, largest = 0, lastDone = 0;
+    DecodeStream(
+        data, stream.size(),
+        [&](std::string_view piece) {
+            ++pieces;
+            largest = std::max(largest, piece.size());
+            EXPECT_EQ(piece.back(), '\n');
+            joined += piece;
+        },
+        [&](size_t done) {
+            EXPECT_GE(done, lastDone);
+            lastDone = done;
+        });
+    EXPECT_EQ(joined, whole);
+    EXPECT_GT(pieces, 20u);
+    EXPECT_LT(largest, 70000u);
+    EXPECT_GT(lastDone, stream.size() / 2);
 }
 
 // A stream cut inside a command is reported at the command's offset, and nothing after it.

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstdlib>
 #include <random>
 #include <string>
 #include <vector>
@@ -12,8 +14,8 @@
 namespace {
 
 using q417::pages::Bitmap;
-using q417::pages::EncodePackBits;
 using q417::pages::EncodeDeltaRow;
+using q417::pages::EncodePackBits;
 using q417::pages::EncodeRaster;
 using q417::pages::RasterEncoder;
 using q417::pages::RasterResolution;
@@ -99,6 +101,30 @@ TEST(PagesRaster, EachMethodRoundTrips) {
         for (int m : {0, 2, 3}) EXPECT_EQ(RoundTrip(c, m), c.row) << c.name << ", method " << m;
 }
 
+// A printer drops what lies past the raster's width, and so does the decoder, however far a
+// row reaches: a 16-pixel raster keeps two bytes a row.
+TEST(PagesRaster, DecodedRowsStopAtTheWidth) {
+    const struct {
+        const char *name;
+        std::string rows;
+        Row want;
+    } kCases[] = {
+        {"unencoded", "\x1b*b0m5WABCDE", {'A', 'B'}},
+        {"PackBits repeats", "\x1b*b2m6W\x81U\x81U\x81U", {'U', 'U'}},
+        {"delta far past the end", "\x1b*b3m5W\x1f\xff\xff\x00Z", {0, 0}},
+        {"delta at the edge", "\x1b*b3m3W\x21YZ", {0, 'Y'}},
+    };
+    for (const auto &c : kCases) {
+        std::string s = "\x1b*r16S\x1b*r1A" + c.rows + "\x1b*rC";
+        DecodeResult r;
+        std::vector<RasterBlock> blocks = DecodeRaster(U(s), s.size(), &r);
+        ASSERT_EQ(blocks.size(), 1u) << c.name;
+        ASSERT_EQ(blocks[0].rows.size(), 1u) << c.name;
+        EXPECT_EQ(blocks[0].rows[0], c.want) << c.name;
+        EXPECT_EQ(r.nBadRows, 0u) << c.name;
+    }
+}
+
 // Colour rows pass through untouched, so the encoder's choice is seen on exact bytes; blank
 // (white) rows are moved over, not sent. Monochrome rows are seen through the dither: black
 // and white pixels give their bits exactly.
@@ -120,6 +146,7 @@ TEST(PagesRaster, ChosenMethodRoundTripsAndNeverExceedsUnencoded) {
                 }
             std::string out;
             RasterEncoder enc(b.width, 2, colour, 0, 0, 600, 600, out);
+            enc.SetTolerance(0);
             enc.Row(b.Row(0), b.channels);
             uint64_t first = enc.Stats().dataBytes;
             enc.Row(b.Row(1), b.channels);
@@ -144,11 +171,32 @@ TEST(PagesRaster, ChosenMethodRoundTripsAndNeverExceedsUnencoded) {
         }
 }
 
+// Rows dithered already, as a renderer that halftones itself hands them over, take the same
+// coder: the bits come back as they went, blank rows moved over.
+TEST(PagesRaster, DitheredRowsRoundTrip) {
+    std::vector<Case> cases = Cases();
+    std::string out;
+    RasterEncoder enc(kBytes * 8, static_cast<int>(2 * cases.size()), false, 0, 0, 600, 600, out);
+    std::vector<Row> want;
+    for (const Case &c : cases)
+        for (const Row *r : {&c.seed, &c.row}) {
+            enc.Bits(r->data());
+            want.push_back(std::all_of(r->begin(), r->end(), [](uint8_t v) { return !v; }) ? Row()
+                                                                                           : *r);
+        }
+    enc.Finish();
+    while (want.back().empty()) want.pop_back();
+    std::vector<RasterBlock> blocks = DecodeRaster(U(out), out.size());
+    ASSERT_EQ(blocks.size(), 1u);
+    EXPECT_EQ(blocks[0].rows, want);
+    EXPECT_LE(enc.Stats().dataBytes, kBytes * want.size());
+}
+
 // A picture as the printer gets it: placed, at the raster resolution, blank rows moved over,
 // the seed row not leaned on after a move, a method said only when it changes.
 TEST(PagesRaster, GoldenStream) {
     Bitmap b;
-    b.width = 32, b.height = 6;
+    b.width = 32, b.height = 7;
     auto row = [&](uint32_t bits) {
         for (int bit = 31; bit >= 0; --bit) b.pixels.push_back((bits >> bit & 1) ? 0 : 255);
     };
@@ -159,24 +207,53 @@ TEST(PagesRaster, GoldenStream) {
     row(0);          // blank: moved over
     row(0xf00ff00e); // after a move the seed is not leaned on
     row(0);          // blank at the bottom: nothing sent
-    b.height = 7;
     std::string out;
     EncodeRaster(b, false, 120, 240, 1200, 600, out);
-    EXPECT_EQ(out, std::string("\x1b*p120x240Y"                 // top-left corner, job pixels
-                               "\x1b*t600R"                     // raster resolution
-                               "\x1b*r32S\x1b*r1A"              // width, start at the cursor
-                               "\x1b*b1y0m4W\xf0\x0f\xf0\x0f"   // skip a row; unencoded
-                               "\x1b*b3m0W"                     // delta: same as the seed
-                               "\x1b*b2W\x03\x0e"               // delta: byte 3 changed
-                               "\x1b*b1y0m4W\xf0\x0f\xf0\x0e"   // skip; unencoded again
-                               "\x1b*rC"                        // end
-                               "\x1b*t1200R"));                 // the job's resolution again
+    EXPECT_EQ(out, std::string("\x1b*p120x240Y"               // top-left corner, job pixels
+                               "\x1b*t600R"                   // raster resolution
+                               "\x1b*r32S\x1b*r1A"            // width, start at the cursor
+                               "\x1b*b1y0m4W\xf0\x0f\xf0\x0f" // skip a row; unencoded
+                               "\x1b*b3m0W"                   // delta: same as the seed
+                               "\x1b*b2W\x03\x0e"             // delta: byte 3 changed
+                               "\x1b*b1y0m4W\xf0\x0f\xf0\x0e" // skip; unencoded again
+                               "\x1b*rC"                      // end
+                               "\x1b*t1200R"));               // the job's resolution again
+}
+
+// A photograph's rows, a smooth gradient with a level or two of noise: colour bytes may move
+// towards the row above by the tolerance and no further, and that shrinks the stream.
+TEST(PagesRaster, ColourToleranceKeepsItsBound) {
+    Bitmap b;
+    b.width = 300, b.height = 200, b.channels = 3;
+    std::mt19937 gen(7);
+    for (int y = 0; y < b.height; ++y)
+        for (int x = 0; x < b.width * 3; ++x)
+            b.pixels.push_back(static_cast<uint8_t>(40 + x / 6 + y / 4 + gen() % 3));
+    size_t exact = 0;
+    for (int tol : {0, RasterEncoder::kColourTolerance}) {
+        std::string out = "\x1b*v6W" + std::string("\x00\x03\x00\x08\x08\x08", 6);
+        RasterEncoder enc(b.width, b.height, true, 0, 0, 300, 300, out);
+        enc.SetTolerance(tol);
+        for (int y = 0; y < b.height; ++y) enc.Row(b.Row(y), 3);
+        enc.Finish();
+        std::vector<RasterBlock> blocks = DecodeRaster(U(out), out.size());
+        ASSERT_EQ(blocks.size(), 1u);
+        ASSERT_EQ(blocks[0].rows.size(), 200u);
+        int worst = 0;
+        for (int y = 0; y < b.height; ++y)
+            for (size_t i = 0; i < b.Stride(); ++i)
+                worst = std::max(worst, std::abs(blocks[0].rows[y][i] - b.Row(y)[i]));
+        EXPECT_EQ(worst, tol);
+        if (!tol)
+            exact = out.size();
+        else
+            EXPECT_LT(out.size() * 2, exact);
+    }
 }
 
 TEST(PagesRaster, ResolutionAndDither) {
-    const std::pair<int, int> kRes[] = {{1200, 600}, {600, 600}, {400, 300}, {300, 300},
-                                        {240, 200},  {150, 150}, {120, 100}, {75, 75},
-                                        {50, 75}};
+    const std::pair<int, int> kRes[] = {{1200, 600}, {600, 600}, {400, 300}, {300, 300}, {240, 200},
+                                        {150, 150},  {120, 100}, {75, 75},   {50, 75}};
     for (auto [job, raster] : kRes) EXPECT_EQ(RasterResolution(job), raster) << job;
     // A flat gray inks its share of every 8x8 cell, within one dot; white none, black all.
     for (int gray : {0, 1, 64, 128, 191, 254, 255}) {

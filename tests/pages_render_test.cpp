@@ -34,10 +34,9 @@ struct Drawn {
 // The rectangles and texts of a test page, from its own commands.
 Drawn Parse(const std::string &pcl, int dpi) {
     Drawn d;
-    static const std::regex kItem(
-        "\x1b\\(s1p([0-9.]+)v0s3b4148T|"                       // font height in points
-        "\x1b\\*p([-+]?\\d+)x([-+]?\\d+)Y"                        // position
-        "(?:\x1b\\*c(\\d+)a(\\d+)b0P|([^\x1b]+))?");              // rectangle or text
+    static const std::regex kItem("\x1b\\(s1p([0-9.]+)v0s3b4148T|"   // font height in points
+                                  "\x1b\\*p([-+]?\\d+)x([-+]?\\d+)Y" // position
+                                  "(?:\x1b\\*c(\\d+)a(\\d+)b0P|([^\x1b]+))?"); // rectangle or text
     double pt = 0;
     for (auto it = std::sregex_iterator(pcl.begin(), pcl.end(), kItem);
          it != std::sregex_iterator(); ++it) {
@@ -113,8 +112,8 @@ TEST(PagesRender, TestPagesOnTheSamples) {
                         for (const Box &r : d.rects) {
                             EXPECT_GE(r.x1 - r.x0, 1) << what << ": a rule vanished";
                             EXPECT_GE(r.y1 - r.y0, 1) << what << ": a rule vanished";
-                            EXPECT_TRUE(r.x0 >= frame.x0 && r.y0 >= frame.y0 &&
-                                        r.x1 <= frame.x1 && r.y1 <= frame.y1)
+                            EXPECT_TRUE(r.x0 >= frame.x0 && r.y0 >= frame.y0 && r.x1 <= frame.x1 &&
+                                        r.y1 <= frame.y1)
                                 << what << ": rectangle " << r.x0 << "," << r.y0 << " outside";
                         }
                         const Box *top = nullptr;

@@ -43,8 +43,9 @@ bool NamedValue(DWORD id, const std::string &v, DWORD &out) {
         {DDI_PAGEORIENT, "reverse-portrait", 2},
         {DDI_PAGEORIENT, "reverse-landscape", 3},
         {DDI_DUPLEX, "simplex", 1},
-        {DDI_DUPLEX, "long", 2},
-        {DDI_DUPLEX, "short", 3},
+        {DDI_DUPLEX, "none", 1},
+        {DDI_DUPLEX, "long", 3}, // reaches the printer as long-edge binding, ESC&l1S
+        {DDI_DUPLEX, "short", 2},
         {DDI_COLLATE, "off", 0},
         {DDI_COLLATE, "on", 1},
         {DDI_EMULATION, "PCL5", 1},
@@ -60,14 +61,14 @@ bool NamedValue(DWORD id, const std::string &v, DWORD &out) {
     return false;
 }
 
-// Applies one NAME=VALUE through DDISetDWord or DDISetString; Fail()s when refused.
+// Applies one NAME=VALUE through DDISetDWord or DDISetString; FailSetting()s when refused.
 void Assign(DDIDEVMODE *pdm, const std::string &assignment) {
     size_t eq = assignment.find('=');
-    if (eq == std::string::npos) Fail("\"%s\": expected NAME=VALUE", assignment.c_str());
+    if (eq == std::string::npos) FailSetting("\"%s\": expected NAME=VALUE", assignment.c_str());
     std::string name = assignment.substr(0, eq), value = assignment.substr(eq + 1);
     DWORD id;
     if (FindDWordId(name, id)) {
-        if (ReadOnly(id)) Fail("%s can be read, not set", DWordIdName(id));
+        if (ReadOnly(id)) FailSetting("%s can be read, not set", DWordIdName(id));
         DWORD v;
         const Keyword *k = nullptr;
         for (const Keyword &kw : kKeywords)
@@ -81,17 +82,17 @@ void Assign(DDIDEVMODE *pdm, const std::string &assignment) {
                        : id == DDI_WMFIRSTPAGE || id == DDI_WATERMARK ? false
                                                                       : r == 0;
         if (refused)
-            Fail("%s: value %s out of range (refused by the library)", DWordIdName(id),
-                 value.c_str());
+            FailSetting("%s: value %s out of range (refused by the library)", DWordIdName(id),
+                        value.c_str());
         return;
     }
     if (FindStringId(name, id)) {
         std::u16string w = Widen(value);
         if (!DDISetString(pdm, id, w.c_str(), static_cast<DWORD>(w.size() + 1)))
-            Fail("string id %u can't be set through the settings interface", id);
+            FailSetting("string id %u can't be set through the settings interface", id);
         return;
     }
-    Fail("unknown setting \"%s\" (see q417 devmode show)", name.c_str());
+    FailSetting("unknown setting \"%s\" (see q417 devmode show)", name.c_str());
 }
 
 std::vector<uint8_t> Load(Printer &printer, const std::string &file) {
@@ -137,7 +138,7 @@ int RunGet(const DevmodeOptions &o) {
         else if (FindStringId(name, id))
             std::printf("%s=%s\n", StringIdName(id), GetDDIString(DM(dm), id).c_str());
         else
-            Fail("unknown setting \"%s\" (see q417 devmode show)", name.c_str());
+            FailSetting("unknown setting \"%s\" (see q417 devmode show)", name.c_str());
     }
     return 0;
 }
@@ -181,7 +182,8 @@ int RunOptions(const DevmodeOptions &o) {
     DDIDEVMODE *pdm = DM(dm);
     const Keyword *only = nullptr;
     if (!o.keyword.empty() && !(only = FindKeyword(o.keyword)))
-        Fail("unknown keyword \"%s\" (paper, source, bin, media, resolution)", o.keyword.c_str());
+        FailSetting("unknown keyword \"%s\" (paper, source, bin, media, resolution)",
+                    o.keyword.c_str());
     for (const Keyword &k : kKeywords) {
         if (only && only != &k) continue;
         auto options = KeywordOptions(pdm, k.id);

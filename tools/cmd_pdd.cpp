@@ -6,8 +6,10 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <iconv.h>
 #include <memory>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace q417tool {
 
@@ -58,8 +60,18 @@ int RunCompile(const PddOptions &o) {
     struct stat after {};
     if (stat(bdd.c_str(), &after) != 0 ||
         (existed && after.st_mtim.tv_sec == before.st_mtim.tv_sec &&
-         after.st_mtim.tv_nsec == before.st_mtim.tv_nsec))
+         after.st_mtim.tv_nsec == before.st_mtim.tv_nsec)) {
+        // Say why, when it can be told: the description still prints, parsed each time.
+        std::string dir = bdd.find('/') == std::string::npos ? "." : bdd.substr(0, bdd.rfind('/'));
+        if (!LibraryCanCompile(printer.libraryPath()))
+            Fail("%s: not written: the library spells the file's name in its 8-bit code page "
+                 "(Windows-1252 unless set otherwise), which has no letters for it; the "
+                 "description is read from its text each time instead (rename it to compile it)",
+                 bdd.c_str());
+        if (access(dir.c_str(), W_OK) != 0)
+            Fail("%s: not written: %s: %s", bdd.c_str(), dir.c_str(), std::strerror(errno));
         Fail("%s: the library could not write the binary configuration", bdd.c_str());
+    }
     std::printf("%s: %u papers, %u paper sources, %u output bins, %u media types, "
                 "%u resolutions\n",
                 bdd.c_str(), cfg.c.nPapers, cfg.c.nTrays, cfg.c.nDests, cfg.c.nMedia,
@@ -75,13 +87,15 @@ std::vector<uint8_t> Table(HGLOBAL h) {
     return t;
 }
 
+std::string Printable(const std::string &utf8);
+
 // Row r of a wide table of `cch` characters a row; a full row has no terminator.
 std::string Row(const std::vector<uint8_t> &t, DWORD cch, DWORD r) {
     size_t start = static_cast<size_t>(r) * cch * 2;
     if (!cch || t.size() < start + cch * 2) return std::string();
     std::u16string w(cch, u'\0');
     std::memcpy(w.data(), t.data() + start, cch * 2);
-    return Narrow(w.data(), cch);
+    return Printable(Narrow(w.data(), cch));
 }
 
 uint32_t U32(const std::vector<uint8_t> &t, size_t index) {
@@ -99,6 +113,53 @@ std::string Text8(HGLOBAL h) {
     auto t = Table(h);
     return std::string(reinterpret_cast<const char *>(t.data()),
                        strnlen(reinterpret_cast<const char *>(t.data()), t.size()));
+}
+
+// UTF-8 text made safe for a terminal: control characters (C0, DEL, C1) as \xNN escapes.
+std::string Printable(const std::string &utf8) {
+    std::string out;
+    for (size_t i = 0; i < utf8.size(); ++i) {
+        unsigned char c = static_cast<unsigned char>(utf8[i]);
+        unsigned next = i + 1 < utf8.size() ? static_cast<unsigned char>(utf8[i + 1]) : 0;
+        char b[12];
+        if (c < 32 || c == 127) {
+            std::snprintf(b, sizeof b, "\\x%02x", c);
+            out += b;
+        } else if (c == 0xC2 && next >= 0x80 && next < 0xA0) { // U+0080 to U+009F
+            std::snprintf(b, sizeof b, "\\u%04x", next);
+            out += b;
+            ++i;
+        } else {
+            out += static_cast<char>(c);
+        }
+    }
+    return out;
+}
+
+// A text of the description, in its 8-bit code page ($Q417_ANSI_CP, Windows-1252 unless set),
+// as UTF-8 for a terminal; a byte the code page has no character for shows as \xNN.
+std::string Text(HGLOBAL h) {
+    std::string in = Text8(h);
+    const char *cp = getenv("Q417_ANSI_CP");
+    iconv_t cd = iconv_open("UTF-8", cp && *cp ? cp : "WINDOWS-1252");
+    if (cd == reinterpret_cast<iconv_t>(-1)) cd = iconv_open("UTF-8", "WINDOWS-1252");
+    std::string out;
+    for (size_t i = 0; i < in.size(); ++i) {
+        char *src = &in[i];
+        size_t left = 1;
+        char buf[8];
+        char *dst = buf;
+        size_t room = sizeof buf;
+        if (iconv(cd, &src, &left, &dst, &room) == static_cast<size_t>(-1)) {
+            char b[8];
+            std::snprintf(b, sizeof b, "\\x%02x", static_cast<unsigned char>(in[i]));
+            out += b;
+        } else {
+            out += Printable(std::string(buf, static_cast<size_t>(dst - buf)));
+        }
+    }
+    iconv_close(cd);
+    return out;
 }
 
 std::string Pt(uint32_t decipoints) {
@@ -119,7 +180,7 @@ std::string Escaped(const std::string &s) {
             out += "\\n";
         else if (c == '\r')
             out += "\\r";
-        else if (c < 32) {
+        else if (c < 32 || c >= 127) { // commands are bytes, not text
             char b[8];
             std::snprintf(b, sizeof b, "\\x%02x", c);
             out += b;
@@ -165,9 +226,9 @@ int RunShow(const PddOptions &o) {
         plugIn = Narrow(reinterpret_cast<const char16_t *>(t.data()), t.size() / 2);
     }
     std::printf("Printer description %s\n", o.file.c_str());
-    std::printf("  model              %s\n", Text8(c.hModelName).c_str());
+    std::printf("  model              %s\n", Text(c.hModelName).c_str());
     std::printf("  file version       %s\n",
-                c.hFileVersion ? Text8(c.hFileVersion).c_str() : "(none)");
+                c.hFileVersion ? Text(c.hFileVersion).c_str() : "(none)");
     std::printf("  configuration      version %u\n", c.wVersion);
     std::printf("  language           %s (%u), level %u\n", lang.c_str(), c.dwLanguage,
                 c.dwLanguageLevel);

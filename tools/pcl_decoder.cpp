@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <iterator>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -39,6 +40,12 @@ std::string Visible(const uint8_t *p, size_t n) {
             s += static_cast<char>(c);
     }
     return s;
+}
+
+// Visible() of at most `max` bytes, "..." behind when there were more: one command's line
+// stays short however long the command runs.
+std::string Clip(const uint8_t *p, size_t n, size_t max = 200) {
+    return n > max ? Visible(p, max) + "..." : Visible(p, n);
 }
 
 uint16_t Be16(const uint8_t *p) {
@@ -342,6 +349,7 @@ const char *FindHpgl(std::string_view m) {
 // only when asked for.
 class RasterState {
   public:
+    static constexpr size_t kRowWithoutWidth = 1 << 16;
     explicit RasterState(std::vector<RasterBlock> *keep) : keep_(keep) {}
 
     // A PCL command with its value; `sign` tells a relative move.
@@ -363,23 +371,31 @@ class RasterState {
         else if (key == "*bY" && v > 0)
             Skip(static_cast<size_t>(std::min(v, 1000000L)));
     }
-    void Reset() {
-        *this = RasterState(keep_);
-    }
+    void Reset() { *this = RasterState(keep_); }
     // ESC*v#W: pixel encoding mode in byte 1, bits per index in byte 2, per primary in 3-5.
     void ColourSetup(const uint8_t *b, size_t n) {
         if (n < 6) return;
-        bpp_ = b[1] == 3 ? b[3] + b[4] + b[5] : b[1] == 1 ? std::max<int>(b[2], 1) : 1;
+        bpp_ = b[1] == 3 ? b[3] + b[4] + b[5] : b[1] == 1 ? b[2] : 1;
+        bpp_ = std::clamp(bpp_, 1, 32); // beyond that no printer of the family goes
     }
     // One row of data in the current method; false when it doesn't decode.
     bool Row(const uint8_t *b, size_t n) {
         if (!inBlock_) Start(); // rows outside a block start one, as a printer does
+        // Bytes past the row's width are dropped as a printer drops them, so a hostile row
+        // can't make the decoder hold more than a row; without a width, a generous one.
         size_t len = RowBytes();
+        size_t room = len ? len : std::max<size_t>(seed_.size(), kRowWithoutWidth);
         std::vector<uint8_t> row;
+        auto put = [&](const uint8_t *p, size_t k, size_t at) {
+            if (at >= room || !k) return;
+            k = std::min(k, room - at);
+            if (row.size() < at + k) row.resize(at + k);
+            std::memcpy(row.data() + at, p, k);
+        };
         bool ok = true;
         switch (method_) {
         case 0:
-            row.assign(b, b + n);
+            put(b, n, 0);
             break;
         case 2:
             for (size_t i = 0; i < n && ok;) {
@@ -388,11 +404,14 @@ class RasterState {
                     size_t k = c + 1u;
                     ok = n - i >= k;
                     k = std::min(k, n - i);
-                    row.insert(row.end(), b + i, b + i + k);
+                    put(b + i, k, row.size());
                     i += k;
                 } else if (c > 128) {
                     ok = i < n;
-                    if (ok) row.insert(row.end(), 257u - c, b[i++]);
+                    if (!ok) break;
+                    uint8_t rep[128];
+                    std::memset(rep, b[i++], sizeof rep);
+                    put(rep, 257u - c, row.size());
                 }
             }
             break;
@@ -413,11 +432,10 @@ class RasterState {
                         if (more != 255) break;
                     }
                 if (!ok) break;
-                pos += offset;
+                pos = std::min(pos + offset, room);
                 ok = n - i >= count;
                 count = std::min(count, n - i);
-                if (row.size() < pos + count) row.resize(pos + count);
-                std::copy(b + i, b + i + count, row.begin() + static_cast<long>(pos));
+                put(b + i, count, pos);
                 i += count;
                 pos += count;
             }
@@ -427,7 +445,7 @@ class RasterState {
             ok = false; // a method these printers are not sent
         }
         if (len) {
-            row.resize(len, 0); // a short row is filled with zeros, a long one cut
+            row.resize(len, 0); // a short row is filled with zeros
         } else if (row.size() < seed_.size()) {
             row.resize(seed_.size(), 0);
         }
@@ -468,12 +486,18 @@ enum class Lang { PJL, PCL, HPGL };
 
 class Decoder {
   public:
-    Decoder(const uint8_t *data, size_t size, std::string &out,
-            std::vector<RasterBlock> *raster = nullptr)
-        : d_(data), n_(size), out_(out), raster_(raster) {}
+    Decoder(const uint8_t *data, size_t size, const std::function<void(std::string_view)> &emit,
+            const std::function<void(size_t)> &done, std::vector<RasterBlock> *raster = nullptr)
+        : d_(data), n_(size), emit_(emit), done_(done), raster_(raster) {}
 
     DecodeResult Run() {
+        constexpr size_t kPiece = 64 * 1024;
         while (pos_ < n_ && !result_.bTruncated) {
+            if (out_.size() >= kPiece) { // between commands: nothing before pos_ is read again
+                emit_(out_);
+                out_.clear();
+                if (done_) done_(pos_);
+            }
             if (d_[pos_] == ESC)
                 Escape();
             else if (lang_ == Lang::PJL)
@@ -484,6 +508,8 @@ class Decoder {
                 PclText();
         }
         FlushRaster();
+        if (!out_.empty()) emit_(out_);
+        out_.clear();
         return result_;
     }
 
@@ -560,7 +586,9 @@ class Decoder {
             Truncated(pos_, "a PJL line");
             return;
         }
-        std::string text(reinterpret_cast<const char *>(d_ + pos_), end - pos_);
+        // The meaning comes from the line's start; a line longer than any command is shown cut.
+        std::string text(reinterpret_cast<const char *>(d_ + pos_),
+                         std::min<size_t>(end - pos_, 200));
         if (!text.empty() && text.back() == '\r') text.pop_back();
         std::string upper;
         for (char c : text) upper += static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
@@ -582,7 +610,9 @@ class Decoder {
             meaning = "PJL job end";
         else if (upper == "@PJL")
             meaning = "PJL prefix";
-        Line(pos_, Visible(d_ + pos_, end - pos_ + 1), meaning);
+        Line(pos_,
+             end - pos_ > 200 ? Clip(d_ + pos_, end - pos_) : Visible(d_ + pos_, end - pos_ + 1),
+             meaning);
         pos_ = end + 1;
     }
 
@@ -656,7 +686,7 @@ class Decoder {
                 pos_ = p; // resume at the byte that broke it
                 return;
             }
-            std::string value(reinterpret_cast<const char *>(d_ + paramStart), p - paramStart);
+            std::string value = ValueField(paramStart, p);
             char upper = static_cast<char>(std::toupper(term));
             std::string shown = "ESC";
             shown += static_cast<char>(c);
@@ -675,6 +705,20 @@ class Decoder {
             if (last) break;
         }
         pos_ = p;
+    }
+
+    // A value field as text. Past 64 characters only its size matters: leading zeros go, and
+    // what stays is cut to 64 characters, which still reads beyond any 32-bit value.
+    std::string ValueField(size_t from, size_t to) const {
+        const char *v = reinterpret_cast<const char *>(d_ + from);
+        size_t n = to - from;
+        if (n <= 64) return std::string(v, n);
+        std::string text;
+        size_t i = 0;
+        if (v[0] == '+' || v[0] == '-') text += v[i++];
+        while (i + 1 < n && v[i] == '0') ++i;
+        text.append(v + i, std::min<size_t>(n - i, 64));
+        return text;
     }
 
     void TwoCharacter(size_t start, uint8_t c) {
@@ -733,7 +777,8 @@ class Decoder {
                                            : static_cast<long>(value);
         if (key == "*cE") charCode_ = iv;
         if (key == "*bM") compression_ = static_cast<int>(iv);
-        raster_.Command(key, iv, !valueText.empty() && (valueText[0] == '+' || valueText[0] == '-'));
+        raster_.Command(key, iv,
+                        !valueText.empty() && (valueText[0] == '+' || valueText[0] == '-'));
         if (CarriesData(key)) {
             if (iv < 0) {
                 Line(off, shown, "negative data length", false);
@@ -768,6 +813,11 @@ class Decoder {
         } else {
             meaning += Format(": %s", valueText.empty() ? "0" : valueText.c_str());
         }
+        // A sign makes a cursor move relative to where the cursor stands.
+        static const char *const kMoves[] = {"&aH", "&aV", "&aR", "&aC", "*pX", "*pY"};
+        if (!valueText.empty() && (valueText[0] == '+' || valueText[0] == '-') &&
+            std::find(std::begin(kMoves), std::end(kMoves), key) != std::end(kMoves))
+            meaning += " (relative)";
         Line(off, shown, meaning);
         return true;
     }
@@ -981,8 +1031,8 @@ class Decoder {
                 Truncated(start, "an HP-GL/2 label");
                 return;
             }
-            Line(start, "LB" + Visible(d_ + p, end - p) + Visible(&labelTerm_, 1),
-                 Format("label \"%s\", %zu bytes", Visible(d_ + p, end - p).c_str(), end - p));
+            Line(start, "LB" + Clip(d_ + p, end - p) + Visible(&labelTerm_, 1),
+                 Format("label \"%s\", %zu bytes", Clip(d_ + p, end - p).c_str(), end - p));
             pos_ = end + 1;
             return;
         }
@@ -990,7 +1040,7 @@ class Decoder {
         while (end < n_ && (std::isdigit(d_[end]) || d_[end] == '+' || d_[end] == '-' ||
                             d_[end] == '.' || d_[end] == ',' || d_[end] == ' '))
             ++end;
-        std::string params(reinterpret_cast<const char *>(d_ + p), end - p);
+        std::string params = Clip(d_ + p, end - p);
         if (m == "DT" && end < n_ && d_[end] != ';' && d_[end] != ESC) {
             labelTerm_ = d_[end]; // the terminator is the byte itself, whatever it is
             params = Visible(d_ + end, 1);
@@ -1000,13 +1050,15 @@ class Decoder {
         const char *name = FindHpgl(m);
         std::string meaning = name ? name : "unknown HP-GL/2 instruction";
         if (name && !params.empty()) meaning += ": " + params;
-        Line(start, m + Visible(d_ + p, end - p), meaning, name != nullptr);
+        Line(start, m + Clip(d_ + p, end - p), meaning, name != nullptr);
         pos_ = end;
     }
 
     const uint8_t *d_;
     size_t n_;
-    std::string &out_;
+    const std::function<void(std::string_view)> &emit_;
+    const std::function<void(size_t)> &done_;
+    std::string out_;
     size_t pos_ = 0;
     Lang lang_ = Lang::PCL;
     DecodeResult result_;
@@ -1019,14 +1071,21 @@ class Decoder {
 
 } // namespace
 
+DecodeResult DecodeStream(const uint8_t *data, size_t size,
+                          const std::function<void(std::string_view)> &emit,
+                          const std::function<void(size_t)> &done) {
+    return Decoder(data, size, emit, done).Run();
+}
+
 DecodeResult DecodeStream(const uint8_t *data, size_t size, std::string &out) {
-    return Decoder(data, size, out).Run();
+    return DecodeStream(data, size, [&out](std::string_view piece) { out += piece; });
 }
 
 std::vector<RasterBlock> DecodeRaster(const uint8_t *data, size_t size, DecodeResult *result) {
     std::vector<RasterBlock> blocks;
-    std::string listing;
-    DecodeResult r = Decoder(data, size, listing, &blocks).Run();
+    const std::function<void(std::string_view)> drop = [](std::string_view) {};
+    const std::function<void(size_t)> none;
+    DecodeResult r = Decoder(data, size, drop, none, &blocks).Run();
     if (result) *result = r;
     return blocks;
 }

@@ -4,7 +4,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace q417tool {
@@ -31,6 +33,13 @@ struct RasterBlock {
 // it stands (ESC written as "ESC"), its meaning. The decoder starts in PCL, like a printer
 // that has just been reset, and follows the language switches in the stream.
 DecodeResult DecodeStream(const uint8_t *data, size_t size, std::string &out);
+
+// The same listing in pieces of whole lines, handed to `emit` as it grows, so memory stays the
+// same however long the stream is. `done` (optional) is told, now and then, the offset below
+// which the decoder reads no byte any more.
+DecodeResult DecodeStream(const uint8_t *data, size_t size,
+                          const std::function<void(std::string_view)> &emit,
+                          const std::function<void(size_t)> &done = {});
 
 // Follows the stream as DecodeStream does and hands back its raster graphics, rows
 // decompressed (methods 0, 2 and 3). Memory grows with the raster: for tests and small jobs.

@@ -25,12 +25,18 @@ int main(int argc, char **argv) {
         // A mistake on the command line is one line, like every other error of the tool.
         std::fprintf(stderr, "q417: %s (see --help)\n", e.what());
         return 2;
+    } catch (const SettingError &e) { // an option's value, checked as it was parsed
+        std::fprintf(stderr, "q417: %s (see --help)\n", e.what());
+        return 2;
     }
     // A reader that goes away (q417 print -o - | head) is a failed write, not a signal.
     std::signal(SIGPIPE, SIG_IGN);
     try {
         for (const auto &c : commands)
             if (c.sub->parsed()) return c.run();
+    } catch (const SettingError &e) { // a value given that can't be used: the command line's
+        std::fprintf(stderr, "q417: %s\n", e.what());
+        return 2;
     } catch (const ToolError &e) {
         std::fprintf(stderr, "q417: %s\n", e.what());
         return 1;

@@ -28,6 +28,10 @@ Command AddPrintCommand(CLI::App &app);
 Command AddPddCommand(CLI::App &app);
 Command AddDevmodeCommand(CLI::App &app);
 
+// An option's whole-number check: `ok` on the value, or "expected `accepts`". A value out of
+// range is a mistake on the command line like any other (status 2).
+CLI::Validator Whole(bool (*ok)(long), const char *accepts);
+
 // The samples under share/, compiled into the tool: written out to a directory of their own
 // on first use so that a run needs nothing installed.
 struct Defaults {
@@ -36,5 +40,9 @@ struct Defaults {
     std::string monoPdd;   // the monochrome model's PDD
 };
 const Defaults &EmbeddedDefaults();
+
+// The Windows folder to give the library for `dir`: `dir` itself when its name is short and
+// plain enough for the library's buffers, else a short link to it (ShortAlias).
+std::string LibraryWindowsDirectory(const std::string &dir);
 
 } // namespace q417tool

@@ -1,0 +1,486 @@
+// Documents printed end to end through Print(): a PDF drawn here with cairo (a black
+// rectangle at a known place, a gray ramp, a landscape page), printed 1 and 4 up on the
+// monochrome sample and read back from the stream's raster graphics; pictures and raster
+// streams of each kind; files that can't be printed; page ranges.
+#include "pcl_decoder.h"
+#include "print.h"
+#include "printer.h"
+#include "render.h"
+#include "settings.h"
+#include "sink.h"
+
+#include <gtest/gtest.h>
+
+#include <cairo-pdf.h>
+#include <cairo.h>
+#include <cups/raster.h>
+#include <cstdio>
+#include <functional>
+#include <png.h>
+
+#include <jpeglib.h>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#ifndef Q417_TOOL
+#define Q417_TOOL "q417"
+#endif
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace q417::pages;
+using q417tool::DecodeRaster;
+using q417tool::RasterBlock;
+
+struct Ink {
+    long x0 = 1L << 30, y0 = 1L << 30, x1 = -1, y1 = -1; // sheet pixels, x1/y1 past the end
+    long dots = 0;
+    long W() const { return x1 - x0; }
+    long H() const { return y1 - y0; }
+};
+
+// Where a block's dots land, in the job's pixels (600 dpi here, as its raster): set bits, or
+// dark RGB pixels.
+Ink InkOf(const RasterBlock &b, long fromRow = 0, long toRow = 1L << 30) {
+    Ink k;
+    auto dot = [&](long x, long y) {
+        k.x0 = std::min(k.x0, x), k.x1 = std::max(k.x1, x + 1);
+        k.y0 = std::min(k.y0, y), k.y1 = std::max(k.y1, y + 1);
+        ++k.dots;
+    };
+    for (long r = fromRow; r < static_cast<long>(b.rows.size()) && r < toRow; ++r) {
+        const std::vector<uint8_t> &row = b.rows[r];
+        if (b.bitsPerPixel == 24) {
+            for (size_t i = 0; i + 2 < row.size(); i += 3)
+                if (row[i] + row[i + 1] + row[i + 2] < 3 * 128) dot(b.x + long(i / 3), b.y + r);
+            continue;
+        }
+        for (size_t i = 0; i < row.size(); ++i)
+            for (int bit = 0; bit < 8; ++bit)
+                if (row[i] & (0x80 >> bit)) dot(b.x + static_cast<long>(i * 8 + bit), b.y + r);
+    }
+    return k;
+}
+
+class PagesPrint : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        dir_ = fs::temp_directory_path() / ("q417-print-" + std::to_string(getpid()));
+        fs::create_directories(dir_);
+        UsePrinter("qml2400.pdd");
+    }
+    // A sample printer, Letter at 600 dpi; its printable area in g_.
+    void UsePrinter(const char *sample) {
+        pdd_ = (dir_ / sample).string();
+        fs::copy_file(fs::path(Q417_SOURCE_DIR) / "share" / sample, pdd_,
+                      fs::copy_options::overwrite_existing);
+        settings_.paper = "Letter";
+        settings_.resolution = "600dpi";
+        Printer printer(pdd_, "LPT1:");
+        std::vector<uint8_t> dm = printer.NewDevMode();
+        ApplySettings(DM(dm), settings_);
+        g_ = Geometry(DM(dm));
+        ASSERT_EQ(DM(dm)->dmYResolution, 600);
+    }
+    void TearDown() override { fs::remove_all(dir_); }
+
+    // Page 1 has the printable area's size, so it prints at its own scale; page 3 is
+    // landscape, its rectangle 3 by 1 inch at its top left corner.
+    std::string MakePdf() {
+        std::string path = (dir_ / "doc.pdf").string();
+        double w = g_.cxPrintable / 10.0, h = g_.cyPrintable / 10.0;
+        cairo_surface_t *s = cairo_pdf_surface_create(path.c_str(), w, h);
+        cairo_t *cr = cairo_create(s);
+        cairo_rectangle(cr, 72, 72, 144, 72); // 2 by 1 inch, an inch from the corner
+        cairo_fill(cr);
+        cairo_show_page(cr);
+        for (int k = 0; k < 8; ++k) { // eight stripes, black to white
+            cairo_set_source_rgb(cr, k / 7.0, k / 7.0, k / 7.0);
+            cairo_rectangle(cr, 0, 72 + k * 72, w, 54);
+            cairo_fill(cr);
+        }
+        cairo_show_page(cr);
+        cairo_pdf_surface_set_size(s, 792, 612);
+        cairo_set_source_rgb(cr, 0, 0, 0);
+        cairo_rectangle(cr, 36, 36, 216, 72);
+        cairo_fill(cr);
+        cairo_show_page(cr);
+        cairo_destroy(cr);
+        cairo_surface_destroy(s);
+        return path;
+    }
+
+    std::vector<RasterBlock> PrintToBlocks(PrintRequest req) {
+        req.pdd = pdd_;
+        req.settings = settings_;
+        std::string stream;
+        {
+            Sink sink("/dev/null");
+            sink.SetTap([&](const uint8_t *d, size_t n) {
+                stream.append(reinterpret_cast<const char *>(d), n);
+            });
+            Print(req, sink);
+        }
+        return DecodeRaster(reinterpret_cast<const uint8_t *>(stream.data()), stream.size());
+    }
+
+    fs::path dir_;
+    std::string pdd_;
+    JobSettings settings_;
+    PageGeometry g_;
+};
+
+TEST_F(PagesPrint, PdfOneUp) {
+    PrintRequest req;
+    req.documents = {{MakePdf(), "application/pdf"}};
+    std::vector<RasterBlock> blocks = PrintToBlocks(req);
+    ASSERT_EQ(blocks.size(), 3u);
+    for (const auto &b : blocks) EXPECT_EQ(b.resolution, 600);
+
+    Ink rect = InkOf(blocks[0]);
+    EXPECT_NEAR(rect.x0, 600, 1);
+    EXPECT_NEAR(rect.y0, 600, 1);
+    EXPECT_NEAR(rect.W(), 1200, 1);
+    EXPECT_NEAR(rect.H(), 600, 1);
+    EXPECT_EQ(rect.dots, rect.W() * rect.H()); // solid
+
+    // The ramp: each stripe 0.75 inch high, its ink falling from all to none.
+    double last = 1.01;
+    for (int k = 0; k < 8; ++k) {
+        long top = 600 + k * 600 + 60, rows = 330;
+        Ink s = InkOf(blocks[1], top - blocks[1].y, top - blocks[1].y + rows);
+        double cover = static_cast<double>(s.dots) / (rows * (g_.cxPrintable * 600 / 720));
+        EXPECT_NEAR(cover, 1 - k / 7.0, 0.03) << "stripe " << k;
+        EXPECT_LT(cover, last) << "stripe " << k;
+        last = cover;
+    }
+
+    // Landscape on a portrait job: turned with its top to the left, so the rectangle at its
+    // top left stands 3 by 1 at the bottom left.
+    Ink turned = InkOf(blocks[2]);
+    long frameH = g_.cyPrintable * 600 / 720;
+    EXPECT_NEAR(turned.H(), 3 * turned.W(), 3);
+    EXPECT_GT(turned.H(), 1000);
+    EXPECT_LT(turned.x0 - blocks[2].x, turned.W());
+    EXPECT_GT(turned.y1, frameH * 3 / 4);
+}
+
+// Four up on both samples: gray rows dithered to one bit on the monochrome one, RGB rows on
+// the colour one.
+TEST_F(PagesPrint, PdfFourUp) {
+    for (const char *sample : {"qml2400.pdd", "qcl4100.pdd"}) {
+        UsePrinter(sample);
+        PrintRequest req;
+        req.documents = {{MakePdf(), ""}};
+        settings_.nup = 4;
+        std::vector<RasterBlock> blocks = PrintToBlocks(req);
+        ASSERT_EQ(blocks.size(), 3u) << sample;
+        EXPECT_EQ(blocks[0].bitsPerPixel, sample[2] == 'c' ? 24 : 1) << sample;
+        NupLayout nup = MakeNupLayout(4, 1, g_, 600);
+        double f = nup.scale / 600.0; // the library's reduction of a page into its cell
+        // Each page is rendered at the cell's size, not shrunk from a full page: the raster is
+        // as wide as the cell.
+        EXPECT_NEAR(blocks[0].width, g_.cxPrintable * 600 / 720 * f, 1) << sample;
+
+        Ink rect = InkOf(blocks[0]);
+        EXPECT_NEAR(rect.x0, nup.origins[0].first + 600 * f, 1) << sample;
+        EXPECT_NEAR(rect.y0, nup.origins[0].second + 600 * f, 1) << sample;
+        EXPECT_NEAR(rect.W(), 1200 * f, 1) << sample;
+        EXPECT_NEAR(rect.H(), 600 * f, 1) << sample;
+
+        // The ramp in the top right cell, the landscape page in the bottom left one, turned.
+        long midX = nup.origins[1].first, midY = nup.origins[2].second;
+        Ink ramp = InkOf(blocks[1]);
+        EXPECT_GE(ramp.x0, midX) << sample;
+        EXPECT_LT(ramp.y1, midY) << sample;
+        Ink turned = InkOf(blocks[2]);
+        EXPECT_LT(turned.x1, midX) << sample;
+        EXPECT_GE(turned.y0, midY) << sample;
+        EXPECT_NEAR(turned.H(), 3 * turned.W(), 3) << sample;
+    }
+}
+
+// A picture of the printable area at 300 dpi, white, with a 2 by 1 inch black bar an inch
+// from its top left corner; `landscape` swaps its sides. Samples: 8-bit gray or RGB.
+struct Picture {
+    int w = 0, h = 0, channels = 1;
+    std::vector<uint8_t> px;
+    Picture(const PageGeometry &g, bool landscape, int ch) : channels(ch) {
+        w = g.cxPrintable * 300 / 720, h = g.cyPrintable * 300 / 720;
+        if (landscape) std::swap(w, h);
+        px.assign(static_cast<size_t>(w) * h * channels, 255);
+        for (int y = 300; y < 600; ++y)
+            std::fill_n(&px[(static_cast<size_t>(y) * w + 300) * channels], 600 * channels, 0);
+    }
+    const uint8_t *Row(int y) const { return &px[static_cast<size_t>(y) * w * channels]; }
+};
+
+void WriteRaster(const std::string &path, const Picture &p, cups_mode_t mode, const char *colours) {
+    int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    cups_raster_t *r = cupsRasterOpen(fd, mode);
+    cups_page_header2_t h;
+    pwg_media_t media{};
+    media.pwg = "custom_frame_1x1in";
+    media.ppd = "Frame";
+    media.width = p.w * 2540 / 300;
+    media.length = p.h * 2540 / 300;
+    ASSERT_TRUE(cupsRasterInitPWGHeader(&h, &media, colours, 300, 300, "one-sided", nullptr));
+    ASSERT_EQ(h.cupsWidth, static_cast<unsigned>(p.w));
+    ASSERT_TRUE(cupsRasterWriteHeader2(r, &h));
+    std::vector<uint8_t> row(h.cupsBytesPerLine);
+    for (int y = 0; y < p.h; ++y) {
+        std::fill(row.begin(), row.end(), 0);
+        for (int x = 0; x < p.w; ++x) {
+            uint8_t v = p.Row(y)[x * p.channels];
+            if (h.cupsBitsPerPixel == 1) // black_1: 1 is ink
+                row[x / 8] |= static_cast<uint8_t>(v ? 0 : 0x80 >> (x % 8));
+            else
+                for (unsigned c = 0; c < h.cupsBitsPerPixel / 8; ++c)
+                    row[x * h.cupsBitsPerPixel / 8 + c] = v;
+        }
+        cupsRasterWritePixels(r, row.data(), h.cupsBytesPerLine);
+    }
+    cupsRasterClose(r);
+    close(fd);
+}
+
+void WriteJpeg(const std::string &path, const Picture &p) {
+    FILE *f = fopen(path.c_str(), "wb");
+    jpeg_compress_struct c;
+    jpeg_error_mgr err;
+    c.err = jpeg_std_error(&err);
+    jpeg_create_compress(&c);
+    jpeg_stdio_dest(&c, f);
+    c.image_width = p.w, c.image_height = p.h;
+    c.input_components = p.channels;
+    c.in_color_space = p.channels == 3 ? JCS_RGB : JCS_GRAYSCALE;
+    jpeg_set_defaults(&c);
+    jpeg_set_quality(&c, 100, TRUE); // no ringing around the bar to dither into dots
+    jpeg_start_compress(&c, TRUE);
+    for (int y = 0; y < p.h; ++y) {
+        JSAMPROW row = const_cast<uint8_t *>(p.Row(y));
+        jpeg_write_scanlines(&c, &row, 1);
+    }
+    jpeg_finish_compress(&c);
+    jpeg_destroy_compress(&c);
+    fclose(f);
+}
+
+// Pictures and raster streams of each kind print as pages: the bar lands where the PDF's
+// rectangle does, and a landscape picture turns with its top to the left.
+TEST_F(PagesPrint, PicturesAndRasterStreams) {
+    const struct {
+        const char *name, *type;
+        bool landscape;
+        int channels;
+        std::function<void(const std::string &, const Picture &)> write;
+    } kinds[] = {
+        {"cups.ras", "application/vnd.cups-raster", false, 1,
+         [](auto &f, auto &p) { WriteRaster(f, p, CUPS_RASTER_WRITE, "black_1"); }},
+        {"pwg.ras", "image/pwg-raster", false, 1,
+         [](auto &f, auto &p) { WriteRaster(f, p, CUPS_RASTER_WRITE_PWG, "sgray_8"); }},
+        {"apple.urf", "image/urf", false, 3,
+         [](auto &f, auto &p) { WriteRaster(f, p, CUPS_RASTER_WRITE_APPLE, "srgb_8"); }},
+        {"photo.jpg", "", false, 3, [](auto &f, auto &p) { WriteJpeg(f, p); }},
+        {"scan.ppm", "", false, 3,
+         [](auto &f, auto &p) {
+             std::ofstream o(f, std::ios::binary);
+             o << "P6\n" << p.w << " " << p.h << "\n255\n";
+             o.write(reinterpret_cast<const char *>(p.px.data()), p.px.size());
+         }},
+        {"wide.png", "image/png", true, 1,
+         [](auto &f, auto &p) {
+             png_image img{};
+             img.version = PNG_IMAGE_VERSION;
+             img.width = p.w, img.height = p.h, img.format = PNG_FORMAT_GRAY;
+             png_image_write_to_file(&img, f.c_str(), 0, p.px.data(), 0, nullptr);
+         }},
+    };
+    long frameH = g_.cyPrintable * 600 / 720;
+    for (const auto &k : kinds) {
+        std::string path = (dir_ / k.name).string();
+        k.write(path, Picture(g_, k.landscape, k.channels));
+        PrintRequest req;
+        req.documents = {{path, k.type}};
+        std::vector<RasterBlock> blocks = PrintToBlocks(req);
+        ASSERT_EQ(blocks.size(), 1u) << k.name;
+        Ink bar = InkOf(blocks[0]);
+        EXPECT_NEAR(bar.x0, 600, 2) << k.name;
+        if (!k.landscape) {
+            EXPECT_NEAR(bar.y0, 600, 2) << k.name;
+            EXPECT_NEAR(bar.W(), 1200, 2) << k.name;
+            EXPECT_NEAR(bar.H(), 600, 2) << k.name;
+        } else { // its top left corner now at the bottom left
+            EXPECT_NEAR(bar.y1, frameH - 600, 3) << k.name;
+            EXPECT_NEAR(bar.W(), 600, 2) << k.name;
+            EXPECT_NEAR(bar.H(), 1200, 2) << k.name;
+        }
+    }
+}
+
+struct ToolRun {
+    int status = -1;
+    std::string err;
+    long peakKb = 0; // the process's maximum resident set
+};
+
+ToolRun RunTool(const fs::path &dir, const std::vector<std::string> &args) {
+    fs::path err = dir / ".stderr";
+    pid_t pid = fork();
+    if (pid == 0) {
+        if (chdir(dir.c_str()) != 0) _exit(127);
+        int e = open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        dup2(e, 2);
+        setenv("Q417_HOME", (dir / "home").c_str(), 1);
+        std::vector<char *> argv{const_cast<char *>(Q417_TOOL)};
+        for (const auto &a : args) argv.push_back(const_cast<char *>(a.c_str()));
+        argv.push_back(nullptr);
+        execv(Q417_TOOL, argv.data());
+        _exit(127);
+    }
+    int st = 0;
+    rusage ru{};
+    wait4(pid, &st, 0, &ru);
+    std::ifstream f(err);
+    std::stringstream s;
+    s << f.rdbuf();
+    return {WIFEXITED(st) ? WEXITSTATUS(st) : -1, s.str(), ru.ru_maxrss};
+}
+
+uint32_t Crc32(const std::string &bytes) {
+    uint32_t c = 0xffffffff;
+    for (unsigned char b : bytes) {
+        c ^= b;
+        for (int k = 0; k < 8; ++k) c = c & 1 ? 0xedb88320 ^ (c >> 1) : c >> 1;
+    }
+    return ~c;
+}
+
+// A PNG of `w` x `h` gray pixels whose image data is one empty block.
+std::string PngHeaderOnly(uint32_t w, uint32_t h) {
+    auto be = [](uint32_t v) {
+        return std::string{static_cast<char>(v >> 24), static_cast<char>(v >> 16),
+                           static_cast<char>(v >> 8), static_cast<char>(v)};
+    };
+    auto chunk = [&](const std::string &type, const std::string &data) {
+        return be(static_cast<uint32_t>(data.size())) + type + data + be(Crc32(type + data));
+    };
+    std::string ihdr = be(w) + be(h) + std::string("\x08\x00\x00\x00\x00", 5);
+    return std::string("\x89PNG\r\n\x1a\n", 8) + chunk("IHDR", ihdr) +
+           chunk("IDAT", std::string("\x78\x9c\x03\x00\x00\x00\x00\x01", 8)) + chunk("IEND", "");
+}
+
+// What can't be printed ends the job before any output: status 1, one line naming the file
+// and the reason, no file. A good file prints, and with standard error not a terminal
+// shows no progress.
+TEST_F(PagesPrint, BadDocuments) {
+    std::string good = MakePdf();
+    std::string bytes;
+    {
+        std::ifstream f(good, std::ios::binary);
+        std::stringstream s;
+        s << f.rdbuf();
+        bytes = s.str();
+    }
+    std::ofstream(dir_ / "cut.pdf", std::ios::binary) << bytes.substr(0, bytes.size() / 2);
+    std::ofstream(dir_ / "notes.pdf") << "Shopping list: milk, bread.\n";
+    // Headers that claim pictures of 196 megapixels with no data to bear it out.
+    std::ofstream(dir_ / "header.ppm") << "P6 14000 14000 255\n";
+    std::ofstream(dir_ / "bomb.png", std::ios::binary) << PngHeaderOnly(14000, 14000);
+    bool haveGs = false;
+#ifdef Q417_GS
+    std::string make = std::string(Q417_GS) +
+                       " -q -dNOPAUSE -dBATCH -sDEVICE=pdfwrite -sOwnerPassword=owner "
+                       "-sUserPassword=secret -sOutputFile=" +
+                       (dir_ / "locked.pdf").string() + " " + good + " >/dev/null 2>&1";
+    haveGs = std::system(make.c_str()) == 0;
+#endif
+    const struct {
+        std::vector<std::string> args;
+        int status;
+        const char *mention; // in the one line; null: nothing on standard error
+        bool needsGs;
+    } cases[] = {
+        {{"doc.pdf"}, 0, nullptr, false},
+        {{"cut.pdf"}, 1, "cut.pdf: damaged PDF file", false},
+        {{"notes.pdf"}, 1, "notes.pdf: not a PDF", false},
+        {{"absent.pdf"}, 1, "absent.pdf: No such file", false},
+        {{"locked.pdf"}, 1, "locked.pdf: encrypted PDF file: give its password", true},
+        {{"locked.pdf", "--password", "guess"},
+         1,
+         "locked.pdf: encrypted PDF file: the password is wrong",
+         true},
+        {{"locked.pdf", "--password", "secret"}, 0, nullptr, true},
+        {{"doc.pdf", "--page-ranges", "4-"}, 1, "--page-ranges 4-: selects none", false},
+        {{"header.ppm"}, 1, "header.ppm: image data cut short", false},
+        {{"bomb.png"}, 1, "bomb.png: image size 14000x14000 is more than its", false},
+    };
+    long goodPeakKb = 0;
+    for (const auto &c : cases) {
+        if (c.needsGs && !haveGs) continue;
+        std::vector<std::string> args = {"print", "-p", pdd_, "-o", "out.prn"};
+        args.insert(args.begin() + 1, c.args.begin(), c.args.end());
+        ToolRun r = RunTool(dir_, args);
+        EXPECT_EQ(r.status, c.status) << c.args[0] << ": " << r.err;
+        EXPECT_EQ(fs::exists(dir_ / "out.prn"), c.status == 0) << c.args[0];
+        if (!c.mention) {
+            EXPECT_EQ(r.err, "") << c.args[0];
+        } else {
+            EXPECT_EQ(r.err.rfind("q417: ", 0), 0u) << r.err;
+            EXPECT_NE(r.err.find(c.mention), std::string::npos) << r.err;
+            EXPECT_EQ(r.err.find('\n'), r.err.size() - 1) << r.err;
+        }
+        // Nothing allocated for a false claim: no run takes much more than the good one.
+        if (c.args[0] == "doc.pdf" && c.args.size() == 1) goodPeakKb = r.peakKb;
+        EXPECT_LT(r.peakKb, goodPeakKb + 64 * 1024) << c.args[0];
+        fs::remove(dir_ / "out.prn");
+        for (const auto &e : fs::directory_iterator(dir_))
+            EXPECT_EQ(e.path().filename().string().find(".part"), std::string::npos);
+    }
+}
+
+TEST(PageRanges, Parse) {
+    const struct {
+        const char *text;
+        std::vector<std::pair<int, int>> ranges; // empty: refused
+    } cases[] = {
+        {"1-3,7,10-", {{1, 3}, {7, 7}, {10, 0}}},
+        {"5", {{5, 5}}},
+        {"2-", {{2, 0}}},
+        {"1-1,2-2", {{1, 1}, {2, 2}}},
+        {"0", {}},
+        {"3-1", {}},
+        {"1,,2", {}},
+        {"1-3,2", {}}, // overlapping
+        {"7,3", {}},   // descending
+        {"2-,5", {}},  // after an open end
+        {"-3", {}},
+        {"1-3x", {}},
+        {"a", {}},
+        {" 1", {}},
+        {"99999999999", {}},
+    };
+    for (const auto &c : cases) {
+        if (c.ranges.empty()) {
+            EXPECT_THROW(ParsePageRanges(c.text), Error) << c.text;
+            continue;
+        }
+        std::vector<PageRange> got = ParsePageRanges(c.text);
+        ASSERT_EQ(got.size(), c.ranges.size()) << c.text;
+        for (size_t i = 0; i < got.size(); ++i) {
+            EXPECT_EQ(got[i].first, c.ranges[i].first) << c.text;
+            EXPECT_EQ(got[i].last, c.ranges[i].second) << c.text;
+        }
+    }
+    std::vector<PageRange> r = ParsePageRanges("1-3,7,10-");
+    for (int p : {1, 3, 7, 10, 500}) EXPECT_TRUE(InRanges(r, p)) << p;
+    for (int p : {4, 6, 8, 9}) EXPECT_FALSE(InRanges(r, p)) << p;
+}
+
+} // namespace
