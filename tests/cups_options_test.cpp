@@ -8,6 +8,7 @@
 
 #include <cstdio>
 #include <fstream>
+#include <sys/stat.h>
 #include <string>
 #include <vector>
 
@@ -16,6 +17,16 @@ namespace {
 using namespace q417::pages;
 
 const std::string kShare = Q417_SOURCE_DIR "/share";
+
+// A sample description copied out of the source tree: the library writes its compiled
+// configuration beside the description.
+std::string Sample(const std::string &name) {
+    std::string dir = ::testing::TempDir() + "/q417-cups-samples";
+    mkdir(dir.c_str(), 0755);
+    std::ifstream in(kShare + "/" + name, std::ios::binary);
+    std::ofstream(dir + "/" + name, std::ios::binary) << in.rdbuf();
+    return dir + "/" + name;
+}
 
 std::string Names(const std::vector<Choice> &v, bool ipp) {
     std::string s;
@@ -35,7 +46,7 @@ struct FreshConfig {
 
 struct Colour : ::testing::Test {
     FreshConfig fresh;
-    Printer printer{kShare + "/qcl4100.pdd", "socket://127.0.0.1:9100"};
+    Printer printer{Sample("qcl4100.pdd"), "socket://127.0.0.1:9100"};
     Capabilities caps = Describe(printer, kShare);
 };
 
@@ -307,7 +318,7 @@ TEST_F(Colour, RefusesWhatThePrinterCantDoNamingTheOption) {
 
 TEST(CupsOptions, MonochromeModelPrintsOneSidedAndKeepsItsLanguage) {
     FreshConfig fresh;
-    Printer printer(kShare + "/qml2400.pdd", "socket://127.0.0.1:9100");
+    Printer printer(Sample("qml2400.pdd"), "socket://127.0.0.1:9100");
     Capabilities caps = Describe(printer, kShare);
     EXPECT_FALSE(caps.duplex);
     EXPECT_FALSE(caps.colour);

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <sys/stat.h>
 #include <string>
 
 namespace {
@@ -14,7 +16,15 @@ using namespace q417;
 TEST(CupsPpd, ColourSampleOffersItsOptionsAndRunsOurFilter) {
     DiscardDeviceInfo(nullptr); // the library keeps one printer's configuration a process
     const std::string share = Q417_SOURCE_DIR "/share";
-    pages::Printer printer(share + "/qcl4100.pdd", "socket://127.0.0.1:9100");
+    // a copy: the library writes its compiled configuration beside the description
+    std::string dir = ::testing::TempDir() + "/q417-cups-ppd";
+    mkdir(dir.c_str(), 0755);
+    std::string pdd = dir + "/qcl4100.pdd";
+    {
+        std::ifstream in(share + "/qcl4100.pdd", std::ios::binary);
+        std::ofstream(pdd, std::ios::binary) << in.rdbuf();
+    }
+    pages::Printer printer(pdd, "socket://127.0.0.1:9100");
     pages::Capabilities caps = pages::Describe(printer, share);
     std::string ppd = cups::MakePpd(caps, {"qcl4100.pdd", ""});
     const char *lines[] = {

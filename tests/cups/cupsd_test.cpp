@@ -376,6 +376,9 @@ class Cupsd : public ::testing::Test {
         std::string listing;
         q417tool::DecodeStream(reinterpret_cast<const uint8_t *>(stream.data()), stream.size(),
                                listing);
+        // Q417_CUPSD_LISTING=FILE keeps every listing, one after the other, for a reader.
+        if (const char *keep = getenv("Q417_CUPSD_LISTING"))
+            std::ofstream(keep, std::ios::app) << listing << "\n";
         return listing;
     }
 
@@ -432,7 +435,6 @@ TEST_F(Cupsd, FourUpDuplexWatermarkedPdfArrivesAsOneSheet) {
     ASSERT_FALSE(stream.empty());
     Spit(dir_ + "/files/four-up.prn", stream);
     std::string listing = Decode(stream);
-    if (const char *keep = getenv("Q417_CUPSD_LISTING")) Spit(keep, listing);
 
     // PJL around it all
     EXPECT_EQ(stream.rfind("\x1b%-12345X@PJL", 0), 0u);
@@ -465,6 +467,27 @@ TEST_F(Cupsd, FourUpDuplexWatermarkedPdfArrivesAsOneSheet) {
     ASSERT_NE(at, std::string::npos) << pages;
     EXPECT_NE(pages.substr(at, pages.find('\n', at) - at).find(" total 1 "), std::string::npos)
         << pages;
+}
+
+// Options by their PPD names, as a print dialog sends them: short-edge binding, Letter,
+// grey, 300 dpi; two copies made by the printer from pages sent once.
+TEST_F(Cupsd, PpdOptionsAndCopiesReachThePrinter) {
+    AddQueue();
+    std::string pdf = dir_ + "/files/two.pdf";
+    Spit(pdf, MakePdf(2));
+    size_t before = listener_->count();
+    int id = Submit(pdf, {"Duplex=DuplexTumble", "PageSize=Letter", "ColorModel=Gray",
+                          "Resolution=300dpi", "copies=2", "Collate=True"});
+    ASSERT_GT(id, 0);
+    EXPECT_EQ(WaitForJob(id), IPP_JSTATE_COMPLETED);
+    std::string listing = Decode(listener_->Stream(before, 10));
+    EXPECT_EQ(Count(listing, "ESC&l2S "), 1u);
+    EXPECT_EQ(Count(listing, "ESC&l2A "), 1u);  // Letter
+    EXPECT_EQ(Count(listing, "form feed"), 1u); // one page a sheet
+    EXPECT_EQ(Count(listing, "ESC&l2X "), 1u);  // the printer makes two copies
+    EXPECT_NE(listing.find("Quillmark PCL5e Driver"), std::string::npos);
+    EXPECT_NE(listing.find("ESC*t300R "), std::string::npos);
+    EXPECT_EQ(Count(listing, "start raster graphics"), 2u); // each page once
 }
 
 // Text, images and PostScript reach the filter through CUPS's own conversions.
