@@ -34,6 +34,16 @@ class DefinitionsTest : public ::testing::Test {
     }
 };
 
+// A name joins the Windows directory with one separator, whether or not it brings its own.
+TEST_F(DefinitionsTest, WindowsFileNamesHaveOneSeparator) {
+    WCHAR root[400];
+    const std::u16string dirName(root, GetWindowsDirectoryW(root, 400));
+    for (auto [name, joined] : {std::pair{u"QMWMARK.INI", u"\\QMWMARK.INI"},
+                                {u"\\fonts\\a.ttf", u"\\fonts\\a.ttf"},
+                                {u"/b.ttf", u"/b.ttf"}})
+        EXPECT_EQ(std::u16string(MakeWinFileName(name)), dirName + joined);
+}
+
 TEST_F(DefinitionsTest, NumbersCountValidLinesOnly) {
     Ini({"1,2,3,0,50,0,450,700,1,100,Arial,First",
          "1,2,3,0,50,0,450,700,1,100,Second", // eleven tokens
