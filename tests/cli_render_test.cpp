@@ -1,5 +1,5 @@
-// The renderer's pieces of q417 print: N-up placement as the library places cells, the
-// delta row coder, the PBM/PGM/PPM reader.
+// The renderer's pieces of q417 print: N-up placement as the library places cells, and the
+// PBM/PGM/PPM reader. (Where test pages land in their cells is in pages_render_test.)
 #include "image.h"
 #include "render.h"
 #include "tool.h"
@@ -41,53 +41,6 @@ TEST(CliRender, NupLayoutMatchesTheLibrarysCells) {
     EXPECT_EQ(six.rows, 3);
     EXPECT_EQ(six.origins.size(), 6u);
     EXPECT_LT(six.origins[0].first, six.origins[1].first);
-}
-
-// Test pages go through the cell: every position of a page in cell 1 of a 4-up sheet lies in
-// the right half of the sheet.
-TEST(CliRender, TestPageLandsInItsCell) {
-    PageGeometry g;
-    g.cxPaper = 6120, g.cyPaper = 7920, g.cxPrintable = 5760, g.cyPrintable = 7560;
-    NupLayout l = MakeNupLayout(4, 1, g, 600);
-    PageInfo info;
-    info.page = 2, info.paper = "Letter", info.orientation = "portrait";
-    std::string pcl = RenderTestPage(info, g, l, 1);
-    size_t pos = 0;
-    int seen = 0;
-    while ((pos = pcl.find("\x1b*p", pos)) != std::string::npos) {
-        pos += 3;
-        int x = std::stoi(pcl.substr(pos));
-        EXPECT_GE(x, 2460);
-        EXPECT_LT(x, 2460 + 2280 + 1);
-        ++seen;
-    }
-    EXPECT_GT(seen, 20);
-    EXPECT_NE(pcl.find("Page 2"), std::string::npos);
-}
-
-TEST(CliRender, DeltaRow) {
-    struct {
-        const char *name;
-        std::vector<uint8_t> row, seed, out;
-    } cases[] = {
-        {"equal rows cost nothing", {1, 2, 3}, {1, 2, 3}, {}},
-        {"one byte at the start", {9, 2, 3}, {1, 2, 3}, {0x00, 9}},
-        {"runs of at most 8",
-         std::vector<uint8_t>(10, 7),
-         std::vector<uint8_t>(10, 0),
-         {0xE0, 7, 7, 7, 7, 7, 7, 7, 7, 0x20, 7, 7}},
-        {"offset counts from the last replacement", {5, 0, 0, 6}, {0, 0, 0, 0}, {0x00, 5, 0x02, 6}},
-    };
-    for (auto &c : cases)
-        EXPECT_EQ(DeltaRow(c.row.data(), c.seed.data(), c.row.size()), c.out) << c.name;
-    // Offsets of 31 and more go on in further bytes: 31 + 255 + 14 = 300.
-    std::vector<uint8_t> seed(301), row(301);
-    row[300] = 1;
-    EXPECT_EQ(DeltaRow(row.data(), seed.data(), row.size()),
-              (std::vector<uint8_t>{0x1F, 255, 14, 1}));
-    row.assign(31, 0), seed.assign(32, 0);
-    row.push_back(1); // offset exactly 31: one more byte, 0
-    EXPECT_EQ(DeltaRow(row.data(), seed.data(), row.size()), (std::vector<uint8_t>{0x1F, 0, 1}));
 }
 
 std::vector<uint8_t> Bytes(const std::string &s) {
