@@ -12,6 +12,7 @@
 #include <netinet/in.h>
 #include <png.h>
 #include <poll.h>
+#include <regex>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <thread>
@@ -20,9 +21,9 @@ namespace {
 
 namespace fs = std::filesystem;
 using clitest::Count;
+using clitest::Env;
 using clitest::ExpectOneErrorLine;
 using clitest::Result;
-using clitest::Env;
 using clitest::Slurp;
 
 // Positions of the markers in the listing, in order; -1 for the first one missing.
@@ -82,12 +83,20 @@ class CliTest : public ::testing::Test {
 };
 
 TEST_F(CliTest, EverySubcommandHasHelp) {
-    for (const std::vector<std::string> &c : std::vector<std::vector<std::string>>{
-             {"--help"}, {"print", "--help"}, {"dump", "--help"}, {"pdd", "--help"},
-             {"pdd", "compile", "--help"}, {"pdd", "show", "--help"}, {"pdd", "check", "--help"},
-             {"devmode", "--help"}, {"devmode", "new", "--help"}, {"devmode", "set", "--help"},
-             {"devmode", "get", "--help"}, {"devmode", "show", "--help"},
-             {"devmode", "options", "--help"}}) {
+    for (const std::vector<std::string> &c :
+         std::vector<std::vector<std::string>>{{"--help"},
+                                               {"print", "--help"},
+                                               {"dump", "--help"},
+                                               {"pdd", "--help"},
+                                               {"pdd", "compile", "--help"},
+                                               {"pdd", "show", "--help"},
+                                               {"pdd", "check", "--help"},
+                                               {"devmode", "--help"},
+                                               {"devmode", "new", "--help"},
+                                               {"devmode", "set", "--help"},
+                                               {"devmode", "get", "--help"},
+                                               {"devmode", "show", "--help"},
+                                               {"devmode", "options", "--help"}}) {
         Result r = Run(c);
         EXPECT_EQ(r.status, 0) << c[0] << " " << c[1];
         EXPECT_NE(r.out.find("Usage: q417"), std::string::npos) << c[0] << r.out;
@@ -178,16 +187,40 @@ TEST_F(CliTest, JobsDecodeWholeAndCarryTheirSettings) {
         // Job header, the first sheet's page header; cells 2 to 4 share the first sheet, the
         // second sheet comes with a form feed.
         {{"--nup", "4", "--pages", "6"},
-         {"ESC%-12345X", "PJL comment", "@PJL SET RESOLUTION=600", "@PJL ENTER LANGUAGE=PCL",
-          "ESC%0A", "ESC*v6W", "ESC&u600D", "ESC*t600R", "ESC*t7J", "ESC*c0F", "ESC&p1I",
-          "ESC&p6C", "WU0", "PP1", "ESC&l1X", "ESC&l26A", "ESC&l0O", "ESC*pX",
-          "picture frame width", "picture frame anchor point", "ESC&l1H", "ESC*r0F", "IP", "SC",
-          "\"Page 1\"", "\"Page 4\"", "form feed", "\"Page 5\"", "\"Page 6\""},
+         {"ESC%-12345X",
+          "PJL comment",
+          "@PJL SET RESOLUTION=600",
+          "@PJL ENTER LANGUAGE=PCL",
+          "ESC%0A",
+          "ESC*v6W",
+          "ESC&u600D",
+          "ESC*t600R",
+          "ESC*t7J",
+          "ESC*c0F",
+          "ESC&p1I",
+          "ESC&p6C",
+          "WU0",
+          "PP1",
+          "ESC&l1X",
+          "ESC&l26A",
+          "ESC&l0O",
+          "ESC*pX",
+          "picture frame width",
+          "picture frame anchor point",
+          "ESC&l1H",
+          "ESC*r0F",
+          "IP",
+          "SC",
+          "\"Page 1\"",
+          "\"Page 4\"",
+          "form feed",
+          "\"Page 5\"",
+          "\"Page 6\""},
          {{"page size: A4", 1}, {"form feed", 1}}},
         // No printer: the built-in colour model.
         {{}, {"@PJL COMMENT Quillmark PCL5eC Driver", "ESC*v6W"}, {}},
-        {{"-p", "mono", "--paper", "Legal", "--source", "manual feed", "--orientation",
-          "landscape", "--copies", "3", "--resolution", "300dpi"},
+        {{"-p", "mono", "--paper", "Legal", "--source", "manual feed", "--orientation", "landscape",
+          "--copies", "3", "--resolution", "300dpi"},
          {"PCL5e Driver", "@PJL SET ORIENTATION=LANDSCAPE", "RESOLUTION=300", "ESC&u300D",
           "ESC&l3X", "page size: Legal", "orientation: landscape", "paper source: manual feed"},
          {{"ESC*v6W", 0}}}, // no colour set-up
@@ -200,12 +233,11 @@ TEST_F(CliTest, JobsDecodeWholeAndCarryTheirSettings) {
         // A label on every cell: the pages' data must still decode as PCL text.
         {{"--nup", "4", "--pages", "6", "--watermark", "1"}, {}, {{"text, 6 bytes", 6}}},
         {{"--watermark", "2", "--duplex", "short", "--copies", "2", "--collate"}, {}, {}},
-        {{"-p", "mono", "--watermark", "1"}, {}, {}},                        // gray, format 20
-        {{"-p", "mono", "--emulation", "PCL5", "--watermark", "1"}, {}, {}}, // gray, format 0
+        {{"-p", "mono", "--watermark", "1"}, {}, {}},                         // gray, format 20
+        {{"-p", "mono", "--emulation", "PCL5", "--watermark", "1"}, {}, {}},  // gray, format 0
         {{"--emulation", "PCL5C", "--watermark", "3", "--nup", "2"}, {}, {}}, // italic face
         {{"--nup", "6", "--orientation", "landscape", "--pages", "7"}, {}, {}},
-        {{"--nup", "9", "--orientation", "reverse-landscape", "--pages", "10", "--watermark",
-          "1"},
+        {{"--nup", "9", "--orientation", "reverse-landscape", "--pages", "10", "--watermark", "1"},
          {},
          {}},
         {{"--nup", "16", "--pages", "17", "--resolution", "1200dpi", "--source", "Manual"}, {}, {}},
@@ -230,7 +262,8 @@ TEST_F(CliTest, JobsDecodeWholeAndCarryTheirSettings) {
         EXPECT_EQ(Count(l, "universal exit language"), 2u) << shown;
         EXPECT_EQ(Count(l, "** stream ends"), 0u) << shown;
         EXPECT_EQ(FindInOrder(l, job.inOrder), -1) << shown << "\n" << l;
-        for (const auto &[marker, n] : job.counts) EXPECT_EQ(Count(l, marker), n) << shown << marker;
+        for (const auto &[marker, n] : job.counts)
+            EXPECT_EQ(Count(l, marker), n) << shown << marker;
     }
     // Without a port the job lands in the current directory.
     fs::remove(dir_ / "job.prn");
@@ -253,8 +286,8 @@ TEST_F(CliTest, ImagesBecomeRasterRows) {
     std::ofstream(dir_ / "img.prn", std::ios::binary) << r.out;
     // Two pictures of 24-bit rows at 600 dpi, every row decodable.
     q417tool::DecodeResult dr;
-    auto blocks = q417tool::DecodeRaster(reinterpret_cast<const uint8_t *>(r.out.data()),
-                                         r.out.size(), &dr);
+    auto blocks =
+        q417tool::DecodeRaster(reinterpret_cast<const uint8_t *>(r.out.data()), r.out.size(), &dr);
     EXPECT_EQ(dr.nBadRows, 0u);
     ASSERT_EQ(blocks.size(), 2u);
     for (const auto &b : blocks) {
@@ -270,6 +303,42 @@ TEST_F(CliTest, ImagesBecomeRasterRows) {
     std::ofstream(dir_ / "bad.png") << "\x89PNG\r\n\x1a\nnot really";
     ExpectOneErrorLine(Run({"print", "bad.png", "-o", "bad.prn"}), "bad.png");
     EXPECT_FALSE(fs::exists(dir_ / "bad.prn"));
+}
+
+// Every paper, source and resolution of both sample descriptions reaches the stream with the
+// code its description gives it (read from the file, not restated here).
+TEST_F(CliTest, EverySampleOptionReachesTheStreamWithItsCode) {
+    for (const char *sample : {"qcl4100.pdd", "qml2400.pdd"}) {
+        fs::copy_file(fs::path(Q417_SOURCE_DIR) / "share" / sample, dir_ / sample);
+        // Key -> the listing's command: "*PageSize A4/...: 26" -> ESC&l26A, and so on.
+        std::vector<std::pair<std::string, std::string>> papers, sources, resolutions;
+        std::istringstream pdd(Slurp(dir_ / sample));
+        for (std::string line; std::getline(pdd, line);) {
+            std::smatch m;
+            if (std::regex_match(line, m, std::regex(R"(\*PageSize (\w+)/.*: (\d+))")))
+                papers.push_back({m[1], "ESC&l" + m.str(2) + "A"});
+            else if (std::regex_match(line, m, std::regex(R"(\*InputSlot (\w+)/.*: (\d+))")))
+                sources.push_back({m[1], "ESC&l" + m.str(2) + "H"});
+            else if (std::regex_match(line, m, std::regex(R"re(\*Resolution (\w+)/.*: "(\d+)")re")))
+                resolutions.push_back({m[1], "ESC&u" + m.str(2) + "D"});
+        }
+        ASSERT_GE(papers.size(), 5u) << sample;
+        ASSERT_GE(sources.size(), 2u) << sample;
+        ASSERT_GE(resolutions.size(), 2u) << sample;
+        for (size_t i = 0; i < papers.size() || i < sources.size(); ++i) {
+            const auto &paper = papers[i % papers.size()], &source = sources[i % sources.size()],
+                       &res = resolutions[i % resolutions.size()];
+            ASSERT_EQ(Run({"print", "-p", sample, "--paper", paper.first, "--source", source.first,
+                           "--resolution", res.first, "-o", "job.prn"})
+                          .status,
+                      0)
+                << sample << " " << paper.first;
+            const std::string l = Run({"dump", "job.prn"}).out;
+            EXPECT_EQ(FindInOrder(l, {res.second + " ", paper.second + " ", source.second + " "}),
+                      -1)
+                << sample << ": " << paper.first << ", " << source.first << ", " << res.first;
+        }
+    }
 }
 
 // A raw TCP port: a listener on 127.0.0.1 takes the job and must get the same bytes a file

@@ -406,10 +406,21 @@ TEST_F(PagesPrint, BadDocuments) {
 // Ranges as "first-last" each, 0 for an open end; "" when the text is refused.
 TEST(PageRanges, Parse) {
     const std::pair<const char *, const char *> cases[] = {
-        {"1-3,7,10-", "1-3 7-7 10-0"}, {"5", "5-5"}, {"2-", "2-0"}, {"1-1,2-2", "1-1 2-2"},
-        {"0", ""}, {"3-1", ""}, {"1,,2", ""}, {"1-3,2", ""} /* overlapping */,
-        {"7,3", ""} /* descending */, {"2-,5", ""} /* after an open end */, {"-3", ""},
-        {"1-3x", ""}, {"a", ""}, {" 1", ""}, {"99999999999", ""},
+        {"1-3,7,10-", "1-3 7-7 10-0"},
+        {"5", "5-5"},
+        {"2-", "2-0"},
+        {"1-1,2-2", "1-1 2-2"},
+        {"0", ""},
+        {"3-1", ""},
+        {"1,,2", ""},
+        {"1-3,2", ""} /* overlapping */,
+        {"7,3", ""} /* descending */,
+        {"2-,5", ""} /* after an open end */,
+        {"-3", ""},
+        {"1-3x", ""},
+        {"a", ""},
+        {" 1", ""},
+        {"99999999999", ""},
     };
     for (const auto &[text, want] : cases) {
         std::string got;

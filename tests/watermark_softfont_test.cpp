@@ -199,8 +199,7 @@ TEST_F(SoftFontTest, DescriptorFieldsFromTheFont) {
         {"space beyond the metrics: glyph 0's advance",
          With(BasicFont(), [](FontPlan &s) { s.numberOfHMetrics = 1; }), "F", 16, "\x03\xE8"},
         {"cell width wraps as 16 bits",
-         With(BasicFont(), [](FontPlan &s) { s.xMin = -1, s.xMax = 0x7FFF; }), "F", 8,
-         "\x80\x00"},
+         With(BasicFont(), [](FontPlan &s) { s.xMin = -1, s.xMax = 0x7FFF; }), "F", 8, "\x80\x00"},
     };
     for (const Case &c : cases) {
         ASSERT_EQ(Send(ttftest::Build(c.plan), nullptr, c.face), 1) << c.what;
