@@ -62,7 +62,11 @@ class DrawTest : public ::testing::Test {
         job.info.bJobFlags = JOB_WATERMARK;
         job.info.bOutputMode = OUTPUT_PCL;
     }
-    void TearDown() override { RedXfer = saved[0], GrnXfer = saved[1], BluXfer = saved[2]; }
+    long blocksBefore = q417::mem::LiveBlocks();
+    void TearDown() override {
+        RedXfer = saved[0], GrnXfer = saved[1], BluXfer = saved[2];
+        EXPECT_EQ(q417::mem::LiveBlocks(), blocksBefore) << "a block leaked";
+    }
 };
 
 // The whole label, placed and turned: 32-bit centre arithmetic, and the direction's cosine
