@@ -1,4 +1,5 @@
-// The shared text rule, the text conversions, and the life of a configuration handle.
+// The text conversions and the life of a configuration handle. (The text rule every getter
+// follows is checked through the getters, with CheckText in ddi_fixture.h.)
 #include "ddi/ddi.h"
 
 #include <gtest/gtest.h>
@@ -8,38 +9,6 @@
 #include <vector>
 
 namespace {
-
-constexpr WCHAR kPoison = 0xBEEF;
-
-TEST(DdiGetString, CapacityDecidesBetweenSizeQueryCopyAndCut) {
-    struct Case {
-        const char16_t *src;
-        int capacity;
-        bool nullDst;
-        int result;
-        std::u16string stored; // what lands in the buffer, terminator included
-    };
-    const Case cases[] = {
-        {u"Letter", 0, false, 7, u""},       // size query writes nothing
-        {u"Letter", 0, true, 7, u""},        // ... even without a buffer
-        {u"Letter", 7, false, 7, u"Letter"}, // exact fit
-        {u"Letter", 6, false, 6, u"Lette"},  // one short: cut and terminated
-        {u"Letter", 1, false, 1, u""},       // only the terminator
-        {u"Letter", 100, false, 7, u"Letter"}, {u"", 5, false, 1, u""},
-        {u"Letter", 3, true, 0, u""},   // no buffer to copy into
-        {u"Letter", -1, false, 0, u""}, // negative capacity
-        {nullptr, 5, false, 0, u""},           {nullptr, 0, false, 0, u""},
-    };
-    for (const Case &c : cases) {
-        std::vector<WCHAR> buf(16, kPoison);
-        int r = GetString(c.src, c.nullDst ? nullptr : buf.data(), c.capacity);
-        EXPECT_EQ(r, c.result) << "capacity " << c.capacity;
-        size_t written = (c.result > 0 && c.capacity > 0) ? c.stored.size() + 1 : 0;
-        EXPECT_EQ(std::u16string(buf.data(), written), written ? c.stored + u'\0' : u"");
-        for (size_t i = written; i < buf.size(); ++i)
-            ASSERT_EQ(buf[i], kPoison) << "write past the result at " << i;
-    }
-}
 
 // The conversions the texts of descriptions and labels take: 8-bit in the ANSI code page.
 TEST(DdiText, NarrowAndWideConversions) {
