@@ -1,6 +1,7 @@
-// The renderer's pieces of q417 print: N-up placement as the library places cells, the
-// delta row coder, the PBM/PGM/PPM reader.
+// The renderer's pieces of q417 print: N-up placement as the library places cells, and the
+// PBM/PGM/PPM reader. (Where test pages land in their cells is in pages_render_test.)
 #include "image.h"
+#include "job/job.h"
 #include "render.h"
 #include "tool.h"
 
@@ -14,80 +15,39 @@ namespace {
 
 using namespace q417tool;
 
-// The renderer must land each page in the cell whose origin the library uses, so the grid is
-// checked against the library's own worked examples: Letter, frame 8 x 10.5 inches, 600 dpi.
-TEST(CliRender, NupLayoutMatchesTheLibrarysCells) {
-    PageGeometry g;
-    g.cxPaper = 6120, g.cyPaper = 7920, g.cxPrintable = 5760, g.cyPrintable = 7560;
-    struct Want {
-        int n, orientation, scale, cxSub, cySub;
-        std::vector<std::pair<int, int>> origins;
-    } cases[] = {
-        {4, 1, 285, 2280, 2992, {{60, 79}, {2460, 79}, {60, 3229}, {2460, 3229}}},
-        {2, 1, 352, 2992, 3872, {{79, 463}, {3229, 463}}},
-        {1, 1, 600, 4800, 6300, {{0, 0}}},
-        {3, 1, 600, 4800, 6300, {{0, 0}}}, // not a layout: one page a sheet
-    };
-    for (const Want &w : cases) {
-        NupLayout l = MakeNupLayout(w.n, w.orientation, g, 600);
-        EXPECT_EQ(l.scale, w.scale) << w.n;
-        EXPECT_EQ(l.cxSubPage, w.cxSub) << w.n;
-        EXPECT_EQ(l.cySubPage, w.cySub) << w.n;
-        EXPECT_EQ(l.origins, w.origins) << w.n;
-    }
-    // Six up, landscape: three rows of two, the 0.92 image and the left-leaning offset.
-    NupLayout six = MakeNupLayout(6, 2, g, 600);
-    EXPECT_EQ(six.columns, 2);
-    EXPECT_EQ(six.rows, 3);
-    EXPECT_EQ(six.origins.size(), 6u);
-    EXPECT_LT(six.origins[0].first, six.origins[1].first);
-}
-
-// Test pages go through the cell: every position of a page in cell 1 of a 4-up sheet lies in
-// the right half of the sheet.
-TEST(CliRender, TestPageLandsInItsCell) {
-    PageGeometry g;
-    g.cxPaper = 6120, g.cyPaper = 7920, g.cxPrintable = 5760, g.cyPrintable = 7560;
-    NupLayout l = MakeNupLayout(4, 1, g, 600);
-    PageInfo info;
-    info.page = 2, info.paper = "Letter", info.orientation = "portrait";
-    std::string pcl = RenderTestPage(info, g, l, 1);
-    size_t pos = 0;
-    int seen = 0;
-    while ((pos = pcl.find("\x1b*p", pos)) != std::string::npos) {
-        pos += 3;
-        int x = std::stoi(pcl.substr(pos));
-        EXPECT_GE(x, 2460);
-        EXPECT_LT(x, 2460 + 2280 + 1);
-        ++seen;
-    }
-    EXPECT_GT(seen, 20);
-    EXPECT_NE(pcl.find("Page 2"), std::string::npos);
-}
-
-TEST(CliRender, DeltaRow) {
-    struct {
-        const char *name;
-        std::vector<uint8_t> row, seed, out;
-    } cases[] = {
-        {"equal rows cost nothing", {1, 2, 3}, {1, 2, 3}, {}},
-        {"one byte at the start", {9, 2, 3}, {1, 2, 3}, {0x00, 9}},
-        {"runs of at most 8",
-         std::vector<uint8_t>(10, 7),
-         std::vector<uint8_t>(10, 0),
-         {0xE0, 7, 7, 7, 7, 7, 7, 7, 7, 0x20, 7, 7}},
-        {"offset counts from the last replacement", {5, 0, 0, 6}, {0, 0, 0, 0}, {0x00, 5, 0x02, 6}},
-    };
-    for (auto &c : cases)
-        EXPECT_EQ(DeltaRow(c.row.data(), c.seed.data(), c.row.size()), c.out) << c.name;
-    // Offsets of 31 and more go on in further bytes: 31 + 255 + 14 = 300.
-    std::vector<uint8_t> seed(301), row(301);
-    row[300] = 1;
-    EXPECT_EQ(DeltaRow(row.data(), seed.data(), row.size()),
-              (std::vector<uint8_t>{0x1F, 255, 14, 1}));
-    row.assign(31, 0), seed.assign(32, 0);
-    row.push_back(1); // offset exactly 31: one more byte, 0
-    EXPECT_EQ(DeltaRow(row.data(), seed.data(), row.size()), (std::vector<uint8_t>{0x1F, 0, 1}));
+// The renderer must land each page in the cell whose origin the library uses: its grid against
+// the library's own, for every pages-per-sheet value, orientation and resolution, on Letter
+// (frame 8 x 10.5 inches) and A4.
+TEST(CliRender, NupLayoutIsTheLibrarysForEveryGrid) {
+    const PageGeometry papers[] = {{6120, 7920, 5760, 7560, 180, 180},
+                                   {5953, 8419, 5713, 8179, 120, 120}};
+    for (const PageGeometry &g : papers)
+        for (int n : {1, 2, 3, 4, 6, 9, 16})
+            for (SHORT orientation : {1, 2})
+                for (SHORT dpi : {300, 600, 1200}) {
+                    SPLDEVINFO info{};
+                    DDIDEVMODE dm{};
+                    info.cxPaper = g.cxPaper, info.cyPaper = g.cyPaper;
+                    info.cxPrintable = g.cxPrintable, info.cyPrintable = g.cyPrintable;
+                    info.cxMargin = g.cxMargin, info.cyMargin = g.cyMargin;
+                    dm.bLayout = BYTE(n), dm.dmOrientation = orientation, dm.dmPaperSize = 1;
+                    dm.dmPrintQuality = dm.dmYResolution = dpi;
+                    info.pDevMode = Ptr32From(&dm);
+                    InitSubPages(&info);
+                    const NupLayout l = MakeNupLayout(n, orientation, g, dpi);
+                    SCOPED_TRACE(testing::Message() << g.cxPaper << " " << n << "-up, orientation "
+                                                    << orientation << ", " << dpi << " dpi");
+                    EXPECT_EQ(l.scale, info.nPagesPerSheet > 1 ? info.nScaleX : dpi);
+                    EXPECT_EQ(info.nPagesPerSheet, n == 3 ? 1u : DWORD(n));
+                    EXPECT_EQ(l.origins.size(), size_t(info.nPagesPerSheet));
+                    if (info.nPagesPerSheet < 2) continue;
+                    EXPECT_EQ(l.cxSubPage, info.cxSubPage);
+                    EXPECT_EQ(l.cySubPage, info.cySubPage);
+                    for (size_t i = 0; i < l.origins.size() && i < 16; ++i)
+                        EXPECT_EQ(l.origins[i],
+                                  std::make_pair(info.SubPageOrg[i][0], info.SubPageOrg[i][1]))
+                            << "cell " << i;
+                }
 }
 
 std::vector<uint8_t> Bytes(const std::string &s) {

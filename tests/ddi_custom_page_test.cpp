@@ -39,6 +39,7 @@ TEST(DdiCustomPage, SizesAreLimitedConvertedAndWrittenToTheCustomRow) {
         Row row;
     };
     const Case cases[] = {
+        // clang-format off
         {kSample, 2160, 0, 2160, 0, 762, 0, {2160, 7920, 100, 200, 1760, 7320}},  // the minimum
         {kSample, 8640, 0, 8640, 0, 3048, 0, {8640, 7920, 100, 200, 8240, 7320}}, // the maximum
         {kSample, 1000, 0, 2160, 0, 762, 0, {2160, 7920, 100, 200, 1760, 7320}},  // below: min
@@ -51,20 +52,14 @@ TEST(DdiCustomPage, SizesAreLimitedConvertedAndWrittenToTheCustomRow) {
         {kSample, 0, 0, 0, 0, 0, 0, {6120, 7920, 100, 200, 5720, 7320}},
         // Without limits 612 decipoints (8.5 mm and a bit) is 215 tenths, remainder dropped.
         {kNoLimits, 612, 0, 612, 0, 215, 0, {612, 7920, 100, 200, 212, 7320}},
-        {kNoLimits,
-         100000,
-         0,
-         WORD(100000),
-         0,
-         SHORT(35277),
-         0,
-         {100000, 7920, 100, 200, 99600, 7320}},
+        {kNoLimits, 100000, 0, WORD(100000), 0, SHORT(35277), 0, {100000, 7920, 100, 200, 99600, 7320}},
         // Limits compare signed: a negative width passes a maximum and keeps its low 16 bits.
         {kOnlyMax, -720, 0, 0xFD30, 0, -254, 0, {DWORD(-720), 7920, 100, 200, DWORD(-1120), 7320}},
         // A minimum above the maximum: the minimum is tested first, and a size below it is not
         // tested against the maximum after that; one equal to it is.
         {kCrossed, 4000, 4000, 5000, 5000, 1763, 1763, {5000, 5000, 100, 200, 4600, 4400}},
         {kCrossed, 6000, 5000, 3000, 3000, 1058, 1058, {3000, 3000, 100, 200, 2600, 2400}},
+        // clang-format on
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(testing::Message() << c.width << " x " << c.height);

@@ -34,19 +34,27 @@ class DefinitionsTest : public ::testing::Test {
     }
 };
 
+// A name joins the Windows directory with one separator, whether or not it brings its own.
+TEST_F(DefinitionsTest, WindowsFileNamesHaveOneSeparator) {
+    WCHAR root[400];
+    const std::u16string dirName(root, GetWindowsDirectoryW(root, 400));
+    for (auto [name, joined] : {std::pair{u"QMWMARK.INI", u"\\QMWMARK.INI"},
+                                {u"\\fonts\\a.ttf", u"\\fonts\\a.ttf"},
+                                {u"/b.ttf", u"/b.ttf"}})
+        EXPECT_EQ(std::u16string(MakeWinFileName(name)), dirName + joined);
+}
+
+// Numbers count lines of twelve tokens and more, a run of commas being one separator; a face
+// of up to 32 characters, a text of up to 50.
 TEST_F(DefinitionsTest, NumbersCountValidLinesOnly) {
-    Ini({"1,2,3,0,50,0,450,700,1,100,Arial,First",
-         "1,2,3,0,50,0,450,700,1,100,Second", // eleven tokens
-         "1,2,3,0,50,0,450,700,1,100,Arial,Third",
-         "1,2,,0,50,0,450,700,1,100,Arial,Fourth", // a run of commas is one separator
-         "1,2,,0,50,0,450,700,1,100,Arial,Fifth,Sixth",
-         ",,1,2,3,0,50,0,450,700,1,100,Arial,Seventh,and more"});
-    EXPECT_EQ(Select(0), "-");
-    EXPECT_EQ(Select(1), "First");
-    EXPECT_EQ(Select(2), "Third");
-    EXPECT_EQ(Select(3), "Sixth"); // the tokens moved forward: "Fifth" became the face
-    EXPECT_EQ(Select(4), "Seventh");
-    EXPECT_EQ(Select(5), "-");
+    const std::string n = "1,2,3,0,50,0,450,700,1,100,", face32(32, 'F'), text50(50, 'T');
+    Ini({n + "Arial,First", n + "Second", n + "Arial,Third",
+         "1,2,,0,50,0,450,700,1,100,Arial,Fourth", // eleven tokens
+         "1,2,,0,50,0,450,700,1,100,Arial,Fifth,Sixth", ",," + n + "Arial,Seventh,and more",
+         n + face32 + ",ok32", n + face32 + "F,too long face", n + "Arial," + text50,
+         n + "Arial," + text50 + "T"});
+    const std::string want[] = {"-", "First", "Third", "Sixth", "Seventh", "ok32", text50, "-"};
+    for (int i = 0; i < int(std::size(want)); ++i) EXPECT_EQ(Select(i), want[i]) << i;
 }
 
 TEST_F(DefinitionsTest, FieldsAndColour) {
@@ -59,17 +67,6 @@ TEST_F(DefinitionsTest, FieldsAndColour) {
                                 w.bItalic, w.nHeight, w.nRed, w.nGreen, w.nBlue}),
               (std::vector<int>{11, -12, 13, 120, -450, 600, 1, 72, 0, 255, 0}));
     EXPECT_EQ(std::u16string(w.szFace), u"DejaVu Sans");
-}
-
-TEST_F(DefinitionsTest, FaceAndTextLimits) {
-    const std::string face32(32, 'F'), text50(50, 'T');
-    Ini({"1,2,3,0,50,0,0,400,0,100," + face32 + ",ok32",
-         "1,2,3,0,50,0,0,400,0,100," + face32 + "F,too long face",
-         "1,2,3,0,50,0,0,400,0,100,Arial," + text50,
-         "1,2,3,0,50,0,0,400,0,100,Arial," + text50 + "T"});
-    EXPECT_EQ(Select(1), "ok32");
-    EXPECT_EQ(Select(2), text50);
-    EXPECT_EQ(Select(3), "-");
 }
 
 TEST_F(DefinitionsTest, ManyKeysAreReadWhole) {

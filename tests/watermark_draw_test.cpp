@@ -62,64 +62,53 @@ class DrawTest : public ::testing::Test {
         job.info.bJobFlags = JOB_WATERMARK;
         job.info.bOutputMode = OUTPUT_PCL;
     }
-    void TearDown() override { RedXfer = saved[0], GrnXfer = saved[1], BluXfer = saved[2]; }
+    long blocksBefore = q417::mem::LiveBlocks();
+    void TearDown() override {
+        RedXfer = saved[0], GrnXfer = saved[1], BluXfer = saved[2];
+        EXPECT_EQ(q417::mem::LiveBlocks(), blocksBefore) << "a block leaked";
+    }
 };
 
-// Where and which way the label goes: 32-bit centre arithmetic and the direction's cosine and
-// sine to three places.
-TEST_F(DrawTest, CentreAndDirection) {
+// The whole label, placed and turned: 32-bit centre arithmetic, and the direction's cosine
+// and sine of an angle carried in double, each cut towards zero to three places.
+TEST_F(DrawTest, LabelPlacedAndTurned) {
     struct Case {
         int cx, cy;
         SHORT xres, yres;
-        int angle;
+        int angle; // tenths of a degree
         const char *placed;
     } cases[] = {
         {5760, 7560, 600, 600, 0, "PA2400,3150DI+1.000,+0.000"},
+        {5760, 7560, 600, 600, 300, "PA2400,3150DI+0.866,+0.500"},
+        {5760, 7560, 600, 600, 450, "PA2400,3150DI+0.707,+0.707"},
         {5760, 7560, 600, 600, -450, "PA2400,3150DI+0.707,-0.707"},
-        {5760, 7560, 600, 600, 900,
-         "PA2400,3150DI+0.000,+0.999"}, // the constant is a shade above two pi
-        {5760, 7560, 600, 600, 3650, "PA2400,3150DI+0.996,+0.087"}, // wraps to 5 degrees
+        {5760, 7560, 600, 600, 900, "PA2400,3150DI+0.000,+0.999"}, // a shade above two pi
+        {5760, 7560, 600, 600, 1350, "PA2400,3150DI-0.707,+0.707"},
+        {5760, 7560, 600, 600, 1500, "PA2400,3150DI-0.866,+0.499"},
+        {5760, 7560, 600, 600, -1500, "PA2400,3150DI-0.866,-0.499"},
+        {5760, 7560, 600, 600, 1800, "PA2400,3150DI-0.999,+0.000"},
         {5760, 7560, 600, 600, 1805, "PA2400,3150DI-0.999,+0.000"}, // tenths are dropped
+        {5760, 7560, 600, 600, 2100, "PA2400,3150DI-0.866,-0.500"},
+        {5760, 7560, 600, 600, -2100, "PA2400,3150DI-0.866,+0.500"},
+        {5760, 7560, 600, 600, 2700, "PA2400,3150DI+0.000,-0.999"},
         {5760, 7560, 600, 600, -2700, "PA2400,3150DI+0.000,+0.999"},
-        // each division cuts: 12601.67, then 6300.5
-        {5761, 7561, 300, 1200, 450, "PA1200,6300DI+0.707,+0.707"},
-        {4000000, 3000000, 600, 1200, 450,
-         "PA-1315949,-482616DI+0.707,+0.707"}, // the products wrap
+        {5760, 7560, 600, 600, 3000, "PA2400,3150DI+0.500,-0.866"},
+        {5760, 7560, 600, 600, 3590, "PA2400,3150DI+0.999,-0.017"},
+        {5760, 7560, 600, 600, 3650, "PA2400,3150DI+0.996,+0.087"}, // wraps to 5 degrees
+        {5761, 7561, 300, 1200, 450, "PA1200,6300DI+0.707,+0.707"}, // 12601.67, then 6300.5
+        {4000000, 3000000, 600, 1200, 450, "PA-1315949,-482616DI+0.707,+0.707"}, // wraps
     };
+    job.dm.wEmulation = 3;
     for (const Case &c : cases) {
         job.info.cxPrintable = c.cx, job.info.cyPrintable = c.cy;
         job.dm.dmPrintQuality = c.xres, job.dm.dmYResolution = c.yres;
-        job.dm.wEmulation = 3;
         WM.nAngle = c.angle;
-        EXPECT_EQ(DrawWaterMark(&job.info), 1);
-        const std::string s = job.Take();
-        const size_t at = s.find("PA");
-        EXPECT_EQ(s.substr(at, s.find("SB") - at), c.placed) << c.cx << " " << c.angle;
-    }
-}
-
-// The whole label at each direction: cosine and sine of an angle carried in double, each cut
-// towards zero to three places.
-TEST_F(DrawTest, LabelBytesAtEachDirection) {
-    const struct {
-        int angle; // tenths of a degree
-        const char *direction;
-    } rows[] = {
-        {0, "+1.000,+0.000"},     {300, "+0.866,+0.500"},   {450, "+0.707,+0.707"},
-        {900, "+0.000,+0.999"},   {1350, "-0.707,+0.707"},  {1500, "-0.866,+0.499"},
-        {-1500, "-0.866,-0.499"}, {1800, "-0.999,+0.000"},  {2100, "-0.866,-0.500"},
-        {-2100, "-0.866,+0.500"}, {2700, "+0.000,-0.999"},  {3000, "+0.500,-0.866"},
-        {3590, "+0.999,-0.017"},  {3650, "+0.996,+0.087"},
-    };
-    job.dm.wEmulation = 3;
-    for (const auto &row : rows) {
-        WM.nAngle = row.angle;
         job.info.bOutputMode = OUTPUT_PCL;
         EXPECT_EQ(DrawWaterMark(&job.info), 1);
         EXPECT_EQ(Escaped(job.Take()),
-                  Escaped(std::string("\x1b%0BMC1,160PC1,255,0,0SP1FTIWPUPA2400,3150DI") +
-                          row.direction + "SBSD4,100FI32766LO5LBDRAFT\x03;LO21DI\x1b%0A"))
-            << row.angle;
+                  Escaped(std::string("\x1b%0BMC1,160PC1,255,0,0SP1FTIWPU") + c.placed +
+                          "SBSD4,100FI32766LO5LBDRAFT\x03;LO21DI\x1b%0A"))
+            << c.cx << " " << c.angle;
     }
 }
 

@@ -82,12 +82,14 @@ TEST_P(FreeTypeProof, RebuiltFontRendersLikeTheOriginal) {
     wmtest::Job job;
     WM = WMINFO{};
     WM.nWeight = 400;
+    const long blocksBefore = q417::mem::LiveBlocks();
     {
         wmtest::OpenFile f(path);
         ASSERT_NE(f.h, INVALID_HANDLE_VALUE);
         ASSERT_EQ(SelectWaterMarkFont(&job.info, &WM, f.h, "DejaVu Sans"), 1);
         DownloadWaterMarkChars(&job.info, &WM, f.h, text.c_str());
     }
+    EXPECT_EQ(q417::mem::LiveBlocks(), blocksBefore) << "a block leaked";
     const wmtest::SoftFont sf = wmtest::ParseSoftFont(job.Take());
     ASSERT_TRUE(sf.ok);
 

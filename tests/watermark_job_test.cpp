@@ -24,7 +24,19 @@ class WaterMarkJob : public ::testing::Test {
     wmtest::TempDir dir;
     wmtest::Job printer{dir.path.c_str()}; // only its printer: the spooler makes the records
 
-    void SetUp() override { WinRoot[0] = 0; }
+    long blocksBefore = 0;
+
+    // Every job here ends with its blocks freed, the successful ones too; the configuration
+    // and the transfer tables that outlive a job are let go first.
+    void SetUp() override {
+        WinRoot[0] = 0;
+        DiscardDeviceInfo(nullptr), FreeXfers();
+        blocksBefore = q417::mem::LiveBlocks();
+    }
+    void TearDown() override {
+        DiscardDeviceInfo(nullptr), FreeXfers();
+        EXPECT_EQ(q417::mem::LiveBlocks(), blocksBefore) << "a block leaked";
+    }
 
     void Definition(const std::string &value) {
         dir.Write("QMWMARK.INI", "[Watermarks]\nW1=" + value + "\n");
@@ -194,8 +206,8 @@ TEST_F(WaterMarkJob, EveryFailedAllocationOrLockLeavesNoBlockBehind) {
             }
             EXPECT_EQ(Run(four), clean) << "a job after the failures";
             DiscardDeviceInfo(nullptr), FreeXfers();
-            std::printf("[          ] %ld %s points swept%s\n", points, lock ? "lock" : "allocation",
-                        *description ? " with a description" : "");
+            std::printf("[          ] %ld %s points swept%s\n", points,
+                        lock ? "lock" : "allocation", *description ? " with a description" : "");
         }
     }
 }

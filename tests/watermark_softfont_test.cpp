@@ -164,27 +164,44 @@ TEST_F(SoftFontTest, OptionalTablesInOrderAndPadded) {
     EXPECT_EQ(tables["prep"], std::string(1, '\xB1'));
 }
 
+// The descriptor's stroke weight (byte 24) for every weight a definition may give, and its
+// width type (byte 22) for every width class of the font.
+TEST_F(SoftFontTest, StrokeWeightAndWidthTypeEveryRow) {
+    const std::pair<int, int> weights[] = {{0, 0},   {100, -5}, {200, -4}, {300, -3},
+                                           {400, 0}, {450, 0},  {500, 1},  {600, 2},
+                                           {700, 3}, {800, 4},  {900, 5},  {1000, 0}};
+    for (auto [weight, stroke] : weights) {
+        WM.nWeight = weight;
+        ASSERT_EQ(Send(ttftest::Build(BasicFont())), 1) << weight;
+        const std::string h = wmtest::ParseSoftFont(job.Take()).header;
+        EXPECT_EQ(int(int8_t(h.at(24))), stroke) << "weight " << weight;
+        EXPECT_EQ(h.at(22), 0) << "weight " << weight;
+    }
+    const int widthType[] = {0, -5, -4, -2, -2, 0, 2, 2, 3, 3, 0}; // width class 0 to 10
+    WM.nWeight = 400;
+    for (unsigned k = 0; k < std::size(widthType); ++k) {
+        ASSERT_EQ(Send(Font([&](FontPlan &s) { s.widthClass = k; })), 1) << k;
+        const std::string h = wmtest::ParseSoftFont(job.Take()).header;
+        EXPECT_EQ(int(int8_t(h.at(22))), widthType[k]) << "width class " << k;
+        EXPECT_EQ(h.at(24), 0) << "width class " << k;
+    }
+}
+
 TEST_F(SoftFontTest, DescriptorFieldsFromTheFont) {
     struct Case {
         const char *what;
         FontPlan plan;
-        int weight;
         const char *face;
         size_t at;
         std::string bytes;
     } cases[] = {
-        {"width class", With(BasicFont(), [](FontPlan &s) { s.widthClass = 1; }), 400, "F", 22,
-         "\xFB"},
-        {"weight", BasicFont(), 100, "F", 24, "\xFB"},
-        {"face cut to 16", BasicFont(), 400, "A Much Longer Face Name", 48, "A Much Longer Fa"},
+        {"face cut to 16", BasicFont(), "A Much Longer Face Name", 48, "A Much Longer Fa"},
         {"space beyond the metrics: glyph 0's advance",
-         With(BasicFont(), [](FontPlan &s) { s.numberOfHMetrics = 1; }), 400, "F", 16, "\x03\xE8"},
+         With(BasicFont(), [](FontPlan &s) { s.numberOfHMetrics = 1; }), "F", 16, "\x03\xE8"},
         {"cell width wraps as 16 bits",
-         With(BasicFont(), [](FontPlan &s) { s.xMin = -1, s.xMax = 0x7FFF; }), 400, "F", 8,
-         "\x80\x00"},
+         With(BasicFont(), [](FontPlan &s) { s.xMin = -1, s.xMax = 0x7FFF; }), "F", 8, "\x80\x00"},
     };
     for (const Case &c : cases) {
-        WM.nWeight = c.weight;
         ASSERT_EQ(Send(ttftest::Build(c.plan), nullptr, c.face), 1) << c.what;
         EXPECT_EQ(Escaped(wmtest::ParseSoftFont(job.Take()).header.substr(c.at, c.bytes.size())),
                   Escaped(c.bytes))
@@ -295,6 +312,16 @@ TEST_F(SoftFontTest, CharactersSent) {
         {"no glyf", Patch(basic, "glyf", 0, kGone), "ABC", ""},
         {"no loca", Patch(basic, "loca", 0, kGone), "ABC", ""},
         {"map through the array", ranged, "AB", "65:2 66:3"},
+        // The record's size counts 4 bytes beside the glyph's, in 16 bits: 65531 is the most
+        // (glyphs here are padded to even lengths).
+        {"a glyph of 65530 bytes", Font([](FontPlan &s) {
+             s.longLoca = true, s.glyphs[3] = ttftest::SimpleGlyph(0xB2, 0xFFFF - 5);
+         }),
+         "BC", "66:3 67:4"},
+        {"a glyph of 65532 bytes is skipped", Font([](FontPlan &s) {
+             s.longLoca = true, s.glyphs[3] = ttftest::SimpleGlyph(0xB2, 0xFFFF - 3);
+         }),
+         "BC", "67:4"},
         {"idRangeOffset past the table", Poke(ranged, "cmap", 20 + 16 + 6 * 3, {0xFF, 0xFE}), "AB",
          "65:0 66:3"},
     };
