@@ -194,6 +194,9 @@ TEST(NUp, ScalingTruncatesTwiceAndAddsTheOrigin) {
         EXPECT_EQ(ScaleNupPosX(&s.info, c.value), c.x) << c.value;
         EXPECT_EQ(ScaleNupPosY(&s.info, c.value), c.y) << c.value;
     }
+    s.dm.dmPrintQuality = 300; // 300 by 600 dpi: each axis by its own resolution
+    EXPECT_EQ(ScaleNupPosX(&s.info, 720), 684 + 60);
+    EXPECT_EQ(ScaleNupPosY(&s.info, 720), 342 + 79);
     s.info.nPagesPerSheet = 1;
     EXPECT_EQ(ScaleNupHt(&s.info, 720), 720);
     EXPECT_EQ(ScaleNupPosX(&s.info, 720), 720);

@@ -118,6 +118,17 @@ TEST(PddLineReader, ManyBlocksOfMixedLineEnds) {
     EXPECT_EQ(ReadLines(bytes), expected);
 }
 
+// A read that fails (a handle open for writing only) ends the file; its error is no count.
+TEST(PddLineReader, AFailedReadEndsTheFile) {
+    TempDir tmp;
+    const std::u16string w = Wide(tmp.Write("w.txt", "*Product: \"X\"\n"));
+    HANDLE h = CreateFileW(w.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, 0);
+    ASSERT_NE(h, INVALID_HANDLE_VALUE);
+    EXPECT_EQ(Deliver(PDD_MAXLINE, static_cast<HFILE>(h)), "0:");
+    _end_lgets();
+    CloseHandle(h);
+}
+
 // The parser reads a second file in the middle of the first and comes back to it: the first
 // file's pointer moves back over what its block still held.
 TEST(PddLineReader, SwitchToAnotherFileAndBack) {
