@@ -102,17 +102,17 @@ TEST_F(Binary, SectionsOfAKnownDescription) {
 TEST_F(Binary, TheWidestConfigurationReadsBack) {
     const std::string k40(40, 'k'), n40(40, 'n'), o40(40, 'o');
     CfgBlock built, read;
-    ASSERT_EQ(Write(t.Write("long.pdd",
-                            "*PDD-Lindgate:\n*Product: \"" + std::string(40, 'M') +
-                                "\"\n*FileVersion: \"" + std::string(33, 'V') + "\"\n*PlugIn: " +
-                                std::string(35, 'p') + "\n*Orientation Portrait: \"" + o40 +
-                                "\"\n*Orientation Landscape: \"" + o40 + "\"\n*PageSize " + k40 +
-                                "/" + n40 + ": 26\n*PaperDimension " + k40 +
-                                ": \"612 792\"\n*ImageableArea " + k40 +
-                                ": \"18 18 594 774\"\n*InputSlot " + k40 + "/" + n40 +
-                                ": 1\n*Resolution " + k40 + "/" + n40 + ": \"" + k40 + "\"\n"),
-                    built),
-              1);
+    ASSERT_EQ(
+        Write(t.Write("long.pdd",
+                      "*PDD-Lindgate:\n*Product: \"" + std::string(40, 'M') +
+                          "\"\n*FileVersion: \"" + std::string(33, 'V') + "\"\n*PlugIn: " +
+                          std::string(35, 'p') + "\n*Orientation Portrait: \"" + o40 +
+                          "\"\n*Orientation Landscape: \"" + o40 + "\"\n*PageSize " + k40 + "/" +
+                          n40 + ": 26\n*PaperDimension " + k40 + ": \"612 792\"\n*ImageableArea " +
+                          k40 + ": \"18 18 594 774\"\n*InputSlot " + k40 + "/" + n40 +
+                          ": 1\n*Resolution " + k40 + "/" + n40 + ": \"" + k40 + "\"\n"),
+              built),
+        1);
     EXPECT_EQ(built.c->cchPaperName, 41u);
     EXPECT_EQ(built.c->cchTrayName, 41u);
     EXPECT_EQ(built.c->cbPortraitCmd, 40u);

@@ -13,6 +13,7 @@ namespace {
 using q417::test::Event;
 using q417::test::JobHarness;
 using q417::test::LetterRecord;
+using q417::test::PageData;
 
 // ---- WriteHeaders on a record --------------------------------------------------------------
 
@@ -198,9 +199,6 @@ TEST_F(Entries, EveryEntryReleasesTheLocksItTook) {
 
 // ---- Whole jobs ------------------------------------------------------------------------------
 
-std::string PageData(int page) {
-    return "<raster of page " + std::to_string(page) + ">";
-}
 
 struct WholeJob : ::testing::Test {
     JobHarness h{"wholejob"};

@@ -285,8 +285,8 @@ TEST(PddCalcPapers, ResultsAndConversion) {
     EXPECT_EQ(PDD_CalcPapers(&info), 1);
     EXPECT_EQ(Area(c.PortraitArea), "1,-2147483648,2147483646,-1");
     // An edge the file never gave (0) leaves the area incomplete.
-    for (PDDAREA area : {PDDAREA{0, 2, 3, 4}, PDDAREA{1, 0, 3, 4}, PDDAREA{1, 2, 0, 4},
-                         PDDAREA{1, 2, 3, 0}}) {
+    for (PDDAREA area :
+         {PDDAREA{0, 2, 3, 4}, PDDAREA{1, 0, 3, 4}, PDDAREA{1, 2, 0, 4}, PDDAREA{1, 2, 3, 0}}) {
         c.PortraitArea = area;
         c.LandscapeArea = {};
         EXPECT_EQ(PDD_CalcPapers(&info), 0) << Area(area);

@@ -44,7 +44,8 @@ struct Xfer : ::testing::Test {
 TEST_F(Xfer, DefaultsMapGrayToItselfWithinOne) {
     ASSERT_EQ(DefaultXfers(), 1);
     int sums[3] = {};
-    for (int i = 0; i < 256; ++i) sums[0] += RedXfer[i], sums[1] += GrnXfer[i], sums[2] += BluXfer[i];
+    for (int i = 0; i < 256; ++i)
+        sums[0] += RedXfer[i], sums[1] += GrnXfer[i], sums[2] += BluXfer[i];
     EXPECT_EQ(sums[0], 9805);
     EXPECT_EQ(sums[1], 19259);
     EXPECT_EQ(sums[2], 3593);
