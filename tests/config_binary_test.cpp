@@ -97,19 +97,31 @@ TEST_F(Binary, SectionsOfAKnownDescription) {
     EXPECT_EQ(hdr.hPaperNames, c.hPaperNames);
 }
 
-TEST_F(Binary, LongTextsFillTheirFieldsWithoutTerminator) {
+// The widest a description allows: 40-byte texts, so rows of 41 and orientation texts of 40.
+// The file reads back whole; the fixed text fields are filled without a terminator.
+TEST_F(Binary, TheWidestConfigurationReadsBack) {
+    const std::string k40(40, 'k'), n40(40, 'n'), o40(40, 'o');
     CfgBlock built, read;
     ASSERT_EQ(
-        Write(t.Write("long.pdd", "*PDD-Lindgate:\n*Product: \"" + std::string(40, 'M') +
-                                      "\"\n*FileVersion: \"" + std::string(33, 'V') +
-                                      "\"\n*PlugIn: " + std::string(35, 'p') +
-                                      "\n*PageSize A4: 26\n*InputSlot T: 1\n*Resolution 3dpi:\n"),
+        Write(t.Write("long.pdd",
+                      "*PDD-Lindgate:\n*Product: \"" + std::string(40, 'M') +
+                          "\"\n*FileVersion: \"" + std::string(33, 'V') + "\"\n*PlugIn: " +
+                          std::string(35, 'p') + "\n*Orientation Portrait: \"" + o40 +
+                          "\"\n*Orientation Landscape: \"" + o40 + "\"\n*PageSize " + k40 + "/" +
+                          n40 + ": 26\n*PaperDimension " + k40 + ": \"612 792\"\n*ImageableArea " +
+                          k40 + ": \"18 18 594 774\"\n*InputSlot " + k40 + "/" + n40 +
+                          ": 1\n*Resolution " + k40 + "/" + n40 + ": \"" + k40 + "\"\n"),
               built),
         1);
+    EXPECT_EQ(built.c->cchPaperName, 41u);
+    EXPECT_EQ(built.c->cchTrayName, 41u);
+    EXPECT_EQ(built.c->cbPortraitCmd, 40u);
     ASSERT_EQ(ReadCfgBinary(read.c, path.c_str()), 1);
+    ExpectSameRecord(*built.c, *read.c);
     EXPECT_EQ(Bytes(read.c->hModelName), std::vector<uint8_t>(32, 'M'));
     EXPECT_EQ(Bytes(read.c->hFileVersion), std::vector<uint8_t>(32, 'V'));
     EXPECT_EQ(Bytes<char16_t>(read.c->hPlugIn), std::vector<char16_t>(32, u'p'));
+    EXPECT_EQ(Text(read.c->hLandscapeCmd), o40);
 }
 
 // A table that can't be locked ends the write with an empty file, which is never current.

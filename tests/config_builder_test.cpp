@@ -45,6 +45,34 @@ TEST(WinIds, TrayNameLookupIgnoresCaseOnly) {
 
 using Builder = LiveBlocks;
 
+// Every paper and source of the two sample printers gets its Windows id (DMPAPER_LETTER 1,
+// LEGAL 5, EXECUTIVE 7, A4 9, A5 11, ENV_10 20, USER 256 for the custom paper; DMBIN_UPPER 1,
+// LOWER 2, MANUAL 4, ENVELOPE 5, AUTO 7), and the configuration reads back from its file.
+// DL, 311.8 by 623.6 points, meets the 311.8 by 652 row first and so ends the sorted search:
+// it takes the first user id.
+TEST_F(Builder, TheSamplePrintersWindowsIds) {
+    struct Case {
+        const char *file;
+        std::vector<uint16_t> papers, trays;
+    } cases[] = {
+        {"qcl4100.pdd", {9, 1, 5, 11, 7, 20, 257, 256}, {1, 2, 4, 5, 7}},
+        {"qml2400.pdd", {1, 9, 5, 20, 256}, {1, 4}},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.file);
+        Parsed parsed(std::string(Q417_SOURCE_DIR) + "/share/" + c.file);
+        CfgBlock built, read;
+        ASSERT_EQ(built.Build(parsed.h), 1);
+        EXPECT_EQ(Bytes<uint16_t>(built.c->hPaperIDs), c.papers);
+        EXPECT_EQ(Bytes<uint16_t>(built.c->hTrayIDs), c.trays);
+        TempDir t;
+        const std::string bin = t / "s.bdd";
+        ASSERT_EQ(WriteCfgBinary(built.c, bin.c_str()), 1);
+        ASSERT_EQ(ReadCfgBinary(read.c, bin.c_str()), 1);
+        ExpectSameRecord(*built.c, *read.c);
+    }
+}
+
 TEST_F(Builder, WindowsIdsOfPapersAndSources) {
     Built b("*Resolution 600dpi:\n"
             "*PageSize Odd: 1\n*PaperDimension Odd: \"100 100\"\n"         // no Windows size: 257

@@ -98,13 +98,16 @@ TEST_F(Copy, WidthsBecomeFixedAndTextsAreCutWithoutTerminator) {
     FreeSourceTables(src.s);
     FreeCfgTables(&d);
 
-    // An older record holds only the portrait half of the paper dimensions.
+    // Records before version 9 hold only the portrait half of the paper dimensions.
     Source old;
-    old.s->wVersion = 8;
-    ASSERT_EQ(CFGCopyInfo(&old.dm, &d), 1);
-    EXPECT_EQ(GlobalSize(d.hPaperDims), 2u * 24);
+    for (WORD version : {8, 9}) {
+        old.s->wVersion = version;
+        ASSERT_EQ(CFGCopyInfo(&old.dm, &d), 1);
+        EXPECT_EQ(GlobalSize(d.hPaperDims), 2u * 24 * (version >= 9 ? 2 : 1)) << version;
+        if (version == 8) d.hFileVersion = d.hPortraitCmd = d.hLandscapeCmd = 0; // passed again
+        FreeCfgTables(&d);
+    }
     FreeSourceTables(old.s);
-    FreeCfgTables(&d);
 
     EXPECT_EQ(CFGCopyInfo(nullptr, &d), 0);
     EXPECT_EQ(CFGCopyInfo(&old.dm, nullptr), 0);

@@ -24,24 +24,14 @@ TEST(SharedObject, ExportsExactlyTheEntriesAndTheHostApi) {
         seen.insert(n);
     }
     pclose(p);
-    const std::set<std::string> entries = {"DrvSplStartDoc",
-                                           "DrvSplWritePrinter",
-                                           "DrvSplStartPage",
-                                           "DrvSplEndPage",
-                                           "DrvSplEndDoc",
-                                           "DrvSplAbort",
-                                           "DrvSplClose",
-                                           "DDIGetDWord",
-                                           "DDISetDWord",
-                                           "DDIGetString",
-                                           "DDISetString",
-                                           "DDIGetCustDataPtr",
-                                           "DDISetDialogResult",
-                                           "DDIGetKeywordNumOptions",
-                                           "DDIGetKeywordDefaultOption",
-                                           "DDIGetKeywordOptionString",
-                                           "DDIGetKeywordOptionTranslation",
-                                           "GetConfig"};
+    // clang-format off
+    const std::set<std::string> entries = {
+        "DrvSplStartDoc", "DrvSplWritePrinter", "DrvSplStartPage", "DrvSplEndPage", "DrvSplEndDoc",
+        "DrvSplAbort", "DrvSplClose", "DDIGetDWord", "DDISetDWord", "DDIGetString", "DDISetString",
+        "DDIGetCustDataPtr", "DDISetDialogResult", "DDIGetKeywordNumOptions",
+        "DDIGetKeywordDefaultOption", "DDIGetKeywordOptionString",
+        "DDIGetKeywordOptionTranslation", "GetConfig"};
+    // clang-format on
     for (const auto &e : entries) EXPECT_TRUE(seen.count(e)) << "missing export " << e;
     for (const auto &s : seen)
         EXPECT_TRUE(entries.count(s) || s.rfind("Q417_", 0) == 0) << "unexpected export " << s;

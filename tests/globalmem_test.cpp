@@ -42,6 +42,10 @@ TEST_F(GlobalMem, LockCountsNestAndGlobalHandleFindsTheBlock) {
     EXPECT_FALSE(GlobalUnlock(h)) << "unlocking an unlocked block stays at 0";
     EXPECT_EQ(GlobalFlags(h) & 0xFF, 0u);
     EXPECT_EQ(GlobalHandle(static_cast<char *>(p1) + 1), 0u) << "only the block start";
+    for (int i = 0; i < 300; ++i) GlobalLock(h);
+    EXPECT_EQ(GlobalFlags(h) & 0xFF, 255u);
+    EXPECT_TRUE(GlobalUnlock(h));
+    EXPECT_EQ(GlobalFlags(h) & 0xFF, 255u) << "a saturated count no longer counts down";
     GlobalFree(h);
 }
 

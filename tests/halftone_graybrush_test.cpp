@@ -4,16 +4,46 @@
 
 #include <gtest/gtest.h>
 
+#include <bit>
+
 namespace {
 
 using wmtest::Escaped;
 
+// A brush's life: made, downloaded, destroyed, leaving no block.
 std::string Download(wmtest::Job &job, int level) {
+    const long live = q417::mem::LiveBlocks();
     GRAYBRUSH *b = CreateGrayBrush(&job.info, level);
     EXPECT_NE(b, nullptr);
     EXPECT_EQ(PCLWritePattern(&job.info, b), 1);
     EXPECT_EQ(DestroyGrayBrush(b), 1);
+    EXPECT_EQ(q417::mem::LiveBlocks(), live) << "level " << level;
     return job.Take();
+}
+
+int DarkDots(const std::string &download) {
+    int n = 0;
+    for (unsigned char c : download.substr(download.size() - 32)) n += std::popcount(c);
+    return n;
+}
+
+// The cell holds 64 thresholds, one every four levels from 1 to 249 and 5 twice, tiled four
+// times: each level's dots lie inside the darker level's, four go at each threshold.
+TEST(GrayBrush, EveryLevelOfTheCell) {
+    wmtest::Job job;
+    job.dm.wEmulation = 1;
+    std::string darker = Download(job, 0);
+    EXPECT_EQ(DarkDots(darker), 256);
+    for (int level = 1; level <= 255; ++level) {
+        const std::string now = Download(job, level);
+        ASSERT_EQ(now.size(), darker.size());
+        const int lost = level < 2 ? 0 : level == 6 ? 8 : level % 4 == 2 && level <= 250 ? 4 : 0;
+        EXPECT_EQ(DarkDots(darker) - DarkDots(now), lost) << "level " << level;
+        for (size_t i = now.size() - 32; i < now.size(); ++i)
+            EXPECT_EQ(now[i] & ~darker[i], 0) << "level " << level << ", byte " << i;
+        darker = now;
+    }
+    EXPECT_EQ(DarkDots(darker), 0);
 }
 
 TEST(GrayBrush, PatternBytesPerLevel) {

@@ -67,6 +67,17 @@ TEST_F(Channel, StartDocMakesAFreshRecordOrNothing) {
     }
 }
 
+// The close asks for the record's lock again when it fails once; every block goes either way.
+TEST_F(Channel, CloseFreesEveryBlockWhicheverLockFails) {
+    for (long failLock : {0, 1, 2}) {
+        Setup();
+        q417::mem::FailLock(failLock);
+        h.Close();
+        q417::mem::FailLock(0);
+        EXPECT_EQ(q417::mem::LiveBlocks(), live0) << "lock " << failLock << " fails";
+    }
+}
+
 TEST_F(Channel, EveryTagButTheFourStateTagsIsPrintDataWithTheTagStripped) {
     Setup();
     for (BYTE tag : {0, 3, 7, 9, 99, 101, 255}) {

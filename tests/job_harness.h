@@ -43,6 +43,11 @@ inline SPLDEVINFO LetterRecord() {
     return r;
 }
 
+// A page's print data, told apart from the library's commands.
+inline std::string PageData(int page) {
+    return "<raster of page " + std::to_string(page) + ">";
+}
+
 class JobHarness {
   public:
     // A printer whose description sits in a fresh directory; plug-ins go beside it.

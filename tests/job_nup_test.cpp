@@ -36,21 +36,6 @@ struct Sheet {
     std::vector<INT> Layout() const { return {info.Layout, info.Layout + 6}; }
 };
 
-TEST(NUp, FourUpOnLetterAt600Dpi) {
-    Sheet s(4, 1);
-    InitSubPages(&s.info);
-    EXPECT_EQ(s.info.nPagesPerSheet, 4u);
-    EXPECT_EQ(s.info.bKeepOrient, 1u);
-    EXPECT_EQ(s.info.nScaleX, 285);
-    EXPECT_EQ(s.info.nScaleY, 285);
-    EXPECT_EQ(s.info.cxSubPage, 2280);
-    EXPECT_EQ(s.info.cySubPage, 2992);
-    EXPECT_EQ(s.Cells(), (Origins{{60, 79}, {2460, 79}, {60, 3229}, {2460, 3229}}));
-    EXPECT_EQ(s.info.xSubPage, 60);
-    EXPECT_EQ(s.info.ySubPage, 79);
-    EXPECT_EQ(s.Layout(), (std::vector<INT>{6120, 7920, 5760, 7560, 180, 180}));
-}
-
 TEST(NUp, TwoUpTurnsTheSheetAndFitsThePageIntoTheImage) {
     Sheet s(2, 1);
     s.info.cyMargin = 200; // the pairs swap: 180/200 become 200/180
@@ -80,6 +65,8 @@ TEST(NUp, EveryLayoutToThePixel) {
         Origins cells;
     } cases[] = {
         // clang-format off
+        {"letter, four up", 4, 1, 600, {6120, 7920}, {5760, 7560}, 180, 1, 285, 2280, 2992,
+         {{60, 79}, {2460, 79}, {60, 3229}, {2460, 3229}}},
         {"letter, two up turned", 2, 2, 600, {6120, 7920}, {5760, 7560}, 180, 0, 207, 1761, 2280,
          {{2269, 60}, {2269, 2460}}},
         {"letter, six up", 6, 1, 600, {6120, 7920}, {5760, 7560}, 180, 0, 207, 1761, 2280,
@@ -131,6 +118,13 @@ TEST(NUp, EveryLayoutToThePixel) {
         EXPECT_EQ(s.info.cxSubPage, c.cx);
         EXPECT_EQ(s.info.cySubPage, c.cy);
         EXPECT_EQ(s.Cells(), c.cells);
+        EXPECT_EQ(s.info.xSubPage, c.cells[0][0]) << "the first cell is current";
+        EXPECT_EQ(s.info.ySubPage, c.cells[0][1]);
+        // The sheet's layout, its pairs swapped where the sheet turns.
+        const INT m = c.margin;
+        const std::vector<INT> kept{c.paper[0], c.paper[1], c.frame[0], c.frame[1], m, m},
+            turned{c.paper[1], c.paper[0], c.frame[1], c.frame[0], m, m};
+        EXPECT_EQ(s.Layout(), c.keep ? kept : turned);
     }
 }
 
@@ -194,6 +188,9 @@ TEST(NUp, ScalingTruncatesTwiceAndAddsTheOrigin) {
         EXPECT_EQ(ScaleNupPosX(&s.info, c.value), c.x) << c.value;
         EXPECT_EQ(ScaleNupPosY(&s.info, c.value), c.y) << c.value;
     }
+    s.dm.dmPrintQuality = 300; // 300 by 600 dpi: each axis by its own resolution
+    EXPECT_EQ(ScaleNupPosX(&s.info, 720), 684 + 60);
+    EXPECT_EQ(ScaleNupPosY(&s.info, 720), 342 + 79);
     s.info.nPagesPerSheet = 1;
     EXPECT_EQ(ScaleNupHt(&s.info, 720), 720);
     EXPECT_EQ(ScaleNupPosX(&s.info, 720), 720);

@@ -1,10 +1,9 @@
 // Page and job sequencing: what each page start writes, the one door of DevWrite, the entries'
-// results on records that cannot be used, and whole jobs through the exported entries.
+// results on records that cannot be used, and the ends of whole jobs through the exported entries.
 #include "job_harness.h"
 
 #include "config/config.h"
 
-#include <array>
 #include <functional>
 #include <set>
 
@@ -13,6 +12,7 @@ namespace {
 using q417::test::Event;
 using q417::test::JobHarness;
 using q417::test::LetterRecord;
+using q417::test::PageData;
 
 // ---- WriteHeaders on a record --------------------------------------------------------------
 
@@ -198,10 +198,6 @@ TEST_F(Entries, EveryEntryReleasesTheLocksItTook) {
 
 // ---- Whole jobs ------------------------------------------------------------------------------
 
-std::string PageData(int page) {
-    return "<raster of page " + std::to_string(page) + ">";
-}
-
 struct WholeJob : ::testing::Test {
     JobHarness h{"wholejob"};
     long live0 = 0;
@@ -214,99 +210,27 @@ struct WholeJob : ::testing::Test {
     }
     void TearDown() override { EXPECT_EQ(q417::mem::LiveBlocks(), live0); }
 
-    // A job of `pages` pages as the graphics half drives it. With N-up the sender counts
-    // nSubPage and nPage and carries the library's fields along in a block 1 before each page.
-    void Run(int pages, BYTE pagesPerSheet, std::vector<SPLDEVINFO> *records = nullptr) {
+    // A job of three pages as the graphics half drives it: blocks 1 and 2 before each page.
+    void Run() {
         h.events.clear();
         sent.clear();
         ASSERT_NE(h.Start(), nullptr);
-        const std::vector<BYTE> dm = h.DevMode(0, 600, pagesPerSheet);
+        const std::vector<BYTE> dm = h.DevMode();
         h.SendSetup(dm, u"Annual report");
-        for (int page = 1; page <= pages; ++page) {
+        for (int page = 1; page <= 3; ++page) {
             if (page > 1) {
-                SPLDEVINFO r = h.Record();
-                r.nPage = page;
-                r.nSubPage = page - 1;
-                ASSERT_EQ(h.SendRecord(r), 1);
+                ASSERT_EQ(h.SendRecord(h.Record()), 1);
                 ASSERT_EQ(h.SendDevMode(dm), 1);
             }
-            h.Mark("StartPage " + std::to_string(page));
             ASSERT_EQ(DrvSplStartPage(h.job()), 1) << page;
-            if (records) records->push_back(h.Record());
             data.insert(PageData(page));
             sent.push_back(h.SendData(PageData(page), static_cast<BYTE>(page * 40)));
-            h.Mark("EndPage " + std::to_string(page));
             ASSERT_EQ(DrvSplEndPage(h.job()), 1) << page;
         }
-        h.Mark("EndDoc");
         DrvSplEndDoc(h.job());
-        h.Mark("Close");
         h.Close();
     }
 };
-
-// What happened between two marks: the library's own commands, then the print data.
-struct Segment {
-    std::string mark, commands;
-    std::vector<std::string> data;
-    bool dataLast = false;
-};
-
-TEST_F(WholeJob, HeadersGoOutWhereASheetBeginsAndThePrintDataInOrder) {
-    const std::string uel = "\x1b%-12345X";
-    struct Case {
-        int pages;
-        BYTE pagesPerSheet;
-        std::vector<std::array<int, 2>> cells;
-    } cases[] = {{3, 1, {}}, {5, 4, {{60, 79}, {2460, 79}, {60, 3229}, {2460, 3229}}}};
-    for (const Case &c : cases) {
-        SCOPED_TRACE(int(c.pagesPerSheet));
-        std::vector<SPLDEVINFO> records;
-        Run(c.pages, c.pagesPerSheet, &records);
-        std::vector<Segment> seg;
-        std::string allData, expectData;
-        for (const Event &e : h.events) {
-            if (e.kind == Event::Mark) {
-                seg.push_back({e.text, "", {}, false});
-            } else if (data.count(e.text)) {
-                seg.back().data.push_back(e.text);
-                seg.back().dataLast = true;
-                allData += e.text;
-            } else {
-                seg.back().commands += e.text;
-                seg.back().dataLast = false;
-            }
-        }
-        ASSERT_EQ(seg.size(), 2u * c.pages + 2);
-        for (int page = 1; page <= c.pages; ++page) {
-            expectData += PageData(page);
-            const Segment &start = seg[2 * (page - 1)], &end = seg[2 * page - 1];
-            const bool newSheet = (page - 1) % c.pagesPerSheet == 0;
-            EXPECT_EQ(!start.commands.empty(), newSheet) << start.mark;
-            // Only the first page start opens the job; its header leaves PJL.
-            EXPECT_EQ(start.commands.rfind(uel, 0) == 0, page == 1) << start.mark;
-            EXPECT_EQ(start.commands.find("@PJL") != std::string::npos, page == 1) << start.mark;
-            EXPECT_TRUE(start.dataLast) << start.mark << ": data after the header";
-            EXPECT_EQ(start.data.size(), 1u) << start.mark;
-            EXPECT_EQ(end.commands, "") << end.mark << ": no watermark, nothing";
-            const SPLDEVINFO &r = records[page - 1];
-            EXPECT_EQ(r.bJobFlags & (JOB_HEADER_SENT | JOB_PAGE_OPEN | JOB_PAGE_STARTED),
-                      JOB_HEADER_SENT | JOB_PAGE_OPEN | JOB_PAGE_STARTED);
-            EXPECT_EQ(r.nPagesPerSheet, c.pagesPerSheet);
-            if (c.cells.empty()) continue;
-            EXPECT_EQ(r.xSubPage, c.cells[(page - 1) % 4][0]) << page;
-            EXPECT_EQ(r.ySubPage, c.cells[(page - 1) % 4][1]) << page;
-        }
-        EXPECT_EQ(allData, expectData) << "the print data, tags stripped, in order";
-        if (c.pagesPerSheet == 1) {
-            EXPECT_EQ(seg[2].commands, seg[4].commands) << "equal pages, equal headers";
-        }
-        const std::string &footer = seg[2 * c.pages].commands;
-        ASSERT_GE(footer.size(), uel.size());
-        EXPECT_EQ(footer.substr(footer.size() - uel.size()), uel) << "the job's end returns to PJL";
-        EXPECT_EQ(seg.back().commands, "") << "DrvSplClose writes nothing";
-    }
-}
 
 // The end of a job that opened no page: no footer. The watermark font goes by what the last
 // first page decided, which may be an earlier job's. An abort writes nothing: no footer, and a
@@ -341,13 +265,13 @@ TEST_F(WholeJob, AJobWithoutPagesOrAnAbortWritesNoFooter) {
 }
 
 TEST_F(WholeJob, AFailedWriteAtAnyByteSilencesTheCommandsButNotThePrintData) {
-    Run(3, 1);
+    Run();
     const std::vector<Event> clean = h.Writes();
     const size_t total = h.bytesOffered;
     for (size_t failAt = 1; failAt <= total; ++failAt) {
         h.bytesOffered = 0;
         h.FailWriteAtByte(failAt);
-        Run(3, 1);
+        Run();
         // After a failed command nothing but print data reaches the printer; print data
         // reports its own write.
         std::vector<Event> expect;

@@ -11,10 +11,10 @@ TEST(PddKeywords, LinesAndTheirEffects) {
     const std::string dim = "*PaperDimension A: \"100 200\"\n";
     const std::string size = "*CustomPageSize C/Custom: \"216 360 612 1008\"\n";
     const std::string def = "*DefaultCustomPageSize:  \"612 792\"\n";
-    const std::string margins = "*CustomPageMargins:  \"12 12 12 12\"\n";
+    const std::string margins = "*CustomPageMargins:  \"12 14 16 18\"\n";
     const std::string custom = "custmin=2160x3600 custmax=6120x10080 custdef=6120x7920 "
-                               "margins=120,120,120,120 "
-                               "Cpaper[C|Custom||6120x7920|120,120,5880,7680|120,120,5880,7680]";
+                               "margins=120,140,160,180 "
+                               "Cpaper[C|Custom||6120x7920|120,140,5840,7600|120,140,5840,7600]";
     const std::string n39(39, 'n'), n40(40, 'n'), P40(40, 'P');
     const struct {
         std::string lines, effect;
@@ -284,6 +284,13 @@ TEST(PddCalcPapers, ResultsAndConversion) {
     info.nPapers = 1;
     EXPECT_EQ(PDD_CalcPapers(&info), 1);
     EXPECT_EQ(Area(c.PortraitArea), "1,-2147483648,2147483646,-1");
+    // An edge the file never gave (0) leaves the area incomplete.
+    for (PDDAREA area :
+         {PDDAREA{0, 2, 3, 4}, PDDAREA{1, 0, 3, 4}, PDDAREA{1, 2, 0, 4}, PDDAREA{1, 2, 3, 0}}) {
+        c.PortraitArea = area;
+        c.LandscapeArea = {};
+        EXPECT_EQ(PDD_CalcPapers(&info), 0) << Area(area);
+    }
 }
 
 } // namespace

@@ -118,6 +118,20 @@ TEST(PddLineReader, ManyBlocksOfMixedLineEnds) {
     EXPECT_EQ(ReadLines(bytes), expected);
 }
 
+// A read that fails (a handle open for writing only) ends the file; its error is no count of
+// bytes, so the block of the file read before is not delivered again.
+TEST(PddLineReader, AFailedReadEndsTheFile) {
+    TempDir tmp;
+    const std::string path = tmp.Write("w.txt", "*Product: \"X\"\n");
+    ReadLines("*Product: \"X\"\n"); // leaves the line in the reader's block
+    const std::u16string w = Wide(path);
+    HANDLE h = CreateFileW(w.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, 0);
+    ASSERT_NE(h, INVALID_HANDLE_VALUE);
+    EXPECT_EQ(Deliver(PDD_MAXLINE, static_cast<HFILE>(h)), "0:");
+    _end_lgets();
+    CloseHandle(h);
+}
+
 // The parser reads a second file in the middle of the first and comes back to it: the first
 // file's pointer moves back over what its block still held.
 TEST(PddLineReader, SwitchToAnotherFileAndBack) {

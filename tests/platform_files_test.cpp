@@ -200,12 +200,15 @@ TEST_F(Files, ReadSeekAndSize) {
     EXPECT_FALSE(WriteFile(h, "x", 1, &put, nullptr)) << "opened for reading only";
     EXPECT_EQ(put, 0u);
     EXPECT_TRUE(CloseHandle(h));
+    HANDLE reuse = CreateFileW(w.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, 0);
+    EXPECT_NE(reuse, h) << "the slot comes back under a new generation";
     char buf[2];
     DWORD got;
     SetLastError(0);
     EXPECT_FALSE(ReadFile(h, buf, 1, &got, nullptr)) << "a stale handle";
     EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
     EXPECT_FALSE(CloseHandle(h));
+    EXPECT_TRUE(CloseHandle(reuse));
     for (HANDLE bad : {HANDLE(0), HANDLE(0x12345), INVALID_HANDLE_VALUE})
         EXPECT_FALSE(ReadFile(bad, buf, 1, &got, nullptr));
 }

@@ -70,7 +70,7 @@ TEST(Modules, WindowsDirectorySizeProtocol) {
     }
     EXPECT_FALSE(Q417_SetWindowsDirectory(""));
     ASSERT_TRUE(Q417_SetWindowsDirectory(nullptr));
-    setenv("Q417_WINDIR", "/env/windir", 1);
+    setenv("Q417_WINDIR", "/env/windir//", 1); // trailing separators go
     WCHAR buf[64];
     EXPECT_EQ(GetWindowsDirectoryW(buf, 64), 11u);
     EXPECT_EQ(std::u16string(buf), u"/env/windir");

@@ -115,13 +115,6 @@ TEST_F(Spooler, InfoCallsFollowTheTwoCallProtocol) {
              expectInside(di.pDataFile, b, driverNeed);
              expectInside(di.pName, b, driverNeed);
          }},
-        {"GetPrinterDriverW level 1",
-         [&](LPBYTE b, DWORD cb, DWORD *n) { return GetPrinterDriverW(h, nullptr, 1, b, cb, n); },
-         [&](const uint8_t *b) {
-             DRIVER_INFO_1W di;
-             std::memcpy(&di, b, sizeof di);
-             EXPECT_EQ(std::u16string(di.pName), u"Quillmark 417");
-         }},
         {"GetPrinterW level 5",
          [&](LPBYTE b, DWORD cb, DWORD *n) { return GetPrinterW(h, 5, b, cb, n); },
          [&](const uint8_t *b) {

@@ -143,49 +143,6 @@ TEST(Utf8, RoundTripAndBadSequences) {
         << "UTF-8 takes no default character";
 }
 
-std::u16string fmt(const char16_t *f, ...) {
-    WCHAR buf[1100];
-    va_list ap;
-    va_start(ap, f);
-    int n = wvsprintfW(buf, f, ap);
-    va_end(ap);
-    EXPECT_EQ(n, lstrlenW(buf));
-    return std::u16string(buf, n);
-}
-
-TEST(WsprintfW, Formats) {
-    const char16_t *root = u"C:\\WINNT";
-    const std::pair<std::u16string, std::u16string> cases[] = {
-        {fmt(u"%s%s", root, u"\\QMWMARK.INI"), u"C:\\WINNT\\QMWMARK.INI"},
-        {fmt(u"%s\\%s", root, u"QMWMARK.INI"), u"C:\\WINNT\\QMWMARK.INI"},
-        {fmt(u"%d|%i|%u", -42, 7, -1), u"-42|7|4294967295"},
-        {fmt(u"[%5d][%-5d][%05d][%05d]", 42, 42, 42, -42), u"[   42][42   ][00042][-0042]"},
-        {fmt(u"%03d.%03d", 7, 1234), u"007.1234"},
-        {fmt(u"%x %X %#x %08lx", 0xBEEFu, 0xBEEFu, 255u, 0x12ABu), u"beef BEEF 0xff 000012ab"},
-        {fmt(u"%ld %lu %hd", -5, 4000000000u, 70000), u"-5 4000000000 4464"},
-        {fmt(u"%I64d %llu", (long long)-9000000000, 18000000000ull), u"-9000000000 18000000000"},
-        {fmt(u"%c%c%C", u'é', u'\u20AC', '\xE9'), u"é€é"},
-        {fmt(u"%S|%hs|%ls", "caf\xE9", "x", u"w"), u"café|x|w"},
-        {fmt(u"[%.3s][%6.2s][%-4S]", u"abcdef", u"xyz", "ab"), u"[abc][    xy][ab  ]"},
-        {fmt(u"%s %S", (const char16_t *)nullptr, (const char *)nullptr), u"(null) (null)"},
-        {fmt(u"100%% %.4d %5.3d", 42, 7), u"100% 0042   007"},
-        {fmt(u"tail%"), u"tail"},
-    };
-    for (auto &[got, want] : cases) EXPECT_EQ(got, want);
-}
-
-TEST(WsprintfW, OutputStopsAt1024CharactersWithTerminator) {
-    std::u16string big(2000, u'x');
-    std::vector<WCHAR> buf(1100, kPoisonW);
-    EXPECT_EQ(wsprintfW(buf.data(), u"%s", big.c_str()), 1023);
-    EXPECT_EQ(buf[1022], u'x');
-    EXPECT_EQ(buf[1023], 0);
-    EXPECT_EQ(buf[1024], kPoisonW);
-    EXPECT_EQ(wsprintfW(buf.data(), u"%2000d", 1), 1023);
-    EXPECT_EQ(buf[1023], 0);
-    EXPECT_EQ(buf[1024], kPoisonW);
-}
-
 TEST(Wcstok, RunsOfSeparatorsAreOneAndLeadingOnesAreSkipped) {
     struct Case {
         std::u16string in;

@@ -13,11 +13,9 @@ namespace {
 
 using q417::test::JobHarness;
 using q417::test::LetterRecord;
+using q417::test::PageData;
 using namespace streamtest;
 
-std::string PageData(int page) {
-    return "<raster of page " + std::to_string(page) + ">";
-}
 
 // The job header of a PCL 5e job "Annual report" on the harness's printer at 600 dpi, portrait,
 // two copies.

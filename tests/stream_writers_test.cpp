@@ -369,6 +369,10 @@ TEST_F(StreamWriters, NamesThatDoNotFitAreCut) {
     dm->dmSpecVersion = 0x4141; // would read as more text past the field
     PJL_WriteDriverName(info);
     EXPECT_EQ(Take(), "@PJL COMMENT for ABCDEFGHIJKLMNOPQRSTUVWXYZABCDEF at 600 by 600 DPI\n");
+    // A command longer than its buffer goes out cut, without the terminator.
+    char small[8];
+    EXPECT_EQ(WriteCommandIn(info, small, sizeof small, "%s", "0123456789"), 1);
+    EXPECT_EQ(Take(), "0123456");
 }
 
 // In a code page of several bytes a character, the cut falls on a whole character that still
