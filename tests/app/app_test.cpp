@@ -311,7 +311,7 @@ class AppTest : public ::testing::Test {
         argv.push_back(nullptr);
         std::vector<std::string> env{"HOME=" + dir, "TMPDIR=" + dir,
                                      "Q417_APP_WORKER_PREFIX=" + wrapper,
-                                     "Q417_APP_WORKER_TIMEOUT=3", "PATH=/usr/bin:/bin"};
+                                     "Q417_APP_WORKER_TIMEOUT=10", "PATH=/usr/bin:/bin"};
         // A sanitizer build reports through the options the test run was given.
         for (const char *v : {"ASAN_OPTIONS", "LSAN_OPTIONS", "UBSAN_OPTIONS"})
             if (const char *s = getenv(v)) env.push_back(std::string(v) + "=" + s);
