@@ -5,6 +5,8 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/deps.sh
+# Paths relative to the checkout, so a clone elsewhere on this machine reuses the compiler cache.
+export CCACHE_BASEDIR="$PWD" CCACHE_NOHASHDIR=true
 cmake --preset default >/dev/null
 cmake --build --preset default -j "$(nproc)" --target q417
 out=${1:-build/demo}
