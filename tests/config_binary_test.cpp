@@ -113,9 +113,10 @@ TEST_F(Binary, TheWidestConfigurationReadsBack) {
                           ": 1\n*Resolution " + k40 + "/" + n40 + ": \"" + k40 + "\"\n"),
               built),
         1);
-    EXPECT_EQ(built.c->cchPaperName, 41u);
-    EXPECT_EQ(built.c->cchTrayName, 41u);
-    EXPECT_EQ(built.c->cbPortraitCmd, 40u);
+    // Copies (unary +): the record is packed, and a reference to its fields would be misaligned.
+    EXPECT_EQ(+built.c->cchPaperName, 41u);
+    EXPECT_EQ(+built.c->cchTrayName, 41u);
+    EXPECT_EQ(+built.c->cbPortraitCmd, 40u);
     ASSERT_EQ(ReadCfgBinary(read.c, path.c_str()), 1);
     ExpectSameRecord(*built.c, *read.c);
     EXPECT_EQ(Bytes(read.c->hModelName), std::vector<uint8_t>(32, 'M'));
