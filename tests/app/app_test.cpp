@@ -1,7 +1,7 @@
 // The printer application against real IPP clients: the application runs as a child of this
 // test on 127.0.0.1 with its state in a temporary folder, its printers' devices are listeners
 // of the test, and what they receive is read back with the tool's decoder.
-#include "pcl_decoder.h"
+#include "printer_harness.h"
 
 #include <cairo-pdf.h>
 #include <cairo.h>
@@ -10,172 +10,25 @@
 #include <gtest/gtest.h>
 #include <jpeglib.h>
 
-#include <arpa/inet.h>
-#include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <fcntl.h>
-#include <fstream>
-#include <mutex>
-#include <netinet/in.h>
-#include <poll.h>
 #include <set>
 #include <spawn.h>
-#include <sstream>
 #include <string>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
+#include <tuple>
 #include <unistd.h>
 #include <vector>
-
-extern char **environ;
 
 namespace {
 
 using namespace std::chrono_literals;
-
-// A printer port: every connection's bytes are one stream.
-class Listener {
-  public:
-    Listener() {
-        fd_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_in a{};
-        a.sin_family = AF_INET;
-        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t len = sizeof a;
-        if (bind(fd_, reinterpret_cast<sockaddr *>(&a), sizeof a) != 0 || listen(fd_, 8) != 0 ||
-            getsockname(fd_, reinterpret_cast<sockaddr *>(&a), &len) != 0)
-            throw std::runtime_error("listener");
-        port_ = ntohs(a.sin_port);
-        thread_ = std::thread([this] { Run(); });
-    }
-    ~Listener() {
-        stop_ = true;
-        thread_.join();
-        close(fd_);
-    }
-    int port() const { return port_; }
-
-    // The next stream whose connection has closed, waiting up to `timeout`; empty if none.
-    std::string Next(std::chrono::milliseconds timeout = 20s) {
-        std::unique_lock lock(mutex_);
-        if (!cv_.wait_for(lock, timeout, [&] { return !streams_.empty(); })) return {};
-        std::string s = std::move(streams_.front());
-        streams_.erase(streams_.begin());
-        return s;
-    }
-    void Clear() {
-        std::lock_guard lock(mutex_);
-        streams_.clear();
-    }
-
-    // The most connections open at once, over every listener, since the last Reset.
-    static inline std::atomic<int> openNow{0}, openMost{0};
-    static void Reset() { openMost = openNow.load(); }
-
-  private:
-    void Run() {
-        std::vector<std::pair<int, std::string>> open;
-        while (!stop_) {
-            std::vector<pollfd> fds{{fd_, POLLIN, 0}};
-            for (auto &c : open) fds.push_back({c.first, POLLIN, 0});
-            if (poll(fds.data(), fds.size(), 100) <= 0) continue;
-            if (fds[0].revents & POLLIN) {
-                int c = accept4(fd_, nullptr, nullptr, SOCK_CLOEXEC);
-                if (c >= 0) {
-                    open.emplace_back(c, std::string());
-                    int n = ++openNow;
-                    for (int m = openMost; n > m && !openMost.compare_exchange_weak(m, n);) {
-                    }
-                }
-            }
-            for (size_t i = 1; i < fds.size(); ++i) {
-                if (!fds[i].revents) continue;
-                auto &[c, data] = open[i - 1];
-                char buf[65536];
-                ssize_t got = read(c, buf, sizeof buf);
-                if (got > 0) {
-                    data.append(buf, static_cast<size_t>(got));
-                    continue;
-                }
-                close(c);
-                --openNow;
-                {
-                    std::lock_guard lock(mutex_);
-                    streams_.push_back(std::move(data));
-                }
-                cv_.notify_all();
-                c = -1;
-            }
-            std::erase_if(open, [](const auto &c) { return c.first < 0; });
-        }
-        for (auto &c : open) close(c.first);
-    }
-
-    int fd_ = -1, port_ = 0;
-    std::atomic<bool> stop_{false};
-    std::thread thread_;
-    std::mutex mutex_;
-    std::condition_variable cv_;
-    std::vector<std::string> streams_;
-};
-
-int FreePort() {
-    int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t len = sizeof a;
-    bind(fd, reinterpret_cast<sockaddr *>(&a), sizeof a);
-    getsockname(fd, reinterpret_cast<sockaddr *>(&a), &len);
-    close(fd);
-    return ntohs(a.sin_port);
-}
-
-// Runs a program to its end; its standard output and error in `out`.
-int RunProgram(const std::vector<std::string> &args, std::string *out = nullptr) {
-    int p[2];
-    if (pipe2(p, O_CLOEXEC) != 0) return -1;
-    posix_spawn_file_actions_t fa;
-    posix_spawn_file_actions_init(&fa);
-    posix_spawn_file_actions_adddup2(&fa, p[1], 1);
-    posix_spawn_file_actions_adddup2(&fa, p[1], 2);
-    std::vector<char *> argv;
-    for (auto &a : args) argv.push_back(const_cast<char *>(a.c_str()));
-    argv.push_back(nullptr);
-    pid_t pid;
-    int rc = posix_spawnp(&pid, argv[0], &fa, nullptr, argv.data(), environ);
-    posix_spawn_file_actions_destroy(&fa);
-    close(p[1]);
-    std::string text;
-    char buf[4096];
-    ssize_t got;
-    while (rc == 0 && (got = read(p[0], buf, sizeof buf)) > 0)
-        text.append(buf, static_cast<size_t>(got));
-    close(p[0]);
-    if (out) *out = text;
-    if (rc != 0) return -1;
-    int status = 0;
-    waitpid(pid, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
-
-void WriteFile(const std::string &path, const std::string &data) {
-    std::ofstream(path, std::ios::binary) << data;
-}
-
-std::string ReadFile(const std::string &path) {
-    std::ifstream f(path, std::ios::binary);
-    std::stringstream s;
-    s << f.rdbuf();
-    return s.str();
-}
+using namespace q417test;
 
 // A PDF of `pages` A4 pages, each with its number in large type.
 void MakePdf(const std::string &path, int pages) {
@@ -264,9 +117,8 @@ class AppTest : public ::testing::Test {
     static inline Listener *office = nullptr, *second = nullptr;
 
     static void SetUpTestSuite() {
-        char tmpl[] = "/tmp/q417-app-XXXXXX";
-        ASSERT_NE(mkdtemp(tmpl), nullptr);
-        dir = tmpl;
+        dir = MakeTempDir("q417-app");
+        ASSERT_FALSE(dir.empty());
         spool = dir + "/spool";
         office = new Listener;
         second = new Listener;
@@ -291,8 +143,8 @@ class AppTest : public ::testing::Test {
         WriteFile(wrapper,
                   "#!/bin/sh\n"
                   "case \"$*\" in *die-now*) kill -SEGV $$ ;; *hang-now*) exec sleep 60 ;; esac\n"
-                  "exec \"$@\"\n");
-        chmod(wrapper.c_str(), 0755);
+                  "exec \"$@\"\n",
+                  0755);
 
         // The descriptions in a folder of the test's: the library compiles them beside them.
         std::string share = dir + "/share";
@@ -345,22 +197,13 @@ class AppTest : public ::testing::Test {
     }
 
     static void TearDownTestSuite() {
-        if (app > 0) { // stopped by its id, whatever happened
-            kill(app, SIGTERM);
-            int status;
-            for (int i = 0; i < 50 && waitpid(app, &status, WNOHANG) == 0; ++i)
-                std::this_thread::sleep_for(100ms);
-            if (waitpid(app, &status, WNOHANG) == 0) {
-                kill(app, SIGKILL);
-                waitpid(app, &status, 0);
-            }
-        }
+        StopChild(app, 5s); // stopped by its id, whatever happened
         delete office;
         delete second;
         if (::testing::UnitTest::GetInstance()->failed_test_count() > 0)
             fprintf(stderr, "kept for a look: %s\n", dir.c_str());
         else
-            RunProgram({"rm", "-rf", dir});
+            RemoveTree(dir);
     }
 
     void TearDown() override {
@@ -443,19 +286,6 @@ class AppTest : public ::testing::Test {
         }
         if (http) httpClose(http);
         return idle;
-    }
-
-    static std::string Decode(const std::string &stream) {
-        std::string out;
-        q417tool::DecodeStream(reinterpret_cast<const uint8_t *>(stream.data()), stream.size(),
-                               out);
-        return out;
-    }
-
-    static size_t Count(const std::string &text, const std::string &what) {
-        size_t n = 0;
-        for (size_t p = text.find(what); p != std::string::npos; p = text.find(what, p + 1)) ++n;
-        return n;
     }
 };
 

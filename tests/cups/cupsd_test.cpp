@@ -3,16 +3,14 @@
 // and a socket of its own, with our filter and driver program beside the system's filters and
 // backends. A queue made with lpadmin -m from our driver prints to a listener of this test, and
 // what arrives is checked with the tool's decoder. The system's CUPS is never touched.
-#include "pcl_decoder.h"
+#include "printer_harness.h"
 
 #include <cups/cups.h>
 #include <gtest/gtest.h>
 #include <png.h>
 
-#include <arpa/inet.h>
 #include <dirent.h>
 #include <fcntl.h>
-#include <netinet/in.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
@@ -22,152 +20,19 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <fstream>
-#include <mutex>
 #include <sstream>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace {
 
+using namespace q417test;
+using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
-
-std::string Slurp(const std::string &path) {
-    std::ifstream f(path, std::ios::binary);
-    std::stringstream s;
-    s << f.rdbuf();
-    return s.str();
-}
-
-void Spit(const std::string &path, const std::string &data, mode_t mode = 0644) {
-    std::ofstream(path, std::ios::binary) << data;
-    chmod(path.c_str(), mode);
-}
-
-size_t Count(const std::string &text, const std::string &what) {
-    size_t n = 0;
-    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
-    return n;
-}
-
-// Runs a program with the test's environment; its output (standard output and error) and
-// exit status come back.
-int Exec(const std::vector<std::string> &argv, std::string *output = nullptr) {
-    int fds[2];
-    if (pipe(fds) != 0) return -1;
-    pid_t pid = fork();
-    if (pid == 0) {
-        dup2(fds[1], 1);
-        dup2(fds[1], 2);
-        close(fds[0]);
-        close(fds[1]);
-        std::vector<char *> args;
-        for (const auto &a : argv) args.push_back(const_cast<char *>(a.c_str()));
-        args.push_back(nullptr);
-        execvp(args[0], args.data());
-        std::fprintf(stderr, "%s: %s\n", args[0], std::strerror(errno));
-        _exit(127);
-    }
-    close(fds[1]);
-    std::string out;
-    char buf[4096];
-    for (ssize_t n; (n = read(fds[0], buf, sizeof buf)) != 0;) {
-        if (n < 0 && errno == EINTR) continue;
-        if (n < 0) break;
-        out.append(buf, static_cast<size_t>(n));
-    }
-    close(fds[0]);
-    int status = 0;
-    while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-    }
-    if (output) *output = out;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-int FreePort() {
-    int s = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t len = sizeof a;
-    int port = -1;
-    if (bind(s, reinterpret_cast<sockaddr *>(&a), sizeof a) == 0 &&
-        getsockname(s, reinterpret_cast<sockaddr *>(&a), &len) == 0)
-        port = ntohs(a.sin_port);
-    close(s);
-    return port;
-}
-
-// The printer: a TCP listener on 127.0.0.1 that keeps what each connection sent.
-class Listener {
-  public:
-    Listener() {
-        fd_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        int one = 1;
-        setsockopt(fd_, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
-        sockaddr_in a{};
-        a.sin_family = AF_INET;
-        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t len = sizeof a;
-        if (bind(fd_, reinterpret_cast<sockaddr *>(&a), sizeof a) != 0 || listen(fd_, 4) != 0 ||
-            getsockname(fd_, reinterpret_cast<sockaddr *>(&a), &len) != 0)
-            return;
-        port_ = ntohs(a.sin_port);
-        thread_ = std::thread([this] { Serve(); });
-    }
-    ~Listener() {
-        stop_ = true;
-        shutdown(fd_, SHUT_RDWR);
-        close(fd_);
-        if (thread_.joinable()) thread_.join();
-    }
-    int port() const { return port_; }
-    size_t count() {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return streams_.size();
-    }
-    // The stream of connection `n` (from 0), once it is complete; empty after `seconds`.
-    std::string Stream(size_t n, int seconds) {
-        std::unique_lock<std::mutex> lock(mutex_);
-        cv_.wait_for(lock, std::chrono::seconds(seconds), [&] { return streams_.size() > n; });
-        return streams_.size() > n ? streams_[n] : std::string();
-    }
-
-  private:
-    void Serve() {
-        while (!stop_) {
-            int c = accept4(fd_, nullptr, nullptr, SOCK_CLOEXEC);
-            if (c < 0) {
-                if (errno == EINTR) continue;
-                return;
-            }
-            std::string data;
-            char buf[65536];
-            for (ssize_t n; (n = read(c, buf, sizeof buf)) != 0;) {
-                if (n < 0 && errno == EINTR) continue;
-                if (n < 0) break;
-                data.append(buf, static_cast<size_t>(n));
-            }
-            close(c);
-            std::lock_guard<std::mutex> lock(mutex_);
-            streams_.push_back(std::move(data));
-            cv_.notify_all();
-        }
-    }
-    int fd_ = -1, port_ = -1;
-    std::atomic<bool> stop_{false};
-    std::thread thread_;
-    std::mutex mutex_;
-    std::condition_variable cv_;
-    std::vector<std::string> streams_;
-};
 
 // A PDF of `pages` pages, each with a black bar of its own length.
 std::string MakePdf(int pages) {
@@ -215,9 +80,8 @@ bool WritePng(const std::string &path) {
 class Cupsd : public ::testing::Test {
   protected:
     static void SetUpTestSuite() {
-        char tmpl[] = "/tmp/q417-cupsd-XXXXXX";
-        ASSERT_NE(mkdtemp(tmpl), nullptr);
-        dir_ = tmpl;
+        dir_ = MakeTempDir("q417-cupsd");
+        ASSERT_FALSE(dir_.empty());
         // cupsd runs its children as lp: they walk into this folder and read its files.
         chmod(dir_.c_str(), 0755);
         for (const char *d :
@@ -229,30 +93,30 @@ class Cupsd : public ::testing::Test {
         LinkEntries("/usr/lib/cups", dir_ + "/bin", {"filter", "driver"});
         LinkEntries("/usr/lib/cups/filter", dir_ + "/bin/filter", {});
         LinkEntries("/usr/lib/cups/driver", dir_ + "/bin/driver", {});
-        Spit(dir_ + "/bin/filter/q417pcl", Slurp(Q417_FILTER), 0755);
-        Spit(dir_ + "/bin/driver/q417plg", Slurp(Q417_DRIVER), 0755);
+        WriteFile(dir_ + "/bin/filter/q417pcl", ReadFile(Q417_FILTER), 0755);
+        WriteFile(dir_ + "/bin/driver/q417plg", ReadFile(Q417_DRIVER), 0755);
         LinkEntries("/usr/share/cups", dir_ + "/data", {});
         for (const char *f : {"qcl4100.pdd", "qml2400.pdd", "QMWMARK.INI"})
-            Spit(dir_ + "/data/q417plg/" + f, Slurp(std::string(Q417_SHARE) + "/" + f));
+            WriteFile(dir_ + "/data/q417plg/" + f, ReadFile(std::string(Q417_SHARE) + "/" + f));
 
         int port = FreePort();
         socket_ = dir_ + "/run/cups.sock";
-        Spit(dir_ + "/conf/cupsd.conf",
-             "Listen 127.0.0.1:" + std::to_string(port) + "\nListen " + socket_ +
-                 "\nLogLevel debug\nBrowsing No\nWebInterface No\nDefaultAuthType None\n"
-                 // a sanitizer build of the filter runs under the test's sanitizer options
-                 "PassEnv ASAN_OPTIONS LSAN_OPTIONS UBSAN_OPTIONS\n"
-                 "<Location />\n  Order allow,deny\n  Allow all\n</Location>\n"
-                 "<Policy default>\n  <Limit All>\n    Order deny,allow\n  </Limit>\n"
-                 "</Policy>\n");
-        Spit(dir_ + "/conf/cups-files.conf",
-             "ServerRoot " + dir_ + "/conf\nStateDir " + dir_ + "/state\nCacheDir " + dir_ +
-                 "/cache\nRequestRoot " + dir_ + "/spool\nTempDir " + dir_ +
-                 "/spool/tmp\nServerBin " + dir_ + "/bin\nDataDir " + dir_ + "/data\nAccessLog " +
-                 dir_ + "/log/access_log\nErrorLog " + dir_ + "/log/error_log\nPageLog " + dir_ +
-                 "/log/page_log\n" +
-                 // As root cupsd refuses to run its children as root: they run as lp.
-                 (geteuid() == 0 ? "User lp\nGroup lp\nSystemGroup root\n" : ""));
+        WriteFile(dir_ + "/conf/cupsd.conf",
+                  "Listen 127.0.0.1:" + std::to_string(port) + "\nListen " + socket_ +
+                      "\nLogLevel debug\nBrowsing No\nWebInterface No\nDefaultAuthType None\n"
+                      // a sanitizer build of the filter runs under the test's sanitizer options
+                      "PassEnv ASAN_OPTIONS LSAN_OPTIONS UBSAN_OPTIONS\n"
+                      "<Location />\n  Order allow,deny\n  Allow all\n</Location>\n"
+                      "<Policy default>\n  <Limit All>\n    Order deny,allow\n  </Limit>\n"
+                      "</Policy>\n");
+        WriteFile(dir_ + "/conf/cups-files.conf",
+                  "ServerRoot " + dir_ + "/conf\nStateDir " + dir_ + "/state\nCacheDir " + dir_ +
+                      "/cache\nRequestRoot " + dir_ + "/spool\nTempDir " + dir_ +
+                      "/spool/tmp\nServerBin " + dir_ + "/bin\nDataDir " + dir_ +
+                      "/data\nAccessLog " + dir_ + "/log/access_log\nErrorLog " + dir_ +
+                      "/log/error_log\nPageLog " + dir_ + "/log/page_log\n" +
+                      // As root cupsd refuses to run its children as root: they run as lp.
+                      (geteuid() == 0 ? "User lp\nGroup lp\nSystemGroup root\n" : ""));
 
         pid_ = fork();
         if (pid_ == 0) {
@@ -266,34 +130,22 @@ class Cupsd : public ::testing::Test {
         }
         ASSERT_GT(pid_, 0);
         setenv("CUPS_SERVER", socket_.c_str(), 1);
-        ASSERT_TRUE(WaitForScheduler()) << Slurp(dir_ + "/log/cupsd.out");
+        ASSERT_TRUE(WaitForScheduler()) << ReadFile(dir_ + "/log/cupsd.out");
         listener_ = new Listener;
         ASSERT_GT(listener_->port(), 0);
     }
 
     static void TearDownTestSuite() {
-        if (pid_ > 0) {
-            kill(pid_, SIGTERM);
-            int status = 0;
-            auto until = Clock::now() + std::chrono::seconds(10);
-            while (waitpid(pid_, &status, WNOHANG) == 0) {
-                if (Clock::now() > until) {
-                    kill(pid_, SIGKILL);
-                    waitpid(pid_, &status, 0);
-                    break;
-                }
-                usleep(50000);
-            }
-            pid_ = -1;
-        }
+        StopChild(pid_, 10s);
+        pid_ = -1;
         delete listener_;
         listener_ = nullptr;
-        if (!dir_.empty() && !getenv("Q417_KEEP_CUPSD")) Exec({"rm", "-rf", dir_});
+        if (!dir_.empty() && !getenv("Q417_KEEP_CUPSD")) RemoveTree(dir_);
     }
 
     void TearDown() override {
         if (HasFailure()) {
-            std::string log = Slurp(dir_ + "/log/error_log");
+            std::string log = ReadFile(dir_ + "/log/error_log");
             std::fprintf(stderr, "---- cupsd error_log (last 6000 bytes)\n%s\n",
                          log.substr(log.size() > 6000 ? log.size() - 6000 : 0).c_str());
         }
@@ -338,8 +190,8 @@ class Cupsd : public ::testing::Test {
         std::string out;
         std::string uri =
             "socket://127.0.0.1:" + std::to_string(listener_->port()) + "/?snmp=false";
-        int rc = Exec({"lpadmin", "-p", "office", "-E", "-v", uri, "-m", "q417plg:///qcl4100.pdd"},
-                      &out);
+        int rc = RunProgram(
+            {"lpadmin", "-p", "office", "-E", "-v", uri, "-m", "q417plg:///qcl4100.pdd"}, &out);
         ASSERT_EQ(rc, 0) << out;
         queued_ = true;
     }
@@ -350,7 +202,7 @@ class Cupsd : public ::testing::Test {
         for (const auto &o : options) argv.insert(argv.end(), {"-o", o});
         argv.push_back(file);
         std::string out;
-        int rc = Exec(argv, &out);
+        int rc = RunProgram(argv, &out);
         EXPECT_EQ(rc, 0) << out;
         size_t dash = out.find("office-");
         return dash == std::string::npos ? -1 : std::atoi(out.c_str() + dash + 7);
@@ -373,9 +225,7 @@ class Cupsd : public ::testing::Test {
     }
 
     static std::string Decode(const std::string &stream) {
-        std::string listing;
-        q417tool::DecodeStream(reinterpret_cast<const uint8_t *>(stream.data()), stream.size(),
-                               listing);
+        std::string listing = q417test::Decode(stream);
         // Q417_CUPSD_LISTING=FILE keeps every listing, one after the other, for a reader.
         if (const char *keep = getenv("Q417_CUPSD_LISTING"))
             std::ofstream(keep, std::ios::app) << listing << "\n";
@@ -395,7 +245,7 @@ bool Cupsd::queued_ = false;
 
 TEST_F(Cupsd, ListsTheModelsOfTheInstalledDescriptions) {
     std::string out;
-    ASSERT_EQ(Exec({"lpinfo", "-m"}, &out), 0) << out;
+    ASSERT_EQ(RunProgram({"lpinfo", "-m"}, &out), 0) << out;
     EXPECT_NE(out.find("q417plg:///qcl4100.pdd Quillmark CL 4100"), std::string::npos) << out;
     EXPECT_NE(out.find("q417plg:///qml2400.pdd Quillmark ML 2400"), std::string::npos) << out;
 }
@@ -410,14 +260,14 @@ TEST_F(Cupsd, InstalledPpdPassesCupstestppd) {
     // cupstestppd wants it owned by root, which only root can arrange.
     std::string root = dir_ + "/root";
     if (geteuid() == 0) {
-        Exec({"mkdir", "-p", root + "/usr/lib/cups/filter"});
-        Spit(root + "/usr/lib/cups/filter/q417pcl", Slurp(Q417_FILTER), 0755);
+        RunProgram({"mkdir", "-p", root + "/usr/lib/cups/filter"});
+        WriteFile(root + "/usr/lib/cups/filter/q417pcl", ReadFile(Q417_FILTER), 0755);
         argv.insert(argv.end(), {"-R", root});
     } else {
         argv.insert(argv.end(), {"-I", "filters"});
     }
     argv.push_back(dir_ + "/conf/ppd/office.ppd");
-    EXPECT_EQ(Exec(argv, &out), 0) << out;
+    EXPECT_EQ(RunProgram(argv, &out), 0) << out;
     EXPECT_NE(out.find("PASS"), std::string::npos) << out;
 }
 
@@ -425,15 +275,15 @@ TEST_F(Cupsd, InstalledPpdPassesCupstestppd) {
 TEST_F(Cupsd, FourUpDuplexWatermarkedPdfArrivesAsOneSheet) {
     AddQueue();
     std::string pdf = dir_ + "/files/three.pdf";
-    Spit(pdf, MakePdf(3));
+    WriteFile(pdf, MakePdf(3));
     size_t before = listener_->count();
     int id = Submit(pdf, {"media=A4", "sides=two-sided-long-edge", "number-up=4", "Watermark=Draft",
                           "InputSlot=Tray2"});
     ASSERT_GT(id, 0);
     EXPECT_EQ(WaitForJob(id), IPP_JSTATE_COMPLETED);
-    std::string stream = listener_->Stream(before, 10);
+    std::string stream = listener_->Stream(before, 10s);
     ASSERT_FALSE(stream.empty());
-    Spit(dir_ + "/files/four-up.prn", stream);
+    WriteFile(dir_ + "/files/four-up.prn", stream);
     std::string listing = Decode(stream);
 
     // PJL around it all
@@ -461,7 +311,7 @@ TEST_F(Cupsd, FourUpDuplexWatermarkedPdfArrivesAsOneSheet) {
     EXPECT_NE(origins[1], origins[2]);
     EXPECT_NE(origins[0], origins[2]);
     // CUPS counted one sheet for the job, from the filter's PAGE: line
-    std::string pages = Slurp(dir_ + "/log/page_log");
+    std::string pages = ReadFile(dir_ + "/log/page_log");
     std::string job = "office " + std::string(cupsUser()) + " " + std::to_string(id) + " ";
     size_t at = pages.find(job);
     ASSERT_NE(at, std::string::npos) << pages;
@@ -474,13 +324,13 @@ TEST_F(Cupsd, FourUpDuplexWatermarkedPdfArrivesAsOneSheet) {
 TEST_F(Cupsd, PpdOptionsAndCopiesReachThePrinter) {
     AddQueue();
     std::string pdf = dir_ + "/files/two.pdf";
-    Spit(pdf, MakePdf(2));
+    WriteFile(pdf, MakePdf(2));
     size_t before = listener_->count();
     int id = Submit(pdf, {"Duplex=DuplexTumble", "PageSize=Letter", "ColorModel=Gray",
                           "Resolution=300dpi", "copies=2", "Collate=True"});
     ASSERT_GT(id, 0);
     EXPECT_EQ(WaitForJob(id), IPP_JSTATE_COMPLETED);
-    std::string listing = Decode(listener_->Stream(before, 10));
+    std::string listing = Decode(listener_->Stream(before, 10s));
     EXPECT_EQ(Count(listing, "ESC&l2S "), 1u);
     EXPECT_EQ(Count(listing, "ESC&l2A "), 1u);  // Letter
     EXPECT_EQ(Count(listing, "form feed"), 1u); // one page a sheet
@@ -494,19 +344,19 @@ TEST_F(Cupsd, PpdOptionsAndCopiesReachThePrinter) {
 TEST_F(Cupsd, TextPngAndPostScriptArriveAsPages) {
     AddQueue();
     std::string text = dir_ + "/files/note.txt";
-    Spit(text, "A plain text file\nprinted through texttopdf\nand the q417 filter.\n");
+    WriteFile(text, "A plain text file\nprinted through texttopdf\nand the q417 filter.\n");
     std::string png = dir_ + "/files/ramp.png";
     ASSERT_TRUE(WritePng(png));
     std::string ps = dir_ + "/files/page.ps";
-    Spit(ps, "%!PS-Adobe-3.0\n%%Pages: 1\n%%EndComments\n%%Page: 1 1\n"
-             "72 72 200 300 rectfill showpage\n%%EOF\n");
+    WriteFile(ps, "%!PS-Adobe-3.0\n%%Pages: 1\n%%EndComments\n%%Page: 1 1\n"
+                  "72 72 200 300 rectfill showpage\n%%EOF\n");
     for (const std::string &file : {text, png, ps}) {
         SCOPED_TRACE(file);
         size_t before = listener_->count();
         int id = Submit(file, {});
         ASSERT_GT(id, 0);
         EXPECT_EQ(WaitForJob(id), IPP_JSTATE_COMPLETED);
-        std::string listing = Decode(listener_->Stream(before, 10));
+        std::string listing = Decode(listener_->Stream(before, 10s));
         EXPECT_NE(listing.find("@PJL ENTER LANGUAGE=PCL"), std::string::npos);
         EXPECT_EQ(Count(listing, "page size: A4"), 1u) << listing.substr(0, 3000);
         EXPECT_GE(Count(listing, "start raster graphics"), 1u);
@@ -519,12 +369,12 @@ TEST_F(Cupsd, DamagedPdfEndsWithTheFiltersErrorAndTheQueueGoesOn) {
     AddQueue();
     std::string bad = dir_ + "/files/damaged.pdf";
     std::string pdf = MakePdf(2);
-    Spit(bad, pdf.substr(0, 40) + std::string(200, '\x7f') + "\nthis is not a PDF body\n");
+    WriteFile(bad, pdf.substr(0, 40) + std::string(200, '\x7f') + "\nthis is not a PDF body\n");
     int id = Submit(bad, {});
     ASSERT_GT(id, 0);
     int state = WaitForJob(id);
     EXPECT_TRUE(state == IPP_JSTATE_STOPPED || state == IPP_JSTATE_ABORTED) << state;
-    std::string log = Slurp(dir_ + "/log/error_log");
+    std::string log = ReadFile(dir_ + "/log/error_log");
     std::string tag = "[Job " + std::to_string(id) + "] ";
     bool filterError = false;
     std::istringstream lines(log);
@@ -536,12 +386,12 @@ TEST_F(Cupsd, DamagedPdfEndsWithTheFiltersErrorAndTheQueueGoesOn) {
     EXPECT_TRUE(filterError) << "no ERROR: line of the filter for job " << id;
 
     std::string good = dir_ + "/files/one.pdf";
-    Spit(good, MakePdf(1));
+    WriteFile(good, MakePdf(1));
     size_t before = listener_->count();
     int next = Submit(good, {});
     ASSERT_GT(next, 0);
     EXPECT_EQ(WaitForJob(next), IPP_JSTATE_COMPLETED);
-    EXPECT_NE(listener_->Stream(before, 10).find("@PJL"), std::string::npos);
+    EXPECT_NE(listener_->Stream(before, 10s).find("@PJL"), std::string::npos);
 }
 
 } // namespace
