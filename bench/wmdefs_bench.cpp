@@ -24,8 +24,7 @@ namespace {
 struct Folder {
     fs::path dir;
     explicit Folder(const std::string &tag) {
-        dir = fs::temp_directory_path() /
-              ("q417bench_wm_" + std::to_string(getpid()) + "_" + tag);
+        dir = fs::temp_directory_path() / ("q417bench_wm_" + std::to_string(getpid()) + "_" + tag);
         fs::create_directories(dir);
     }
     ~Folder() {
@@ -51,8 +50,7 @@ void WriteLongLine(const Folder &f, bool longKey) {
     if (longKey)
         out << std::string(1 << 20, 'K') << "=0,0,0,0,0,0,0,400,0,36,Arial,LONG\r\n";
     else
-        out << "Long=" << std::string(1 << 20, ' ') << "0,0" << std::string(1 << 10, ',')
-            << "\r\n";
+        out << "Long=" << std::string(1 << 20, ' ') << "0,0" << std::string(1 << 10, ',') << "\r\n";
 }
 
 // Moves the file's modification time on by one nanosecond: a changed file to the reader.

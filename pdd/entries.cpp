@@ -34,8 +34,7 @@ void AddToIndex(ListIndex &ix, T *p) {
     ix.pTail = p;
     // A full key stands for a longer name that no lookup can give: never found.
     if (p->Key.nLen >= 0 && static_cast<size_t>(p->Key.nLen) < kText)
-        ix.first.try_emplace(std::string_view(p->Key.achText, static_cast<size_t>(p->Key.nLen)),
-                             p);
+        ix.first.try_emplace(std::string_view(p->Key.achText, static_cast<size_t>(p->Key.nLen)), p);
 }
 
 // The index of the list at ppHead, up to date; null when there is no memory for it.

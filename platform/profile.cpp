@@ -27,7 +27,7 @@
 namespace {
 
 constexpr size_t kMaxProfileBytes = 16u << 20; // far above any INI file; bounds the read
-constexpr int64_t kRacyNs = 2'000'000'000;      // file times closer than this to the read
+constexpr int64_t kRacyNs = 2'000'000'000;     // file times closer than this to the read
 
 struct Entry {
     std::u16string key;
@@ -191,8 +191,8 @@ void parse(std::u16string_view text, Parsed &out) {
         if (t.empty() || t[0] == u';') continue;
         if (t[0] == u'[') {
             size_t close = t.find(u']');
-            sections.push_back({upToZero(trim(t.substr(1, close == t.npos ? t.npos : close - 1))),
-                                {}, {}, 0});
+            sections.push_back(
+                {upToZero(trim(t.substr(1, close == t.npos ? t.npos : close - 1))), {}, {}, 0});
             continue;
         }
         if (sections.empty()) continue; // lines before the first section belong to none
@@ -302,8 +302,8 @@ DWORD copyList(const std::vector<T> &items, Name name, size_t cchAll, LPWSTR out
     return nSize - 2;
 }
 
-DWORD getString(LPCWSTR lpAppName, LPCWSTR lpKeyName, LPCWSTR lpDefault,
-                LPWSTR lpReturnedString, DWORD nSize, LPCWSTR lpFileName) {
+DWORD getString(LPCWSTR lpAppName, LPCWSTR lpKeyName, LPCWSTR lpDefault, LPWSTR lpReturnedString,
+                DWORD nSize, LPCWSTR lpFileName) {
     // The default loses its trailing blanks, as on Windows.
     std::u16string def = lpDefault ? std::u16string(lpDefault) : std::u16string();
     while (!def.empty() && isBlank(def.back())) def.pop_back();
@@ -323,15 +323,17 @@ DWORD getString(LPCWSTR lpAppName, LPCWSTR lpKeyName, LPCWSTR lpDefault,
     }
 
     if (!lpAppName)
-        return copyList(file->sections, [](const Section &s) -> auto & { return s.name; },
-                        file->cchNames + 1, lpReturnedString, nSize);
+        return copyList(
+            file->sections, [](const Section &s) -> auto & { return s.name; }, file->cchNames + 1,
+            lpReturnedString, nSize);
     auto sec = file->firstSection.find(folded(lpAppName));
     const Section *pSec = sec == file->firstSection.end() ? nullptr : &file->sections[sec->second];
     if (!lpKeyName) {
         static const Section kEmpty;
         if (!pSec) pSec = &kEmpty;
-        return copyList(pSec->entries, [](const Entry &e) -> auto & { return e.key; },
-                        pSec->cchKeys + 1, lpReturnedString, nSize);
+        return copyList(
+            pSec->entries, [](const Entry &e) -> auto & { return e.key; }, pSec->cchKeys + 1,
+            lpReturnedString, nSize);
     }
     if (pSec) {
         auto it = pSec->firstValue.find(folded(lpKeyName));

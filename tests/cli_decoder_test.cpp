@@ -153,8 +153,9 @@ const Case kCases[] = {
      "decodable\n"
      "0000001e  ESC*rC                      end raster graphics\n"},
     {"each run of rows names its own method",
-     "\x1b*b3M\x1b*b0W"                     // delta row: the seed again
-     "\x1b*b2M" + S("\x1b*b2W\x00\x41", 7), // PackBits: one literal byte
+     "\x1b*b3M\x1b*b0W" // delta row: the seed again
+     "\x1b*b2M" +
+         S("\x1b*b2W\x00\x41", 7), // PackBits: one literal byte
      "00000000  ESC*b3M                     raster compression: delta row\n"
      "00000005  ESC*b#W x 1                 raster data: 1 row, 0 bytes (delta row)\n"
      "0000000a  ESC*b2M                     raster compression: TIFF PackBits\n"

@@ -16,7 +16,6 @@ using q417::test::LetterRecord;
 using q417::test::PageData;
 using namespace streamtest;
 
-
 // The job header of a PCL 5e job "Annual report" on the harness's printer at 600 dpi, portrait,
 // two copies.
 std::string MonoJobHeader() {

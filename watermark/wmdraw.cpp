@@ -142,8 +142,8 @@ int DrawWaterMark(SPLDEVINFO *pInfo) {
     // is carried in double, as the printer driver's floating point unit did: at 150, 210 and
     // 300 degrees a single-precision angle would change the last digit.
     const int degrees = (WM.nAngle % 3600) / 10;
-    const double radians =
-        static_cast<double>(degrees) / static_cast<double>(360.0f) * static_cast<double>(6.2831855f);
+    const double radians = static_cast<double>(degrees) / static_cast<double>(360.0f) *
+                           static_cast<double>(6.2831855f);
     const int run = static_cast<int>(std::cos(radians) * 1000.0);
     const int rise = static_cast<int>(std::sin(radians) * 1000.0);
     const int aRun = std::abs(run), aRise = std::abs(rise);

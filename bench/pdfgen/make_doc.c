@@ -25,10 +25,11 @@ static double Uniform(void) {
 }
 
 static const char *const kWords[] = {
-    "printer", "stream", "raster", "page", "colour", "toner", "sheet", "margin", "frame",
-    "the", "of", "and", "a", "to", "in", "is", "that", "for", "on", "with", "as", "each",
-    "job", "driver", "resolution", "dither", "compression", "row", "seed", "delta", "run",
-    "length", "graphics", "language", "font", "glyph", "cell", "tray", "duplex", "bin"};
+    "printer",    "stream",   "raster",      "page",  "colour", "toner", "sheet",  "margin",
+    "frame",      "the",      "of",          "and",   "a",      "to",    "in",     "is",
+    "that",       "for",      "on",          "with",  "as",     "each",  "job",    "driver",
+    "resolution", "dither",   "compression", "row",   "seed",   "delta", "run",    "length",
+    "graphics",   "language", "font",        "glyph", "cell",   "tray",  "duplex", "bin"};
 
 /* Value noise on a lattice, smoothed: a few octaves give a landscape-like picture. */
 static double Lattice(int x, int y, uint32_t seed) {
@@ -219,8 +220,7 @@ int main(int argc, char **argv) {
             Text(cr, 54, 420, 504, 740, 10);
             break;
         }
-        cairo_select_font_face(cr, "sans-serif", CAIRO_FONT_SLANT_NORMAL,
-                               CAIRO_FONT_WEIGHT_NORMAL);
+        cairo_select_font_face(cr, "sans-serif", CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_NORMAL);
         cairo_set_font_size(cr, 9);
         cairo_set_source_rgb(cr, 0.3, 0.3, 0.3);
         snprintf(title, sizeof title, "%d", p + 1);
