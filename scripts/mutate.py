@@ -224,8 +224,10 @@ def build(build_dir, targets, jobs, log, timeout):
 
 
 def run_tests(build_dir, jobs, log, timeout):
+    # The cups and app tests start servers around the front ends: the rebuilt targets don't
+    # include them, and the library's faults are the unit tests' to catch.
     cmd = ["ctest", "--test-dir", build_dir, "-j", str(jobs), "--stop-on-failure",
-           "--output-on-failure", "--timeout", str(int(timeout))]
+           "--output-on-failure", "--timeout", str(int(timeout)), "-LE", "^(cups|app)$"]
     rc, secs = run_logged(cmd, log, timeout)
     return rc, secs
 
