@@ -36,6 +36,30 @@ void FailSetting(const char *fmt, ...) {
     throw SettingError(what);
 }
 
+CopyResult CopyAll(int in, int out) {
+    CopyResult r;
+    char buf[65536];
+    for (;;) {
+        ssize_t got = read(in, buf, sizeof buf);
+        if (got < 0 && errno == EINTR) continue;
+        if (got < 0) {
+            r.err = errno, r.readFailed = true;
+            return r;
+        }
+        if (got == 0) return r;
+        for (ssize_t off = 0; off < got;) {
+            ssize_t put = write(out, buf + off, static_cast<size_t>(got - off));
+            if (put < 0 && errno == EINTR) continue;
+            if (put < 0) {
+                r.err = errno;
+                return r;
+            }
+            off += put;
+        }
+        r.bytes += static_cast<size_t>(got);
+    }
+}
+
 std::vector<uint8_t> ReadWholeFile(const std::string &path) {
     int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) Fail("%s: %s", path.c_str(), std::strerror(errno));

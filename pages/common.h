@@ -27,6 +27,16 @@ struct SettingError : Error {
 [[noreturn]] void Fail(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
 [[noreturn]] void FailSetting(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
 
+// Copies every byte of `in` to `out`, up to the end of `in`, across short reads and writes
+// and interruptions. `err` is 0, or the errno of the first failure, and `readFailed` says
+// which side it was, so that callers name it in their own words.
+struct CopyResult {
+    size_t bytes = 0;
+    int err = 0;
+    bool readFailed = false;
+};
+CopyResult CopyAll(int in, int out);
+
 // Whole-file reading; Fail()s with the file's name on any error.
 std::vector<uint8_t> ReadWholeFile(const std::string &path);
 

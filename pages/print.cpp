@@ -80,26 +80,11 @@ class SpoolFile {
         path_ = std::string(tmp && *tmp ? tmp : "/tmp") + "/q417-stdin-XXXXXX";
         int fd = mkstemp(path_.data());
         if (fd < 0) Fail("standard input: can't spool it (%s)", strerror(errno));
-        char buf[65536];
-        for (;;) {
-            ssize_t n = read(0, buf, sizeof buf);
-            if (n < 0 && errno == EINTR) continue;
-            if (n < 0) {
-                int err = errno;
-                close(fd);
-                Fail("standard input: %s", strerror(err));
-            }
-            if (n == 0) break;
-            for (ssize_t done = 0; done < n;) {
-                ssize_t w = write(fd, buf + done, static_cast<size_t>(n - done));
-                if (w < 0 && errno == EINTR) continue;
-                if (w < 0) {
-                    int err = errno;
-                    close(fd);
-                    Fail("standard input: can't spool it (%s)", strerror(err));
-                }
-                done += w;
-            }
+        CopyResult r = CopyAll(0, fd);
+        if (r.err) {
+            close(fd);
+            if (r.readFailed) Fail("standard input: %s", strerror(r.err));
+            Fail("standard input: can't spool it (%s)", strerror(r.err));
         }
         close(fd);
     }

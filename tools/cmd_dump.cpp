@@ -76,29 +76,14 @@ class MappedStream {
         if (file < 0)
             Fail("%s: a temporary file in %s: %s", name_.c_str(), dir.c_str(),
                  std::strerror(errno));
-        uint8_t buf[65536];
-        for (;;) {
-            ssize_t got = read(fd_, buf, sizeof buf);
-            if (got < 0 && errno == EINTR) continue;
-            if (got < 0) {
-                int err = errno;
-                close(file);
-                Fail("%s: %s", name_.c_str(), std::strerror(err));
-            }
-            if (got == 0) break;
-            for (ssize_t off = 0; off < got;) {
-                ssize_t put = write(file, buf + off, static_cast<size_t>(got - off));
-                if (put < 0 && errno == EINTR) continue;
-                if (put < 0) {
-                    int err = errno;
-                    close(file);
-                    Fail("%s: a temporary file in %s: %s", name_.c_str(), dir.c_str(),
-                         std::strerror(err));
-                }
-                off += put;
-            }
-            size_ += static_cast<size_t>(got);
+        CopyResult r = CopyAll(fd_, file);
+        if (r.err) {
+            close(file);
+            if (r.readFailed) Fail("%s: %s", name_.c_str(), std::strerror(r.err));
+            Fail("%s: a temporary file in %s: %s", name_.c_str(), dir.c_str(),
+                 std::strerror(r.err));
         }
+        size_ = r.bytes;
         close(fd_);
         fd_ = file;
     }
