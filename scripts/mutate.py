@@ -223,11 +223,13 @@ def build(build_dir, targets, jobs, log, timeout):
     return rc == 0, secs
 
 
-def run_tests(build_dir, jobs, log, timeout):
+def run_tests(build_dir, jobs, log, timeout, every=False):
     # The cups and app tests start servers around the front ends: the rebuilt targets don't
     # include them, and the library's faults are the unit tests' to catch.
-    cmd = ["ctest", "--test-dir", build_dir, "-j", str(jobs), "--stop-on-failure",
+    cmd = ["ctest", "--test-dir", build_dir, "-j", str(jobs),
            "--output-on-failure", "--timeout", str(int(timeout)), "-LE", "^(cups|app)$"]
+    if not every:
+        cmd.append("--stop-on-failure")
     rc, secs = run_logged(cmd, log, timeout)
     return rc, secs
 
@@ -298,6 +300,9 @@ def main():
     ap.add_argument("--build-dir", default=DEFAULT_BUILD,
                     help="build directory, configured once (default build/mutate)")
     ap.add_argument("--mutations", default=DEFAULT_LIST, help="the mutation list")
+    ap.add_argument("--matrix", metavar="FILE",
+                    help="run every test under each fault and write the ones that fail, one "
+                    "line a fault, to FILE (slower; shows which tests catch what)")
     ap.add_argument("--restore-only", action="store_true", help=argparse.SUPPRESS)
     args = ap.parse_args()
 
@@ -393,7 +398,7 @@ def main():
                     else:
                         verdict, detail = "caught", "build failed (test discovery or link)"
                 else:
-                    rc, _ = run_tests(build_dir, args.jobs, tlog, timeout)
+                    rc, _ = run_tests(build_dir, args.jobs, tlog, timeout, bool(args.matrix))
                     if rc is None:
                         verdict, detail = "caught", f"tests ran past {timeout:.0f} s"
                     elif rc != 0:
@@ -405,6 +410,9 @@ def main():
             finally:
                 restorer.restore()
             results.append((m, verdict, detail))
+            if args.matrix:
+                with open(args.matrix, "a", encoding="utf-8") as f:
+                    f.write(f"{m.id}: {' '.join(failed_tests(tlog)) or verdict}\n")
             print(f"{head}: {verdict} ({time.monotonic() - t0:.0f} s) {detail}", flush=True)
     except Interrupted as e:
         restorer.restore()

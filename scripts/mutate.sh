@@ -7,6 +7,7 @@
 #   scripts/mutate.sh pdd job-abort-state    a folder and one mutation by id
 #   scripts/mutate.sh --list          the mutations, and whether each still applies
 #   scripts/mutate.sh -j1 --timeout 300
+#   scripts/mutate.sh --matrix kills.txt   every test under each fault: which tests catch what
 #
 # The file under mutation is always put back: on normal exit, on Ctrl-C or a kill signal by
 # the script itself, and, after a hard kill, by this wrapper or the next run from a journal in
