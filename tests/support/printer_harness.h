@@ -1,15 +1,21 @@
-// What the end-to-end tests share: child programs run to their end, temporary folders, files
-// read and written whole, a free port and a printer port on 127.0.0.1 that keeps what it is
-// sent, and the tool's listing of a stream.
+// What the end-to-end tests share: programs and servers as children of the test, waits with a
+// limit, temporary folders, files read and written whole, documents to print, a printer port on
+// 127.0.0.1 that keeps what it is sent, and the tool's listing of a stream.
 #pragma once
 
 #include "pcl_decoder.h"
 
 #include <arpa/inet.h>
+#include <cairo-pdf.h>
+#include <cairo.h>
+#include <cups/cups.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -20,7 +26,6 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
-#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <mutex>
@@ -34,6 +39,8 @@
 extern char **environ;
 
 namespace q417test {
+
+using namespace std::chrono_literals;
 
 // Runs a program (found on PATH, with the test's environment) to its end; its standard output
 // and error in `out`. Its exit status, 128 + the signal that ended it, or -1 if it didn't start.
@@ -67,19 +74,57 @@ inline int RunProgram(const std::vector<std::string> &args, std::string *out = n
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
+// Starts a server (found on PATH) as a child of the test, its output in `log`, with `env` (the
+// test's own if none is given); it ends with the test, however the test ends. Its id.
+inline pid_t StartServer(const std::vector<std::string> &args, const std::string &log,
+                         const std::vector<std::string> &env = {}) {
+    std::vector<char *> argv, envp;
+    for (auto &a : args) argv.push_back(const_cast<char *>(a.c_str()));
+    for (auto &e : env) envp.push_back(const_cast<char *>(e.c_str()));
+    argv.push_back(nullptr);
+    envp.push_back(nullptr);
+    pid_t pid = fork();
+    if (pid == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGTERM);
+        int fd = open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        dup2(fd, 1);
+        dup2(fd, 2);
+        execvpe(argv[0], argv.data(), env.empty() ? environ : envp.data());
+        _exit(127);
+    }
+    return pid;
+}
+
+// Asks `done` every 100 ms until it answers true (then true) or `limit` has passed (false).
+template <typename F>
+bool WaitFor(F done, std::chrono::milliseconds limit) {
+    auto until = std::chrono::steady_clock::now() + limit;
+    while (!done()) {
+        if (std::chrono::steady_clock::now() > until) return false;
+        std::this_thread::sleep_for(100ms);
+    }
+    return true;
+}
+
+// Waits up to 15 s for an HTTP server at `host` (a name, or a socket's path) and `port`.
+inline bool Answers(const std::string &host, int port) {
+    return WaitFor(
+        [&] {
+            http_t *h = httpConnect2(host.c_str(), port, nullptr, AF_UNSPEC, HTTP_ENCRYPTION_NEVER,
+                                     1, 1000, nullptr);
+            httpClose(h);
+            return h != nullptr;
+        },
+        15s);
+}
+
 // Ends a child of the test by its id: SIGTERM, then SIGKILL after `grace`.
 inline void StopChild(pid_t pid, std::chrono::milliseconds grace) {
     if (pid <= 0) return;
     kill(pid, SIGTERM);
-    int status = 0;
-    auto until = std::chrono::steady_clock::now() + grace;
-    while (waitpid(pid, &status, WNOHANG) == 0) {
-        if (std::chrono::steady_clock::now() > until) {
-            kill(pid, SIGKILL);
-            waitpid(pid, &status, 0);
-            return;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    if (!WaitFor([&] { return waitpid(pid, nullptr, WNOHANG) != 0; }, grace)) {
+        kill(pid, SIGKILL);
+        waitpid(pid, nullptr, 0);
     }
 }
 
@@ -89,9 +134,13 @@ inline std::string MakeTempDir(const std::string &prefix) {
     return mkdtemp(tmpl.data()) ? tmpl : std::string();
 }
 
-inline void RemoveTree(const std::string &dir) {
+// Removes a test's folder, or keeps it for a look when a test failed.
+inline void RemoveUnlessFailed(const std::string &dir) {
     std::error_code ec;
-    std::filesystem::remove_all(dir, ec);
+    if (::testing::UnitTest::GetInstance()->failed_test_count() > 0)
+        fprintf(stderr, "kept for a look: %s\n", dir.c_str());
+    else
+        std::filesystem::remove_all(dir, ec);
 }
 
 inline std::string ReadFile(const std::string &path) {
@@ -99,6 +148,11 @@ inline std::string ReadFile(const std::string &path) {
     std::stringstream s;
     s << f.rdbuf();
     return s.str();
+}
+
+// The last 6000 bytes of a log.
+inline std::string Tail(const std::string &log) {
+    return log.substr(log.size() > 6000 ? log.size() - 6000 : 0);
 }
 
 inline void WriteFile(const std::string &path, const std::string &data, mode_t mode = 0644) {
@@ -112,6 +166,39 @@ inline size_t Count(const std::string &text, const std::string &what) {
     return n;
 }
 
+// A PDF of `pages` A4 pages, each with a blue bar and its number in large type.
+inline void MakePdf(const std::string &path, int pages) {
+    cairo_surface_t *s = cairo_pdf_surface_create(path.c_str(), 595.28, 841.89);
+    cairo_t *cr = cairo_create(s);
+    for (int i = 1; i <= pages; ++i) {
+        cairo_set_source_rgb(cr, 0.1, 0.2, 0.7);
+        cairo_rectangle(cr, 72, 72, 451, 120);
+        cairo_fill(cr);
+        cairo_set_source_rgb(cr, 0, 0, 0);
+        cairo_select_font_face(cr, "DejaVu Sans", CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_BOLD);
+        cairo_set_font_size(cr, 96);
+        cairo_move_to(cr, 100, 400);
+        cairo_show_text(cr, ("Page " + std::to_string(i)).c_str());
+        cairo_show_page(cr);
+    }
+    cairo_destroy(cr);
+    cairo_surface_destroy(s);
+}
+
+// A PNG of a red disc on white.
+inline void MakePng(const std::string &path) {
+    cairo_surface_t *s = cairo_image_surface_create(CAIRO_FORMAT_RGB24, 300, 200);
+    cairo_t *cr = cairo_create(s);
+    cairo_set_source_rgb(cr, 1, 1, 1);
+    cairo_paint(cr);
+    cairo_set_source_rgb(cr, 0.8, 0.1, 0.1);
+    cairo_arc(cr, 150, 100, 80, 0, 6.2832);
+    cairo_fill(cr);
+    cairo_destroy(cr);
+    cairo_surface_write_to_png(s, path.c_str());
+    cairo_surface_destroy(s);
+}
+
 // The tool's listing of a printer stream.
 inline std::string Decode(const std::string &stream) {
     std::string listing;
@@ -120,18 +207,26 @@ inline std::string Decode(const std::string &stream) {
     return listing;
 }
 
-// A port of 127.0.0.1 nothing listens on (at the time of asking); -1 if none was given.
-inline int FreePort() {
+// A socket bound to a port of 127.0.0.1 that the system chose, and the port; -1 on failure.
+inline int BindLoopback(int &port) {
     int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in a{};
     a.sin_family = AF_INET;
     a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     socklen_t len = sizeof a;
+    if (bind(fd, reinterpret_cast<sockaddr *>(&a), sizeof a) != 0 ||
+        getsockname(fd, reinterpret_cast<sockaddr *>(&a), &len) != 0) {
+        close(fd);
+        return -1;
+    }
+    port = ntohs(a.sin_port);
+    return fd;
+}
+
+// A port of 127.0.0.1 nothing listens on (at the time of asking).
+inline int FreePort() {
     int port = -1;
-    if (bind(fd, reinterpret_cast<sockaddr *>(&a), sizeof a) == 0 &&
-        getsockname(fd, reinterpret_cast<sockaddr *>(&a), &len) == 0)
-        port = ntohs(a.sin_port);
-    close(fd);
+    close(BindLoopback(port));
     return port;
 }
 
@@ -139,20 +234,8 @@ inline int FreePort() {
 // connections closed. Connections are served at once, so two printers can be sent to together.
 class Listener {
   public:
-    Listener() {
-        fd_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        int one = 1;
-        setsockopt(fd_, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
-        sockaddr_in a{};
-        a.sin_family = AF_INET;
-        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t len = sizeof a;
-        if (bind(fd_, reinterpret_cast<sockaddr *>(&a), sizeof a) != 0 || listen(fd_, 8) != 0 ||
-            getsockname(fd_, reinterpret_cast<sockaddr *>(&a), &len) != 0) {
-            close(fd_);
-            throw std::runtime_error("listener");
-        }
-        port_ = ntohs(a.sin_port);
+    Listener() : fd_(BindLoopback(port_)) {
+        if (fd_ < 0 || listen(fd_, 8) != 0) throw std::runtime_error("listener");
         thread_ = std::thread([this] { Run(); });
     }
     ~Listener() {
@@ -160,24 +243,11 @@ class Listener {
         thread_.join();
         close(fd_);
     }
-    Listener(const Listener &) = delete;
-    Listener &operator=(const Listener &) = delete;
 
     int port() const { return port_; }
 
-    // How many streams have arrived.
-    size_t count() {
-        std::lock_guard lock(mutex_);
-        return streams_.size();
-    }
-    // Stream `n` (from 0), waiting up to `timeout` for it; empty if it didn't come.
-    std::string Stream(size_t n, std::chrono::milliseconds timeout) {
-        std::unique_lock lock(mutex_);
-        cv_.wait_for(lock, timeout, [&] { return streams_.size() > n; });
-        return streams_.size() > n ? streams_[n] : std::string();
-    }
-    // The first stream not yet taken, waiting up to `timeout`; empty if none.
-    std::string Next(std::chrono::milliseconds timeout = std::chrono::seconds(20)) {
+    // The first stream not yet taken, waiting up to `timeout`; empty if none came.
+    std::string Next(std::chrono::milliseconds timeout = 20s) {
         std::unique_lock lock(mutex_);
         if (!cv_.wait_for(lock, timeout, [&] { return streams_.size() > taken_; })) return {};
         return std::move(streams_[taken_++]);
@@ -185,12 +255,11 @@ class Listener {
     // Every stream so far counts as taken.
     void Clear() {
         std::lock_guard lock(mutex_);
-        for (; taken_ < streams_.size(); ++taken_) streams_[taken_].clear();
+        taken_ = streams_.size();
     }
 
-    // The most connections open at once, over every listener, since the last Reset.
+    // The most connections open at once, over every listener.
     static inline std::atomic<int> openNow{0}, openMost{0};
-    static void Reset() { openMost = openNow.load(); }
 
   private:
     void Run() {
@@ -232,7 +301,7 @@ class Listener {
         for (auto &c : open) close(c.first);
     }
 
-    int fd_ = -1, port_ = 0;
+    int port_ = 0, fd_ = -1;
     std::atomic<bool> stop_{false};
     std::thread thread_;
     std::mutex mutex_;
