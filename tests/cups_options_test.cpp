@@ -6,6 +6,7 @@
 #include "options.h"
 #include "ppd_writer.h"
 
+#include <cups/cups.h>
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -109,6 +110,16 @@ TEST_F(Colour, PpdOffersItsOptionsAndRunsOurFilter) {
     EXPECT_EQ(cups::PpdFileName("/x/My-Printer 2000.pdd"), "myprinte.ppd");
 }
 
+// Options as cupsd writes them for a filter, read as the filter reads them.
+OptionList Parse(const char *text) {
+    cups_option_t *o = nullptr;
+    int n = cupsParseOptions(text, 0, &o);
+    OptionList list;
+    for (int i = 0; i < n; ++i) list.emplace_back(o[i].name, o[i].value);
+    cupsFreeOptions(n, o);
+    return list;
+}
+
 // The settings a mapping set, "name=value" each; what no option asked for is left out.
 std::string Changed(const JobOptions &j) {
     const JobSettings &s = j.settings;
@@ -139,80 +150,66 @@ std::string Changed(const JobOptions &j) {
 // device mode's value that the settings then select.
 TEST_F(Colour, MapsJobOptionsToSettings) {
     struct Case {
-        OptionList options;
-        std::string want;
+        const char *options, *want;
         DWORD id = 0, value = 0;
     } cases[] = {
-        {{{"media", "iso_a4_210x297mm"},
-          {"PageSize", "A4"},
-          {"sides", "two-sided-long-edge"},
-          {"number-up", "4"},
-          {"Watermark", "Confidential"},
-          {"InputSlot", "Tray2"}},
+        {"media=iso_a4_210x297mm PageSize=A4 sides=two-sided-long-edge number-up=4 "
+         "Watermark=Confidential InputSlot=Tray2",
          "paper=A4 source=Tray2 duplex=long nup=4 watermark=2"},
-        {{{"Duplex", "DuplexTumble"},
-          {"ColorModel", "Gray"},
-          {"copies", "3"},
-          {"FirstPageWatermark", "True"},
-          {"watermark", "draft"}},
+        {"Duplex=DuplexTumble ColorModel=Gray copies=3 FirstPageWatermark=True watermark=draft",
          "duplex=short emulation=PCL5e copies=3 watermark=1 first=1"},
         // media naming size, source and type at once; a PPD option beats its IPP twin
-        {{{"media", "Letter,manual,Transparency"},
-          {"output-bin", "face-up"},
-          {"OutputBin", "FaceDown"},
-          {"printer-resolution", "300dpi"}},
+        {"media=Letter,manual,Transparency output-bin=face-up OutputBin=FaceDown "
+         "printer-resolution=300dpi",
          "paper=Letter source=Manual media=Transparency bin=FaceDown resolution=300dpi"},
         // a size by its dimensions, in media-col and as a PWG name of a size the PPD calls
         // otherwise
-        {{{"media-col", "{media-size={x-dimension=21590 y-dimension=35560} "
-                        "media-source=auto media-type=photographic-glossy}"}},
+        {"media-col={media-size={x-dimension=21590 y-dimension=35560} media-source=auto "
+         "media-type=photographic-glossy}",
          "paper=Legal source=Auto media=Glossy"},
-        {{{"media", "na_number-10_4.125x9.5in"},
-          {"print-color-mode", "color"},
-          {"orientation-requested", "4"},
-          {"page-ranges", "1-3,7,10-"}},
+        {"media=na_number-10_4.125x9.5in print-color-mode=color orientation-requested=4 "
+         "page-ranges=1-3,7,10-",
          "paper=Env10 orientation=landscape emulation=PCL5eC ranges=1-3,7,10-"},
         // sizes the description has no paper for: its custom size
-        {{{"PageSize", "Custom.5x7in"}, {"sides", "one-sided"}},
-         "duplex=none custom=360.00x504.00"},
-        {{{"media", "oe_photo_5x7in"}, {"Watermark", "None"}}, "custom=360.00x504.00 watermark=0"},
-        {{{"Resolution", "1200x1200dpi"}, {"landscape", "true"}, {"Collate", "True"}},
+        {"PageSize=Custom.5x7in sides=one-sided", "duplex=none custom=360.00x504.00"},
+        {"media=oe_photo_5x7in Watermark=None", "custom=360.00x504.00 watermark=0"},
+        {"Resolution=1200x1200dpi landscape=true Collate=True",
          "resolution=1200dpi orientation=landscape collate=1"},
-        {{{"multiple-document-handling", "separate-documents-uncollated-copies"}}, ""},
+        {"multiple-document-handling=separate-documents-uncollated-copies", ""},
         // options of other programs are left alone
-        {{{"job-uuid", "urn:uuid:1"}, {"fit-to-page", "true"}}, ""},
+        {"job-uuid=urn:uuid:1 fit-to-page=true", ""},
         // what the settings interface then holds: the rows, the custom size
-        {{{"media", "na_letter_8.5x11in"}}, "paper=Letter", DDI_PAPERSIZE, 1},
-        {{{"InputSlot", "Envelope"}}, "source=Envelope", DDI_PAPERSOURCE, 3},
-        {{{"output-bin", "face-up"}}, "bin=FaceUp", DDI_PAPERDEST, 1},
-        {{{"media-type", "photographic-glossy"}}, "media=Glossy", DDI_MEDIATYPE, 3},
-        {{{"Resolution", "1200dpi"}}, "resolution=1200dpi", DDI_RESOLUTION, 2},
-        {{{"number-up", "6"}}, "nup=6", DDI_PAGESPERSHEET, 6},
-        {{{"watermark", "copy"}}, "watermark=3", DDI_WATERMARK, 3},
-        {{{"PageSize", "Custom.300x500"}}, "custom=300.00x500.00", DDI_CUSTOMPAPER, 1},
-        {{{"PageSize", "Custom.300x500"}}, "custom=300.00x500.00", DDI_CUSTWIDTH, 3000},
-        {{{"media", "custom_any_150x200mm"}}, "custom=425.20x566.93", DDI_CUSTHEIGHT, 5669},
+        {"media=na_letter_8.5x11in", "paper=Letter", DDI_PAPERSIZE, 1},
+        {"InputSlot=Envelope", "source=Envelope", DDI_PAPERSOURCE, 3},
+        {"output-bin=face-up", "bin=FaceUp", DDI_PAPERDEST, 1},
+        {"media-type=photographic-glossy", "media=Glossy", DDI_MEDIATYPE, 3},
+        {"Resolution=1200dpi", "resolution=1200dpi", DDI_RESOLUTION, 2},
+        {"number-up=6", "nup=6", DDI_PAGESPERSHEET, 6},
+        {"watermark=copy", "watermark=3", DDI_WATERMARK, 3},
+        {"PageSize=Custom.300x500", "custom=300.00x500.00", DDI_CUSTOMPAPER, 1},
+        {"PageSize=Custom.300x500", "custom=300.00x500.00", DDI_CUSTWIDTH, 3000},
+        {"media=custom_any_150x200mm", "custom=425.20x566.93", DDI_CUSTHEIGHT, 5669},
         // what the printer can't do
-        {{{"PageSize", "A3"}}, "!PageSize \"A3\": no such paper"},
-        {{{"media", "iso_a3_297x420mm"}}, "!outside the custom size range"},
-        {{{"InputSlot", "Tray9"}}, "!InputSlot \"Tray9\": no such source (the printer has: Tray1"},
-        {{{"media-source", "top"}}, "!media-source \"top\""},
-        {{{"OutputBin", "Stacker"}}, "!no such output bin"},
-        {{{"Resolution", "450dpi"}}, "!450dpi"},
-        {{{"sides", "both"}}, "!sides \"both\""},
-        {{{"number-up", "3"}}, "!number-up \"3\""},
-        {{{"copies", "0"}}, "!copies \"0\""},
-        {{{"page-ranges", "3-1"}}, "!page-ranges \"3-1\""},
-        {{{"page-ranges", "1,"}}, "!page-ranges"},
-        {{{"Watermark", "Secret"}}, "!no such watermark (QMWMARK.INI has: None, Draft"},
-        {{{"orientation-requested", "9"}}, "!orientation-requested \"9\""},
-        {{{"media-col", "{media-size={x-dimension=0}}"}}, "!media-size"},
+        {"PageSize=A3", "!PageSize \"A3\": no such paper"},
+        {"media=iso_a3_297x420mm", "!outside the custom size range"},
+        {"InputSlot=Tray9", "!InputSlot \"Tray9\": no such source (the printer has: Tray1"},
+        {"media-source=top", "!media-source \"top\""},
+        {"OutputBin=Stacker", "!no such output bin"},
+        {"Resolution=450dpi", "!450dpi"},
+        {"sides=both", "!sides \"both\""},
+        {"number-up=3", "!number-up \"3\""},
+        {"copies=0", "!copies \"0\""},
+        {"page-ranges=3-1", "!page-ranges \"3-1\""},
+        {"page-ranges=1,", "!page-ranges"},
+        {"Watermark=Secret", "!no such watermark (QMWMARK.INI has: None, Draft"},
+        {"orientation-requested=9", "!orientation-requested \"9\""},
+        {"media-col={media-size={x-dimension=0}}", "!media-size"},
     };
     for (const Case &c : cases) {
-        SCOPED_TRACE(c.options[0].first + "=" + c.options[0].second);
-        std::string got;
+        SCOPED_TRACE(c.options);
+        std::string got, want = c.want;
         try {
-            JobOptions j = MapOptions(caps, c.options);
+            JobOptions j = MapOptions(caps, Parse(c.options));
             got = Changed(j);
             std::vector<uint8_t> dm = printer.NewDevMode();
             ApplySettings(DM(dm), j.settings);
@@ -221,9 +218,9 @@ TEST_F(Colour, MapsJobOptionsToSettings) {
             got = std::string("!") + e.what();
         }
         // a refusal's line need only hold the part the row gives
-        bool refused = c.want[0] == '!' && got[0] == '!';
-        EXPECT_TRUE(refused ? got.find(c.want.substr(1)) != std::string::npos : got == c.want)
-            << got << "\nwanted: " << c.want;
+        bool refused = want[0] == '!' && got[0] == '!';
+        EXPECT_TRUE(refused ? got.find(want.substr(1)) != std::string::npos : got == want)
+            << got << "\nwanted: " << want;
     }
 }
 

@@ -3,43 +3,11 @@
 // of the test, and what they receive is read back with the tool's decoder.
 #include "printer_harness.h"
 
-#include <cups/cups.h>
 #include <cups/raster.h>
-#include <gtest/gtest.h>
-#include <jpeglib.h>
-
-#include <cstdio>
-#include <set>
-#include <string>
-#include <vector>
 
 namespace {
 
 using namespace q417test;
-
-// A small colour JPEG: a red-to-blue gradient.
-void MakeJpeg(const std::string &path) {
-    FILE *f = fopen(path.c_str(), "wb");
-    jpeg_compress_struct c{};
-    jpeg_error_mgr err{};
-    c.err = jpeg_std_error(&err);
-    jpeg_create_compress(&c);
-    jpeg_stdio_dest(&c, f);
-    c.image_width = 240, c.image_height = 160, c.input_components = 3, c.in_color_space = JCS_RGB;
-    jpeg_set_defaults(&c);
-    jpeg_start_compress(&c, TRUE);
-    std::vector<JSAMPLE> row(240 * 3);
-    for (unsigned y = 0; y < 160; ++y) {
-        for (unsigned x = 0; x < 240; ++x)
-            row[x * 3] = static_cast<JSAMPLE>(x), row[x * 3 + 1] = 64,
-                    row[x * 3 + 2] = static_cast<JSAMPLE>(255 - x);
-        JSAMPROW r = row.data();
-        jpeg_write_scanlines(&c, &r, 1);
-    }
-    jpeg_finish_compress(&c);
-    jpeg_destroy_compress(&c);
-    fclose(f);
-}
 
 // One A4 page of 8-bit grey raster at 300 dpi, PWG or Apple: white with a black band.
 void MakeRaster(const std::string &path, cups_mode_t mode) {
@@ -98,10 +66,10 @@ class AppTest : public ::testing::Test {
         // A sanitizer build reports through the options the test run was given.
         for (const char *v : {"ASAN_OPTIONS", "LSAN_OPTIONS", "UBSAN_OPTIONS"})
             if (const char *s = getenv(v)) env.push_back(std::string(v) + "=" + s);
-        app = StartServer({Q417_APP, "server", "-o", "listen-hostname=127.0.0.1", "-o",
-                           "server-port=" + std::to_string(port), "-o", "spool-directory=" + spool,
-                           "-o", "pdd-directory=" + share, "-o", "log-level=debug"},
-                          dir + "/app.out", env);
+        app = Spawn({Q417_APP, "server", "-o", "listen-hostname=127.0.0.1", "-o",
+                     "server-port=" + std::to_string(port), "-o", "spool-directory=" + spool, "-o",
+                     "pdd-directory=" + share, "-o", "log-level=debug"},
+                    dir + "/app.out", env);
         ASSERT_TRUE(Answers("127.0.0.1", port)) << ReadFile(dir + "/app.out");
         http = httpConnect2("127.0.0.1", port, nullptr, AF_INET, HTTP_ENCRYPTION_NEVER, 1, 5000,
                             nullptr);
@@ -258,13 +226,10 @@ TEST_F(AppTest, FourUpDuplexWatermarkedPdfArrivesAsOneSheet) {
 
 TEST_F(AppTest, ImagesAndRasterArriveAsPages) {
     MakePng(dir + "/disc.png");
-    MakeJpeg(dir + "/gradient.jpg");
     MakeRaster(dir + "/band.pwg", CUPS_RASTER_WRITE_PWG);
     MakeRaster(dir + "/band.urf", CUPS_RASTER_WRITE_APPLE);
-    const char *cases[][2] = {{"/disc.png", "image/png"},
-                              {"/gradient.jpg", "image/jpeg"},
-                              {"/band.pwg", "image/pwg-raster"},
-                              {"/band.urf", "image/urf"}};
+    const char *cases[][2] = {
+        {"/disc.png", "image/png"}, {"/band.pwg", "image/pwg-raster"}, {"/band.urf", "image/urf"}};
     for (auto [file, format] : cases) {
         SCOPED_TRACE(format);
         ExpectCompleted("office", Submit("office", dir + file, format, "image"));

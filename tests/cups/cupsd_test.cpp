@@ -5,13 +5,6 @@
 // what arrives is checked with the tool's decoder. The system's CUPS is never touched.
 #include "printer_harness.h"
 
-#include <cups/cups.h>
-#include <gtest/gtest.h>
-
-#include <set>
-#include <sstream>
-#include <string>
-
 namespace {
 
 using namespace q417test;
@@ -62,7 +55,7 @@ class Cupsd : public ::testing::Test {
         if (geteuid() == 0) conf += "User lp\nGroup lp\nSystemGroup root\n";
         WriteFile(dir + "/conf/cups-files.conf", conf);
 
-        pid = StartServer(
+        pid = Spawn(
             {"cupsd", "-f", "-c", dir + "/conf/cupsd.conf", "-s", dir + "/conf/cups-files.conf"},
             dir + "/log/cupsd.out");
         setenv("CUPS_SERVER", socket.c_str(), 1);

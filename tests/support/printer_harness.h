@@ -7,14 +7,10 @@
 
 #include <arpa/inet.h>
 #include <cairo-pdf.h>
-#include <cairo.h>
 #include <cups/cups.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <poll.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -25,59 +21,29 @@
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
-#include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <mutex>
+#include <set>
 #include <sstream>
 #include <stdexcept>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
-
-extern char **environ;
 
 namespace q417test {
 
 using namespace std::chrono_literals;
 
-// Runs a program (found on PATH, with the test's environment) to its end; its standard output
-// and error in `out`. Its exit status, 128 + the signal that ended it, or -1 if it didn't start.
-inline int RunProgram(const std::vector<std::string> &args, std::string *out = nullptr) {
-    int p[2];
-    if (pipe2(p, O_CLOEXEC) != 0) return -1;
-    posix_spawn_file_actions_t fa;
-    posix_spawn_file_actions_init(&fa);
-    posix_spawn_file_actions_adddup2(&fa, p[1], 1);
-    posix_spawn_file_actions_adddup2(&fa, p[1], 2);
-    std::vector<char *> argv;
-    for (auto &a : args) argv.push_back(const_cast<char *>(a.c_str()));
-    argv.push_back(nullptr);
-    pid_t pid;
-    int rc = posix_spawnp(&pid, argv[0], &fa, nullptr, argv.data(), environ);
-    posix_spawn_file_actions_destroy(&fa);
-    close(p[1]);
-    std::string text;
-    char buf[4096];
-    for (ssize_t got; rc == 0 && (got = read(p[0], buf, sizeof buf)) != 0;) {
-        if (got < 0 && errno == EINTR) continue;
-        if (got < 0) break;
-        text.append(buf, static_cast<size_t>(got));
-    }
-    close(p[0]);
-    if (out) *out = text;
-    if (rc != 0) return -1;
-    int status = 0;
-    while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-    }
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+inline std::string ReadFile(const std::string &path) {
+    std::ifstream f(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(f), {});
 }
 
-// Starts a server (found on PATH) as a child of the test, its output in `log`, with `env` (the
+// Starts a program (found on PATH) as a child of the test, its output in `log`, with `env` (the
 // test's own if none is given); it ends with the test, however the test ends. Its id.
-inline pid_t StartServer(const std::vector<std::string> &args, const std::string &log,
-                         const std::vector<std::string> &env = {}) {
+inline pid_t Spawn(const std::vector<std::string> &args, const std::string &log,
+                   const std::vector<std::string> &env = {}) {
     std::vector<char *> argv, envp;
     for (auto &a : args) argv.push_back(const_cast<char *>(a.c_str()));
     for (auto &e : env) envp.push_back(const_cast<char *>(e.c_str()));
@@ -86,13 +52,24 @@ inline pid_t StartServer(const std::vector<std::string> &args, const std::string
     pid_t pid = fork();
     if (pid == 0) {
         prctl(PR_SET_PDEATHSIG, SIGTERM);
-        int fd = open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        int fd = open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
         dup2(fd, 1);
         dup2(fd, 2);
         execvpe(argv[0], argv.data(), env.empty() ? environ : envp.data());
         _exit(127);
     }
     return pid;
+}
+
+// Runs a program to its end; its standard output and error in `out`. Its exit status (127 if it
+// didn't start), or 128 + the signal that ended it.
+inline int RunProgram(const std::vector<std::string> &args, std::string *out = nullptr) {
+    std::string log = "/tmp/q417-run-" + std::to_string(getpid()) + ".out";
+    int status = 0;
+    waitpid(Spawn(args, log), &status, 0);
+    if (out) *out = ReadFile(log);
+    unlink(log.c_str());
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
 // Asks `done` every 100 ms until it answers true (then true) or `limit` has passed (false).
@@ -141,13 +118,6 @@ inline void RemoveUnlessFailed(const std::string &dir) {
         fprintf(stderr, "kept for a look: %s\n", dir.c_str());
     else
         std::filesystem::remove_all(dir, ec);
-}
-
-inline std::string ReadFile(const std::string &path) {
-    std::ifstream f(path, std::ios::binary);
-    std::stringstream s;
-    s << f.rdbuf();
-    return s.str();
 }
 
 // The last 6000 bytes of a log.
@@ -231,15 +201,21 @@ inline int FreePort() {
 }
 
 // A printer port on 127.0.0.1: every connection's bytes are one stream, kept in the order the
-// connections closed. Connections are served at once, so two printers can be sent to together.
+// connections closed. Each connection is read by a thread of its own, so two printers can be
+// sent to together.
 class Listener {
   public:
     Listener() : fd_(BindLoopback(port_)) {
         if (fd_ < 0 || listen(fd_, 8) != 0) throw std::runtime_error("listener");
-        thread_ = std::thread([this] { Run(); });
+        thread_ = std::thread([this] {
+            std::vector<std::thread> readers;
+            for (int c; (c = accept4(fd_, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;)
+                readers.emplace_back([this, c] { Read(c); });
+            for (auto &r : readers) r.join();
+        });
     }
     ~Listener() {
-        stop_ = true;
+        shutdown(fd_, SHUT_RDWR); // ends the accept; the senders have ended before
         thread_.join();
         close(fd_);
     }
@@ -262,47 +238,24 @@ class Listener {
     static inline std::atomic<int> openNow{0}, openMost{0};
 
   private:
-    void Run() {
-        std::vector<std::pair<int, std::string>> open;
-        while (!stop_) {
-            std::vector<pollfd> fds{{fd_, POLLIN, 0}};
-            for (auto &c : open) fds.push_back({c.first, POLLIN, 0});
-            if (poll(fds.data(), fds.size(), 100) <= 0) continue;
-            if (fds[0].revents & POLLIN) {
-                int c = accept4(fd_, nullptr, nullptr, SOCK_CLOEXEC);
-                if (c >= 0) {
-                    open.emplace_back(c, std::string());
-                    int n = ++openNow;
-                    for (int m = openMost; n > m && !openMost.compare_exchange_weak(m, n);) {
-                    }
-                }
-            }
-            for (size_t i = 1; i < fds.size(); ++i) {
-                if (!fds[i].revents) continue;
-                auto &[c, data] = open[i - 1];
-                char buf[65536];
-                ssize_t got = read(c, buf, sizeof buf);
-                if (got > 0) {
-                    data.append(buf, static_cast<size_t>(got));
-                    continue;
-                }
-                if (got < 0 && errno == EINTR) continue;
-                close(c);
-                --openNow;
-                {
-                    std::lock_guard lock(mutex_);
-                    streams_.push_back(std::move(data));
-                }
-                cv_.notify_all();
-                c = -1;
-            }
-            std::erase_if(open, [](const auto &c) { return c.first < 0; });
+    void Read(int c) {
+        int n = ++openNow;
+        for (int m = openMost; n > m && !openMost.compare_exchange_weak(m, n);) {
         }
-        for (auto &c : open) close(c.first);
+        std::string data;
+        char buf[65536];
+        for (ssize_t got; (got = read(c, buf, sizeof buf)) != 0;) {
+            if (got > 0) data.append(buf, static_cast<size_t>(got));
+            if (got < 0 && errno != EINTR) break;
+        }
+        close(c);
+        --openNow;
+        std::lock_guard lock(mutex_);
+        streams_.push_back(std::move(data));
+        cv_.notify_all();
     }
 
     int port_ = 0, fd_ = -1;
-    std::atomic<bool> stop_{false};
     std::thread thread_;
     std::mutex mutex_;
     std::condition_variable cv_;
