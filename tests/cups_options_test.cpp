@@ -11,8 +11,8 @@
 
 #include <cstdio>
 #include <fstream>
-#include <sstream>
 #include <string>
+#include <tuple>
 #include <sys/stat.h>
 #include <vector>
 
@@ -47,9 +47,8 @@ struct Colour : ::testing::Test {
     Capabilities caps = Describe(printer, kShare);
 };
 
-// What the PPD shows is checked on the PPD below; here the IPP names and what PPD has no line
-// for.
-TEST_F(Colour, OffersItsPapersTraysMediaBinsAndResolutionsUnderStandardNames) {
+// The offer under IPP names, and the lines of its PPD that CUPS and a print dialog act on.
+TEST_F(Colour, OffersItsOptionsUnderIppNamesAndInItsPpdThatRunsOurFilter) {
     EXPECT_EQ(Names(caps.papers),
               "iso_a4_210x297mm na_letter_8.5x11in na_legal_8.5x14in iso_a5_148x210mm "
               "na_executive_7.25x10.5in na_number-10_4.125x9.5in iso_dl_110x220mm");
@@ -62,9 +61,7 @@ TEST_F(Colour, OffersItsPapersTraysMediaBinsAndResolutionsUnderStandardNames) {
     EXPECT_EQ(Names(caps.watermarks, &Choice::ppd), "Draft Confidential Copy");
     EXPECT_EQ(caps.watermarks[1].label, "CONFIDENTIAL");
     EXPECT_EQ(caps.watermarks[1].index, 2);
-}
 
-TEST_F(Colour, PpdOffersItsOptionsAndRunsOurFilter) {
     std::string ppd = cups::MakePpd(caps, {"qcl4100.pdd", ""});
     const char *lines[] = {
         "*PPD-Adobe: \"4.3\"\n",
@@ -94,11 +91,9 @@ TEST_F(Colour, PpdOffersItsOptionsAndRunsOurFilter) {
     for (const char *line : lines) EXPECT_NE(ppd.find(line), std::string::npos) << line;
     // The PageSize and PageRegion tables offer the same seven papers; Custom is no paper.
     EXPECT_EQ(ppd.find("*PageSize Custom"), std::string::npos);
-    size_t n = 0;
-    for (size_t at = ppd.find("\n*PageRegion "); at != std::string::npos;
-         at = ppd.find("\n*PageRegion ", at + 1))
-        ++n;
-    EXPECT_EQ(n, caps.papers.size());
+    size_t regions = 0;
+    for (size_t at = 0; (at = ppd.find("\n*PageRegion ", at + 1)) != std::string::npos;) ++regions;
+    EXPECT_EQ(regions, caps.papers.size());
 
     // Texts: a colon would end a translation, a quote a value; beyond Latin-1 is '?'.
     caps.papers[0].text = "A4: 210 × 297 mm – ISO";
@@ -123,26 +118,22 @@ OptionList Parse(const char *text) {
 // The settings a mapping set, "name=value" each; what no option asked for is left out.
 std::string Changed(const JobOptions &j) {
     const JobSettings &s = j.settings;
-    std::ostringstream out;
-    auto put = [&](const char *name, const auto &value, const auto &none) {
-        if (value != none) out << " " << name << "=" << value;
-    };
-    put("paper", s.paper, "");
-    put("source", s.source, "");
-    put("media", s.media, "");
-    put("bin", s.bin, "");
-    put("resolution", s.resolution, "");
-    put("orientation", s.orientation, "");
-    put("duplex", s.duplex, "");
-    put("emulation", s.emulation, "");
-    put("custom", s.custom, "");
-    put("copies", s.copies, -1);
-    put("collate", s.collate, false);
-    put("nup", s.nup, -1);
-    put("watermark", s.watermark, -1);
-    put("first", s.watermarkFirstPage, false);
-    put("ranges", j.pageRanges, "");
-    return out.str().empty() ? "" : out.str().substr(1);
+    const std::pair<const char *, std::string> texts[] = {
+        {"paper", s.paper},      {"source", s.source},         {"media", s.media},
+        {"bin", s.bin},          {"resolution", s.resolution}, {"orientation", s.orientation},
+        {"duplex", s.duplex},    {"emulation", s.emulation},   {"custom", s.custom},
+        {"ranges", j.pageRanges}};
+    const std::tuple<const char *, int, int> numbers[] = {{"copies", s.copies, -1},
+                                                          {"collate", s.collate, 0},
+                                                          {"nup", s.nup, -1},
+                                                          {"watermark", s.watermark, -1},
+                                                          {"first", s.watermarkFirstPage, 0}};
+    std::string out;
+    for (const auto &[name, value] : texts)
+        if (!value.empty()) out += std::string(" ") + name + "=" + value;
+    for (const auto &[name, value, none] : numbers)
+        if (value != none) out += std::string(" ") + name + "=" + std::to_string(value);
+    return out.empty() ? out : out.substr(1);
 }
 
 // Options as cupsd passes them (IPP names, the PPD names it derives, or both): the settings
@@ -255,11 +246,8 @@ TEST(CupsOptions, SizeNames) {
         EXPECT_EQ(ppd, c.ppd);
     }
     int w = 0, h = 0;
-    EXPECT_TRUE(ParsePwgSize("na_letter_8.5x11in", w, h));
-    EXPECT_EQ(w, 21590);
-    EXPECT_EQ(h, 27940);
-    EXPECT_TRUE(ParsePwgSize("custom_max_215.9x355.6mm", w, h));
-    EXPECT_EQ(h, 35560);
+    EXPECT_TRUE(ParsePwgSize("na_letter_8.5x11in", w, h) && w == 21590 && h == 27940) << w << h;
+    EXPECT_TRUE(ParsePwgSize("custom_max_215.9x355.6mm", w, h) && h == 35560) << h;
     for (const char *bad : {"A4", "iso_a4", "iso_a4_210x297", "x_1x2cm", "_1x2mm", "a_b_0x2mm"})
         EXPECT_FALSE(ParsePwgSize(bad, w, h)) << bad;
 }

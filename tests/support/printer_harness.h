@@ -125,7 +125,9 @@ inline std::string Tail(const std::string &log) {
     return log.substr(log.size() > 6000 ? log.size() - 6000 : 0);
 }
 
+// Writes a new file, never through a link that `path` may be.
 inline void WriteFile(const std::string &path, const std::string &data, mode_t mode = 0644) {
+    unlink(path.c_str());
     std::ofstream(path, std::ios::binary) << data;
     chmod(path.c_str(), mode);
 }
