@@ -6,8 +6,6 @@
 
 #include <dlfcn.h>
 
-#include <cmath>
-#include <string>
 #include <vector>
 
 namespace {
@@ -38,15 +36,11 @@ TEST(Modules, LoadFindAndFreeUnderOneHandle) {
     EXPECT_TRUE(FreeLibrary(m));
     EXPECT_EQ(GetProcAddress(m, "cos"), nullptr) << "freed";
     EXPECT_FALSE(FreeLibrary(m));
-    EXPECT_FALSE(FreeLibrary(0));
 
     SetLastError(0);
     EXPECT_EQ(LoadLibraryW(u"\\no\\such\\QMARKDLG.DLL"), 0u);
     EXPECT_EQ(GetLastError(), ERROR_MOD_NOT_FOUND);
     EXPECT_EQ(LoadLibraryW(nullptr), 0u);
-    EXPECT_TRUE(DisableThreadLibraryCalls(m));
-    CRITICAL_SECTION cs;
-    InitializeCriticalSection(&cs);
 }
 
 TEST(Modules, WindowsDirectorySizeProtocol) {
@@ -62,9 +56,6 @@ TEST(Modules, WindowsDirectorySizeProtocol) {
             EXPECT_EQ(std::u16string(buf.data()), want);
         } else {
             EXPECT_EQ(r, len + 1) << "the size needed, terminator counted";
-            if (cap) {
-                EXPECT_EQ(buf[0], 0xCDCD);
-            }
         }
         for (size_t i = cap; i < buf.size(); ++i) EXPECT_EQ(buf[i], 0xCDCD);
     }

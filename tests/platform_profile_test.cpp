@@ -1,19 +1,11 @@
 // GetPrivateProfileStringW as the watermark reader drives it.
 #include "platform/hostenv.h"
-#include "q417/host.h"
+#include "tests/watermark/harness.h"
 
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
-#include <filesystem>
-#include <fstream>
-#include <string>
-#include <vector>
-
 namespace {
 
-namespace fs = std::filesystem;
 constexpr WCHAR kPoison = 0xCDCD;
 
 // One INI text, stored in each of the encodings the reader takes.
@@ -41,29 +33,21 @@ const std::u16string kKeys = std::u16string(u"First\0Second\0third\0NoEquals\0Em
                                             51);
 
 struct Profile : ::testing::TestWithParam<const char *> {
-    std::string dir;
-    std::u16string file;
+    wmtest::TempDir dir;
+    std::u16string file = q417::text::Utf8ToUtf16(dir.path.string()) + u"\\QMWMARK.INI";
     void SetUp() override {
         ASSERT_TRUE(Q417_SetAnsiCodePage("WINDOWS-1252"));
-        dir = ::testing::TempDir() + "q417_profile_" + std::to_string(getpid());
-        fs::create_directories(dir);
-        std::string path = dir + "/QMWMARK.INI";
-        std::string bytes;
-        std::string enc = GetParam();
-        if (enc == "utf16") {
-            bytes = "\xFF\xFE";
-            for (char16_t c : kIni) bytes += {char(c & 0xFF), char(c >> 8)};
-        } else if (enc == "utf8") {
-            bytes = "\xEF\xBB\xBF" + q417::text::Utf16ToUtf8(kIni);
-        } else {
-            for (char16_t c : kIni) bytes += char(c); // all of it is Latin-1
+        const std::string enc = GetParam();
+        std::string bytes = enc == "utf8"    ? "\xEF\xBB\xBF" + q417::text::Utf16ToUtf8(kIni)
+                            : enc == "utf16" ? "\xFF\xFE"
+                                             : "";
+        for (char16_t c : kIni) {
+            if (enc == "utf16")
+                bytes += {char(c & 0xFF), char(c >> 8)};
+            else if (enc == "ansi")
+                bytes += char(c); // all of it is Latin-1
         }
-        std::ofstream(path, std::ios::binary) << bytes;
-        file = q417::text::Utf8ToUtf16(dir) + u"\\QMWMARK.INI";
-    }
-    void TearDown() override {
-        fs::remove_all(dir);
-        Q417_SetWindowsDirectory(nullptr);
+        dir.Write("QMWMARK.INI", bytes);
     }
     DWORD get(LPCWSTR app, LPCWSTR key, LPCWSTR def, std::vector<WCHAR> &buf, DWORD n) {
         buf.assign(n + 8, kPoison);
@@ -119,16 +103,10 @@ TEST_P(Profile, KeyListAndItsShortBufferSignal) {
     std::vector<WCHAR> buf;
     for (DWORD n : {total + 1, total, total - 1, total - 2, 9u, 3u, 2u}) {
         SCOPED_TRACE(n);
-        DWORD r = get(u"watermarks", nullptr, u"", buf, n);
-        if (n >= total) {
-            EXPECT_EQ(r, total - 1);
-            EXPECT_EQ(std::u16string(buf.data(), total), kKeys);
-        } else {
-            EXPECT_EQ(r, n - 2) << "the truncation signal";
-            EXPECT_EQ(std::u16string(buf.data(), n - 2), kKeys.substr(0, n - 2));
-            EXPECT_EQ(buf[n - 2], 0);
-            EXPECT_EQ(buf[n - 1], 0);
-        }
+        const DWORD got = std::min(n, total);
+        EXPECT_EQ(get(u"watermarks", nullptr, u"", buf, n), n >= total ? total - 1 : n - 2)
+            << "n - 2 signals a cut list";
+        EXPECT_EQ(std::u16string(buf.data(), got), kKeys.substr(0, got - 2) + std::u16string(2, 0));
     }
     // The reader's loop: grow while the result says the list was cut.
     DWORD n = 4;
@@ -153,17 +131,14 @@ TEST(ProfileFile, MissingFileGivesTheDefaultAndBareNamesLiveInTheWindowsDirector
     buf[1] = kPoison;
     EXPECT_EQ(GetPrivateProfileStringW(u"Watermarks", nullptr, u"", buf, 16, u"/no/such.ini"), 0u);
     EXPECT_EQ(buf[0], 0);
-
-    std::string dir = ::testing::TempDir() + "q417_windir_" + std::to_string(getpid());
-    fs::create_directories(dir);
-    std::ofstream(dir + "/BARE.INI") << "[s]\nk=v\n";
-    ASSERT_TRUE(Q417_SetWindowsDirectory(dir.c_str()));
+    wmtest::TempDir dir;
+    dir.Write("BARE.INI", std::string("[s]\nk=v\n"));
+    ASSERT_TRUE(Q417_SetWindowsDirectory(dir.path.c_str()));
     EXPECT_EQ(GetPrivateProfileStringW(u"s", u"k", u"", buf, 16, u"BARE.INI"), 1u);
     EXPECT_EQ(std::u16string(buf), u"v");
-    Q417_SetWindowsDirectory(nullptr);
-    fs::remove_all(dir);
     EXPECT_EQ(GetPrivateProfileStringW(u"s", u"k", u"", buf, 0, u"BARE.INI"), 0u);
-    std::u16string d = q417::text::Utf8ToUtf16(dir);
+    Q417_SetWindowsDirectory(nullptr);
+    const std::u16string d = q417::text::Utf8ToUtf16(dir.path.string());
     EXPECT_EQ(GetPrivateProfileStringW(u"s", u"k", u"x", buf, 16, d.c_str()), 1u)
         << "a directory reads as no file";
 }
