@@ -4,9 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <functional>
 
 namespace {
@@ -118,7 +115,7 @@ struct Collector {
     }
 };
 
-TEST_F(Spooler, SinksCallbackFileAndDescriptor) {
+TEST_F(Spooler, CallbackAndFileSinks) {
     HANDLE32 h = add("P", "/p.pdd");
     DWORD written = 0;
     EXPECT_TRUE(WritePrinter(h, "lost", 4, &written)) << "no sink yet: bytes go nowhere";
@@ -149,23 +146,6 @@ TEST_F(Spooler, SinksCallbackFileAndDescriptor) {
     EXPECT_FALSE(Q417_SetOutputFile(h, (path + ".d/x.prn").c_str()));
     EXPECT_TRUE(WritePrinter(h, "!", 1, &written)) << "a refused file keeps the last sink";
     EXPECT_EQ(contents(), "\x1b%-12345X@PJL\n!");
-
-    int fds[2];
-    ASSERT_EQ(pipe(fds), 0);
-    ASSERT_TRUE(Q417_SetOutputFd(h, fds[1]));
-    EXPECT_TRUE(WritePrinter(h, "pipe", 4, &written));
-    Q417_DeletePrinter(h);
-    EXPECT_NE(fcntl(fds[1], F_GETFD), -1) << "a host's descriptor stays open";
-    char got[8] = {};
-    EXPECT_EQ(read(fds[0], got, sizeof got), 4);
-    EXPECT_STREQ(got, "pipe");
-    close(fds[0]);
-    HANDLE32 h2 = add("P2", "/p.pdd");
-    ASSERT_TRUE(Q417_SetOutputFd(h2, fds[1]));
-    EXPECT_FALSE(WritePrinter(h2, "x", 1, &written)) << "a pipe without reader fails the write";
-    EXPECT_EQ(written, 0u);
-    EXPECT_FALSE(WritePrinter(h, "x", 1, &written)) << "printer gone";
-    close(fds[1]);
 }
 
 TEST_F(Spooler, InitDevModeFields) {

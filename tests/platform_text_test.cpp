@@ -118,26 +118,6 @@ TEST(Utf8, RoundTripAndBadSequences) {
     EXPECT_EQ(q417::text::Utf16ToUtf8(u"\xD800x"), "\xEF\xBF\xBDx");
 }
 
-TEST(Wcstok, RunsOfSeparatorsAreOneAndLeadingOnesAreSkipped) {
-    struct Case {
-        std::u16string in;
-        std::vector<std::u16string> tokens;
-    } cases[] = {
-        {u"1,2,3", {u"1", u"2", u"3"}},
-        {u",,a,,b,c,,", {u"a", u"b", u"c"}},
-        {u",,,", {}},
-        {u"", {}},
-        {u" Arial , Text with blanks", {u" Arial ", u" Text with blanks"}},
-    };
-    for (auto &c : cases) {
-        std::u16string s = c.in;
-        std::vector<std::u16string> got;
-        for (WCHAR *t = wcstok(s.data(), u","); t; t = wcstok(nullptr, u",")) got.push_back(t);
-        EXPECT_EQ(got, c.tokens);
-        EXPECT_EQ(wcstok(nullptr, u","), nullptr) << "stays at the end";
-    }
-}
-
 TEST(Wtoi, LeadingBlanksSignDigitsAndSaturation) {
     const std::pair<const char16_t *, int> cases[] = {
         {u"42", 42},
