@@ -1,20 +1,20 @@
 // Colour transfer tables: the defaults, the file over them, and the file's name.
 #include "halftone/halftone.h"
-#include "pdd_testutil.h"
-#include "q417/host.h"
+#include "tests/watermark/harness.h"
+
+#include <numeric>
 
 namespace {
 
-using pddtest::Wide;
+std::u16string Wide(const std::string &s) {
+    return std::u16string(s.begin(), s.end());
+}
 
 struct Xfer : ::testing::Test {
-    pddtest::TempDir dir;
+    wmtest::TempDir dir;
     void TearDown() override {
         q417::mem::FailAllocation(0);
         q417::mem::FailLock(0);
-    }
-    std::string Write(const std::string &name, const std::vector<BYTE> &bytes) {
-        return dir.Write(name, std::string(bytes.begin(), bytes.end()));
     }
     // The three tables as one run of 768 bytes.
     static std::vector<BYTE> Tables() {
@@ -28,12 +28,9 @@ struct Xfer : ::testing::Test {
 // The luminance weights, rounded: a gray level comes back within one.
 TEST_F(Xfer, DefaultsMapGrayToItselfWithinOne) {
     ASSERT_EQ(DefaultXfers(), 1);
-    int sums[3] = {};
-    for (int i = 0; i < 256; ++i)
-        sums[0] += RedXfer[i], sums[1] += GrnXfer[i], sums[2] += BluXfer[i];
-    EXPECT_EQ(sums[0], 9805);
-    EXPECT_EQ(sums[1], 19259);
-    EXPECT_EQ(sums[2], 3593);
+    EXPECT_EQ(std::accumulate(RedXfer, RedXfer + 256, 0), 9805);
+    EXPECT_EQ(std::accumulate(GrnXfer, GrnXfer + 256, 0), 19259);
+    EXPECT_EQ(std::accumulate(BluXfer, BluXfer + 256, 0), 3593);
     for (int i = 0; i < 256; ++i) EXPECT_LE(std::abs(RedXfer[i] + GrnXfer[i] + BluXfer[i] - i), 1);
 }
 
@@ -54,13 +51,13 @@ TEST_F(Xfer, TheFileReplacesWhatItHolds) {
     for (const Case &c : cases) {
         std::vector<BYTE> bytes(c.size);
         for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<BYTE>(255 - i % 251);
-        const std::u16string name = Wide(Write("t.xfr", bytes));
+        const std::u16string name = Wide(dir.Write("t.xfr", bytes));
         EXPECT_EQ(ReadXferFile(name.c_str()), c.result) << c.what;
         std::vector<BYTE> expect(bytes.begin(), bytes.begin() + c.replaced);
         expect.insert(expect.end(), defaults.begin() + c.replaced, defaults.end());
         EXPECT_EQ(Tables(), expect) << c.what;
     }
-    const std::u16string missing = Wide(dir / "none.xfr");
+    const std::u16string missing = Wide((dir.path / "none.xfr").string());
     EXPECT_EQ(ReadXferFile(missing.c_str()), 0) << "no file: defaults, result 0";
     EXPECT_EQ(Tables(), defaults);
 }
@@ -85,8 +82,8 @@ TEST_F(Xfer, TheNameTakesXfrForTheLastThreeCharacters) {
 
 TEST_F(Xfer, ReadXferTableFindsTheFileBesideThePrinterDescription) {
     std::vector<BYTE> bytes(768, 9);
-    Write("color417.xfr", bytes);
-    const std::string pdd = dir / "color417.pdd";
+    dir.Write("color417.xfr", bytes);
+    const std::string pdd = (dir.path / "color417.pdd").string();
     Q417_PRINTER p{};
     p.name = "Xfer printer";
     p.pdd_path = pdd.c_str();
@@ -107,7 +104,7 @@ TEST_F(Xfer, ReadXferTableFindsTheFileBesideThePrinterDescription) {
 TEST_F(Xfer, AllThreeOrNone) {
     ASSERT_EQ(DefaultXfers(), 1);
     const long withTables = q417::mem::LiveBlocks();
-    const std::u16string any = Wide(dir / "any.xfr");
+    const std::u16string any = Wide((dir.path / "any.xfr").string());
     for (long nth : {1L, 2L, 3L}) {
         q417::mem::FailAllocation(nth);
         EXPECT_EQ(AllocXfers(), 0) << nth;
