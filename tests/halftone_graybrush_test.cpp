@@ -101,17 +101,6 @@ TEST(GrayBrush, SameLevelStandingIsNotSentAgainButLevelZeroIs) {
     EXPECT_FALSE(Download(job, 0).empty());
 }
 
-TEST(GrayBrush, BadBrushesAndEncodings) {
-    wmtest::Job job;
-    EXPECT_EQ(DestroyGrayBrush(nullptr), 0);
-    GRAYBRUSH fake{};
-    fake.nType = 2;
-    EXPECT_EQ(DestroyGrayBrush(&fake), 0);
-    EXPECT_EQ(PCLWritePattern(&job.info, &fake), 0);
-    EXPECT_EQ(PCLWritePatternBits(&job.info, &DefBitmap, 8), 0);
-    EXPECT_TRUE(job.Take().empty());
-}
-
 TEST(GrayBrush, NoMemoryLeavesNothingBehind) {
     wmtest::Job job;
     const long before = q417::mem::LiveBlocks();
