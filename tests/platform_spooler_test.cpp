@@ -103,36 +103,13 @@ TEST_F(Spooler, PrintersAndTheDriverDirectory) {
     EXPECT_EQ(dir(), u"/drv/one") << "trailing separator dropped";
 }
 
-// Collects output until a byte limit, then refuses.
-struct Collector {
-    std::string got;
-    size_t limit = SIZE_MAX;
-    static int take(void *ctx, const void *data, uint32_t size) {
-        auto *c = static_cast<Collector *>(ctx);
-        if (c->got.size() + size > c->limit) return 0;
-        c->got.append(static_cast<const char *>(data), size);
-        return 1;
-    }
-};
-
-TEST_F(Spooler, CallbackAndFileSinks) {
+// The callback sink is every job test's; a file sink is emptied when named and stays when a
+// new name is refused.
+TEST_F(Spooler, FileSink) {
     HANDLE32 h = add("P", "/p.pdd");
     DWORD written = 0;
     EXPECT_TRUE(WritePrinter(h, "lost", 4, &written)) << "no sink yet: bytes go nowhere";
     EXPECT_EQ(written, 4u);
-    for (size_t limit : {size_t(0), size_t(25)}) {
-        Collector c{"", limit};
-        ASSERT_TRUE(Q417_SetOutputCallback(h, &Collector::take, &c));
-        for (int i = 0; i < 4; ++i) {
-            const bool fits = size_t(10 * i + 10) <= limit;
-            EXPECT_EQ(WritePrinter(h, "0123456789", 10, &written), fits ? TRUE : FALSE);
-            EXPECT_EQ(written, fits ? 10u : 0u);
-            EXPECT_TRUE(fits || GetLastError() == ERROR_WRITE_FAULT);
-        }
-        EXPECT_EQ(c.got.size(), limit / 10 * 10);
-        EXPECT_TRUE(WritePrinter(h, nullptr, 0, &written)) << "an empty write succeeds";
-    }
-
     wmtest::TempDir tmp;
     const std::string path = tmp.Write("sink.prn", std::string("old contents to be emptied"));
     auto contents = [&] {

@@ -206,8 +206,6 @@ TEST_F(WaterMarkJob, EveryFailedAllocationOrLockLeavesNoBlockBehind) {
             }
             EXPECT_EQ(Run(four), clean) << "a job after the failures";
             DiscardDeviceInfo(nullptr), FreeXfers();
-            std::printf("[          ] %ld %s points swept%s\n", points,
-                        lock ? "lock" : "allocation", *description ? " with a description" : "");
         }
     }
 }
