@@ -1,10 +1,21 @@
-// The host API and the spooler calls that answer from it.
+// The host API and the spooler calls that answer from it, the Windows directory, global
+// memory, and the shared object's exports.
 #include "platform/hostenv.h"
+#include "platform/win32.h"
+#include "q417/host.h"
 #include "tests/watermark/harness.h"
+
+#ifndef Q417_LIBRARY_FILE
+#error "Q417_LIBRARY_FILE must name the built libq417plg.so"
+#endif
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <functional>
+#include <set>
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -158,4 +169,152 @@ TEST_F(Spooler, InitDevModeFields) {
     EXPECT_EQ(lstrlenW(dm.dmDeviceName), 30);
 }
 
+TEST(Modules, WindowsDirectorySizeProtocol) {
+    ASSERT_TRUE(Q417_SetWindowsDirectory("/opt/W\xC3\xADndows/")); // "Wíndows", trailing slash
+    const std::u16string want = u"/opt/W\u00EDndows";
+    const UINT len = UINT(want.size());
+    for (UINT cap : {len + 1, len, 1u, 0u}) {
+        SCOPED_TRACE(cap);
+        std::vector<WCHAR> buf(cap + 4, 0xCDCD);
+        UINT r = GetWindowsDirectoryW(buf.data(), cap);
+        if (cap > len) {
+            EXPECT_EQ(r, len);
+            EXPECT_EQ(std::u16string(buf.data()), want);
+        } else {
+            EXPECT_EQ(r, len + 1) << "the size needed, terminator counted";
+        }
+        for (size_t i = cap; i < buf.size(); ++i) EXPECT_EQ(buf[i], 0xCDCD);
+    }
+    EXPECT_FALSE(Q417_SetWindowsDirectory(""));
+    ASSERT_TRUE(Q417_SetWindowsDirectory(nullptr));
+    setenv("Q417_WINDIR", "/env/windir//", 1); // trailing separators go
+    WCHAR buf[64];
+    EXPECT_EQ(GetWindowsDirectoryW(buf, 64), 11u);
+    EXPECT_EQ(std::u16string(buf), u"/env/windir");
+    unsetenv("Q417_WINDIR");
+}
+
+struct GlobalMem : ::testing::Test {
+    long live0 = q417::mem::LiveBlocks();
+    void TearDown() override {
+        q417::mem::FailAllocation(0);
+        q417::mem::FailLock(0);
+        EXPECT_EQ(q417::mem::LiveBlocks(), live0);
+    }
+};
+
+// Zero-filled when made and where a reallocation grows them; the content stays.
+TEST_F(GlobalMem, BlocksAreZeroFilledAndReAllocKeepsContent) {
+    for (SIZE_T size : {SIZE_T(1), SIZE_T(3748), SIZE_T(1) << 20}) {
+        HGLOBAL h = GlobalAlloc(GHND, size);
+        ASSERT_NE(h, 0u);
+        auto *p = static_cast<uint8_t *>(GlobalLock(h));
+        EXPECT_EQ(std::vector<uint8_t>(p, p + size), std::vector<uint8_t>(size, 0));
+        EXPECT_EQ(GlobalSize(h), size);
+        p[0] = 'a';
+        GlobalUnlock(h);
+        ASSERT_EQ(GlobalReAlloc(h, size + 4000, GMEM_MOVEABLE | GMEM_ZEROINIT), h);
+        p = static_cast<uint8_t *>(GlobalLock(h));
+        std::vector<uint8_t> want(size + 4000, 0);
+        want[0] = 'a';
+        EXPECT_EQ(std::vector<uint8_t>(p, p + size + 4000), want);
+        EXPECT_EQ(GlobalHandle(p), h);
+        GlobalUnlock(h);
+        EXPECT_EQ(GlobalFree(h), 0u);
+    }
+    EXPECT_EQ(GlobalAlloc(GHND, 0), 0u) << "a zero-size block yields no memory";
+}
+
+TEST_F(GlobalMem, LockCountsNestAndGlobalHandleFindsTheBlock) {
+    HGLOBAL h = GlobalAlloc(GHND, 16);
+    void *p1 = GlobalLock(h);
+    EXPECT_EQ(GlobalLock(h), p1);
+    EXPECT_EQ(GlobalFlags(h) & 0xFF, 2u);
+    EXPECT_EQ(GlobalHandle(p1), h);
+    EXPECT_TRUE(GlobalUnlock(h)) << "still locked once";
+    EXPECT_FALSE(GlobalUnlock(h));
+    EXPECT_FALSE(GlobalUnlock(h)) << "unlocking an unlocked block stays at 0";
+    EXPECT_EQ(GlobalFlags(h) & 0xFF, 0u);
+    EXPECT_EQ(GlobalHandle(static_cast<char *>(p1) + 1), 0u) << "only the block start";
+    for (int i = 0; i < 300; ++i) GlobalLock(h);
+    EXPECT_TRUE(GlobalUnlock(h));
+    EXPECT_EQ(GlobalFlags(h) & 0xFF, 255u) << "a saturated count no longer counts down";
+    GlobalFree(h);
+}
+
+TEST_F(GlobalMem, StaleAndForeignHandlesAreRefused) {
+    HGLOBAL h = GlobalAlloc(GHND, 8);
+    GlobalFree(h);
+    EXPECT_EQ(GlobalLock(h), nullptr);
+    EXPECT_EQ(GlobalFree(h), h) << "a second free fails";
+    HGLOBAL again = GlobalAlloc(GHND, 8); // likely the same slot, new generation
+    EXPECT_NE(again, h);
+    EXPECT_EQ(GlobalLock(h), nullptr);
+    GlobalFree(again);
+    EXPECT_EQ(GlobalLock(0), nullptr);
+    EXPECT_EQ(GlobalLock(0xDEADBEEF), nullptr);
+    EXPECT_EQ(GlobalHandle(nullptr), 0u);
+}
+
+// The sweeps of other tests rest on this: exactly the nth call fails.
+TEST_F(GlobalMem, FailureInjectionHitsTheNthCall) {
+    q417::mem::FailAllocation(2);
+    HGLOBAL a = GlobalAlloc(GHND, 8), b = GlobalAlloc(GHND, 8), c = GlobalAlloc(GHND, 8);
+    EXPECT_TRUE(a && !b && c);
+    q417::mem::FailLock(1);
+    EXPECT_EQ(GlobalLock(a), nullptr);
+    EXPECT_NE(GlobalLock(a), nullptr);
+    GlobalUnlock(a);
+    GlobalFree(a);
+    GlobalFree(c);
+}
+
+TEST_F(GlobalMem, Ptr32ValuesRoundTripAndDieWithTheirBlock) {
+    static char staticBuf[64];
+    PTR32 s = Ptr32From(staticBuf);
+    EXPECT_NE(s, 0u);
+    EXPECT_EQ(Ptr32From(staticBuf), s) << "one value per pointer";
+    EXPECT_EQ(Ptr32To(s), staticBuf);
+    EXPECT_EQ(Ptr32From(nullptr), 0u);
+    EXPECT_EQ(Ptr32To(0), nullptr);
+    HGLOBAL h = GlobalAlloc(GHND, 500);
+    auto *p = static_cast<uint8_t *>(GlobalLock(h));
+    PTR32 base = Ptr32From(p), inner = Ptr32From(p + 404);
+    EXPECT_NE(base, inner);
+    EXPECT_EQ(Ptr32As<uint8_t>(inner), p + 404);
+    GlobalUnlock(h);
+    GlobalFree(h);
+    EXPECT_EQ(Ptr32To(base), nullptr) << "a value into a freed block resolves to nothing";
+    EXPECT_EQ(Ptr32To(inner), nullptr);
+    EXPECT_EQ(Ptr32To(s), staticBuf);
+}
+
 } // namespace
+
+TEST(SharedObject, ExportsExactlyTheEntriesAndTheHostApi) {
+    std::string cmd = std::string("nm -D --defined-only ") + Q417_LIBRARY_FILE + " 2>/dev/null";
+    FILE *p = popen(cmd.c_str(), "r");
+    ASSERT_NE(p, nullptr);
+    std::set<std::string> seen;
+    char line[512];
+    while (std::fgets(line, sizeof line, p)) {
+        char type = 0, name[400] = {};
+        if (std::sscanf(line, "%*s %c %399s", &type, name) != 2) continue;
+        std::string n(name);
+        if (auto at = n.find('@'); at != std::string::npos) n.resize(at);
+        if (type == 'A') continue; // the version node itself
+        seen.insert(n);
+    }
+    pclose(p);
+    // clang-format off
+    const std::set<std::string> entries = {
+        "DrvSplStartDoc", "DrvSplWritePrinter", "DrvSplStartPage", "DrvSplEndPage", "DrvSplEndDoc",
+        "DrvSplAbort", "DrvSplClose", "DDIGetDWord", "DDISetDWord", "DDIGetString", "DDISetString",
+        "DDIGetCustDataPtr", "DDISetDialogResult", "DDIGetKeywordNumOptions",
+        "DDIGetKeywordDefaultOption", "DDIGetKeywordOptionString",
+        "DDIGetKeywordOptionTranslation", "GetConfig"};
+    // clang-format on
+    for (const auto &e : entries) EXPECT_TRUE(seen.count(e)) << "missing export " << e;
+    for (const auto &s : seen)
+        EXPECT_TRUE(entries.count(s) || s.rfind("Q417_", 0) == 0) << "unexpected export " << s;
+}
