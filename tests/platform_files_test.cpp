@@ -139,31 +139,4 @@ TEST_F(Files, ReadSeekSizeAndStaleHandles) {
         EXPECT_FALSE(ReadFile(bad, buf, 1, &got, nullptr));
 }
 
-// The binary configuration's way: created over an old file, written, read back.
-TEST_F(Files, OpenFileCreateTruncatesAndSeeks) {
-    const std::string path = tmp.Write("c.bdd", std::string("old content, longer"));
-    OFSTRUCT of;
-    HFILE hf = OpenFile(path.c_str(), &of, OF_CREATE | OF_WRITE);
-    ASSERT_NE(hf, HFILE_ERROR);
-    EXPECT_EQ(of.cBytes, sizeof of);
-    EXPECT_EQ(fs::file_size(path), 0u);
-    EXPECT_EQ(_lwrite(hf, "abcdefgh", 8), 8u);
-    EXPECT_EQ(_llseek(hf, 0, FILE_END), 8);
-    EXPECT_EQ(_llseek(hf, 2, FILE_BEGIN), 2);
-    EXPECT_EQ(_llseek(hf, -10, FILE_CURRENT), HFILE_ERROR);
-    EXPECT_EQ(_llseek(hf, 0, FILE_CURRENT), 2) << "a failed seek stays put";
-    EXPECT_EQ(_lclose(hf), 0);
-
-    char buf[16] = {};
-    hf = OpenFile(path.c_str(), &of, OF_READ);
-    ASSERT_NE(hf, HFILE_ERROR);
-    EXPECT_EQ(_lwrite(hf, "x", 1), UINT(HFILE_ERROR)) << "read-only";
-    EXPECT_EQ(_lread(hf, buf, 16), 8u);
-    EXPECT_EQ(_lread(hf, buf, 16), 0u) << "at the end";
-    EXPECT_STREQ(buf, "abcdefgh");
-    _lclose(hf);
-    EXPECT_EQ(OpenFile((path + ".none").c_str(), &of, OF_READ), HFILE_ERROR);
-    EXPECT_EQ(of.nErrCode, ERROR_FILE_NOT_FOUND);
-}
-
 } // namespace

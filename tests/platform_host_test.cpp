@@ -114,28 +114,6 @@ TEST_F(Spooler, PrintersAndTheDriverDirectory) {
     EXPECT_EQ(dir(), u"/drv/one") << "trailing separator dropped";
 }
 
-// The callback sink is every job test's; a file sink is emptied when named and stays when a
-// new name is refused.
-TEST_F(Spooler, FileSink) {
-    HANDLE32 h = add("P", "/p.pdd");
-    DWORD written = 0;
-    EXPECT_TRUE(WritePrinter(h, "lost", 4, &written)) << "no sink yet: bytes go nowhere";
-    EXPECT_EQ(written, 4u);
-    wmtest::TempDir tmp;
-    const std::string path = tmp.Write("sink.prn", std::string("old contents to be emptied"));
-    auto contents = [&] {
-        std::ifstream f(path, std::ios::binary);
-        return std::string(std::istreambuf_iterator<char>(f), {});
-    };
-    ASSERT_TRUE(Q417_SetOutputFile(h, path.c_str()));
-    EXPECT_EQ(contents(), "") << "the file is emptied when named";
-    EXPECT_TRUE(WritePrinter(h, "\x1b%-12345X", 9, &written));
-    EXPECT_TRUE(WritePrinter(h, "@PJL\n", 5, &written));
-    EXPECT_FALSE(Q417_SetOutputFile(h, (path + ".d/x.prn").c_str()));
-    EXPECT_TRUE(WritePrinter(h, "!", 1, &written)) << "a refused file keeps the last sink";
-    EXPECT_EQ(contents(), "\x1b%-12345X@PJL\n!");
-}
-
 TEST_F(Spooler, InitDevModeFields) {
     HANDLE32 h = add("A printer name of more than thirty-one characters", "/p.pdd");
     constexpr DWORD kCust = 12, kSize = DDIDEVMODE_SIZE + kCust;
@@ -254,19 +232,6 @@ TEST_F(GlobalMem, StaleAndForeignHandlesAreRefused) {
     EXPECT_EQ(GlobalLock(0), nullptr);
     EXPECT_EQ(GlobalLock(0xDEADBEEF), nullptr);
     EXPECT_EQ(GlobalHandle(nullptr), 0u);
-}
-
-// The sweeps of other tests rest on this: exactly the nth call fails.
-TEST_F(GlobalMem, FailureInjectionHitsTheNthCall) {
-    q417::mem::FailAllocation(2);
-    HGLOBAL a = GlobalAlloc(GHND, 8), b = GlobalAlloc(GHND, 8), c = GlobalAlloc(GHND, 8);
-    EXPECT_TRUE(a && !b && c);
-    q417::mem::FailLock(1);
-    EXPECT_EQ(GlobalLock(a), nullptr);
-    EXPECT_NE(GlobalLock(a), nullptr);
-    GlobalUnlock(a);
-    GlobalFree(a);
-    GlobalFree(c);
 }
 
 TEST_F(GlobalMem, Ptr32ValuesRoundTripAndDieWithTheirBlock) {
