@@ -196,13 +196,12 @@ inline Bytes Build(const FontPlan &s) {
     t.push_back({"cmap", Cmap(s.encodingId, CmapFormat4(s.map, s.rangeOffsets))});
     if (s.cvtSize) t.push_back({"cvt ", Bytes(s.cvtSize, 0xC1)});
     if (s.fpgmSize) t.push_back({"fpgm", Bytes(s.fpgmSize, 0xF1)});
-    for (auto &[tag, data] : {std::pair<std::string, Bytes &>{"glyf", glyf},
-                              {"head", head},
-                              {"hhea", hhea},
-                              {"hmtx", hmtx},
-                              {"loca", loca},
-                              {"maxp", maxp}})
-        t.push_back({tag, data});
+    t.insert(t.end(), {{"glyf", glyf},
+                       {"head", head},
+                       {"hhea", hhea},
+                       {"hmtx", hmtx},
+                       {"loca", loca},
+                       {"maxp", maxp}});
     if (s.prepSize) t.push_back({"prep", Bytes(s.prepSize, 0xB1)});
     return Sfnt(t);
 }
@@ -257,11 +256,7 @@ struct Job {
     }
 
     explicit Job(const char *windowsDir = nullptr) {
-        Q417_PRINTER pr{};
-        pr.name = "wmtest";
-        pr.pdd_path = "/nonexistent/wmtest.pdd";
-        pr.port = "FILE:";
-        pr.windows_dir = windowsDir;
+        Q417_PRINTER pr{"wmtest", "/nonexistent/wmtest.pdd", nullptr, "FILE:", windowsDir};
         hPrinter = Q417_AddPrinter(&pr);
         Q417_SetOutputCallback(hPrinter, Sink, &out);
         info.hPrinter = hPrinter;
@@ -277,11 +272,7 @@ struct Job {
     }
     ~Job() { Q417_DeletePrinter(hPrinter); }
 
-    std::string Take() {
-        std::string s;
-        s.swap(out);
-        return s;
-    }
+    std::string Take() { return std::exchange(out, {}); }
 };
 
 // An open font file, closed with the object.
