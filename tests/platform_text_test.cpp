@@ -218,7 +218,7 @@ struct Profile : ::testing::TestWithParam<const char *> {
     }
 };
 
-TEST_P(Profile, ValuesAreTrimmedAndUnquoted) {
+TEST_P(Profile, ValuesAreTrimmedUnquotedAndCut) {
     struct Case {
         const char16_t *key;
         std::u16string value;
@@ -242,17 +242,11 @@ TEST_P(Profile, ValuesAreTrimmedAndUnquoted) {
     }
     EXPECT_EQ(get(u"NoSuchSection", u"First", nullptr, buf, 10), 0u);
     EXPECT_EQ(buf[0], 0);
-}
-
-TEST_P(Profile, ShortValueBufferCutsAtSizeMinusOne) {
-    const std::u16string v = u"1,2,3,0,0,0,450,700,0,72,Arial,DRAFT";
-    const DWORD len = DWORD(v.size());
-    std::vector<WCHAR> buf;
-    for (DWORD n : {len + 1, len, 2u, 1u}) {
-        SCOPED_TRACE(n);
-        DWORD r = get(u"Watermarks", u"First", u"", buf, n);
-        DWORD want = n > len ? len : n - 1;
-        EXPECT_EQ(r, want);
+    // A short buffer cuts the value, or the default, at its size less one.
+    const std::u16string &v = cases[0].value;
+    for (DWORD n : {37u, 36u, 2u, 1u}) {
+        const DWORD want = std::min(n - 1, DWORD(v.size()));
+        EXPECT_EQ(get(u"Watermarks", u"First", u"", buf, n), want);
         EXPECT_EQ(std::u16string(buf.data()), v.substr(0, want));
     }
     EXPECT_EQ(get(u"Watermarks", u"Missing", u"default", buf, 4), 3u);
