@@ -33,11 +33,7 @@ TEST(HostPath, SeparatorsAndCodePages) {
         {"C:\\dir\\file.pdd", 64, true, "C:/dir/file.pdd"},
         {"\\\\server\\share", 64, true, "//server/share"},
         {"/already/host", 64, true, "/already/host"},
-        {"Caf\xE9\\Gr\xFC\xDF"
-         "e.ini",
-         64, true,
-         "Caf\xC3\xA9/Gr\xC3\xBC\xC3\x9F"
-         "e.ini"},
+        {"Caf\xE9\\Gr\xFC\xDF.ini", 64, true, "Caf\xC3\xA9/Gr\xC3\xBC\xC3\x9F.ini"},
         {"a\\b", 4, true, "a/b"},      // exact fit
         {"a\\b", 3, false, ""},        // one short
         {"\xE9", 3, true, "\xC3\xA9"}, // two UTF-8 bytes, exact
