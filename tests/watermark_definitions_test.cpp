@@ -70,15 +70,10 @@ TEST_F(DefinitionsTest, FieldsAndColour) {
 }
 
 TEST_F(DefinitionsTest, ManyKeysAreReadWhole) {
-    // 400 keys of 10 characters: four times what the first buffer takes.
-    std::string text = "[Watermarks]\n";
-    for (int i = 1; i <= 400; ++i) {
-        char key[16];
-        std::snprintf(key, sizeof key, "Key%07d", i);
-        text +=
-            std::string(key) + "=1,2,3,0,50,0,0,400,0,100,Arial,Line" + std::to_string(i) + "\n";
-    }
-    dir.Write("QMWMARK.INI", text);
+    // 400 keys of up to 5 characters: more than the first buffer takes.
+    std::vector<std::string> values(400, "1,2,3,0,50,0,0,400,0,100,Arial,Line");
+    values.back() += "400";
+    Ini(values);
     EXPECT_EQ(Select(400), "Line400");
     EXPECT_EQ(Select(401), "-");
 }
