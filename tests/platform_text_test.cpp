@@ -1,6 +1,8 @@
-// Code page conversions and the wide string helpers.
+// Code page conversions, the wide string helpers, and GetPrivateProfileStringW as the
+// watermark reader drives it.
 #include "platform/hostenv.h"
 #include "q417/host.h"
+#include "tests/watermark/harness.h"
 
 #include <gtest/gtest.h>
 
@@ -18,7 +20,7 @@ struct AnsiCodePage : ::testing::Test {
     void TearDown() override { ASSERT_TRUE(Q417_SetAnsiCodePage("WINDOWS-1252")); }
 };
 
-TEST_F(AnsiCodePage, All256BytesOf1252RoundTrip) {
+TEST_F(AnsiCodePage, All256BytesOf1252RoundTripAndOtherCodePages) {
     char bytes[256];
     for (int i = 0; i < 256; ++i) bytes[i] = static_cast<char>(i);
     WCHAR wide[256];
@@ -35,16 +37,9 @@ TEST_F(AnsiCodePage, All256BytesOf1252RoundTrip) {
     ASSERT_EQ(WideCharToMultiByte(CP_ACP, 0, wide, 256, back, 256, nullptr, &used), 256);
     EXPECT_FALSE(used);
     EXPECT_EQ(std::memcmp(bytes, back, 256), 0);
-}
-
-TEST_F(AnsiCodePage, OtherCodePagesAndUnknownNames) {
-    const char a5[] = "\xA5";
-    WCHAR w[2];
-    ASSERT_EQ(MultiByteToWideChar(CP_ACP, 0, a5, -1, w, 2), 2);
-    EXPECT_EQ(w[0], 0x00A5); // yen sign in 1252
     ASSERT_TRUE(Q417_SetAnsiCodePage("CP1250"));
-    ASSERT_EQ(MultiByteToWideChar(CP_ACP, 0, a5, -1, w, 2), 2);
-    EXPECT_EQ(w[0], 0x0104); // A with ogonek in 1250
+    ASSERT_EQ(MultiByteToWideChar(CP_ACP, 0, "\xA5", 1, wide, 1), 1);
+    EXPECT_EQ(wide[0], 0x0104); // A with ogonek in 1250, the yen sign in 1252
     EXPECT_FALSE(Q417_SetAnsiCodePage("NO-SUCH-CODEPAGE"));
     EXPECT_EQ(q417::text::AnsiCodePage(), "CP1250") << "a refused name keeps the old one";
 }
@@ -86,25 +81,17 @@ TEST_F(AnsiCodePage, SizeProtocolOfBothDirections) {
         EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, narrow, cb, nullptr, 0), need);
         EXPECT_EQ(WideCharToMultiByte(CP_ACP, 0, wide, cb, nullptr, 0, nullptr, nullptr), need);
         for (int cap : {need, need - 1}) {
-            std::vector<WCHAR> w(cap + 1, kPoisonW);
+            std::u16string w(cap + 1, kPoisonW);
+            std::string a(cap + 1, kPoisonA);
             SetLastError(0);
-            int n = MultiByteToWideChar(CP_ACP, 0, narrow, cb, w.data(), cap);
+            const int n = MultiByteToWideChar(CP_ACP, 0, narrow, cb, w.data(), cap);
+            const int m = WideCharToMultiByte(CP_ACP, 0, wide, cb, a.data(), cap, nullptr, nullptr);
             EXPECT_EQ(n, cap == need ? need : 0);
-            if (cap < need)
-                EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
-            else
-                EXPECT_EQ(std::u16string(w.data(), need), std::u16string(wide, need));
-            EXPECT_EQ(w[cap], kPoisonW) << "wrote past the buffer";
-
-            std::vector<char> a(cap + 1, kPoisonA);
-            SetLastError(0);
-            n = WideCharToMultiByte(CP_ACP, 0, wide, cb, a.data(), cap, nullptr, nullptr);
-            EXPECT_EQ(n, cap == need ? need : 0);
-            if (cap < need)
-                EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
-            else
-                EXPECT_EQ(std::string(a.data(), need), std::string(narrow, need));
-            EXPECT_EQ(a[cap], kPoisonA) << "wrote past the buffer";
+            EXPECT_EQ(m, cap == need ? need : 0);
+            EXPECT_TRUE(cap == need || GetLastError() == ERROR_INSUFFICIENT_BUFFER);
+            // Nothing past the buffer is written.
+            EXPECT_EQ(w.substr(0, n) + w[cap], std::u16string(wide, n) + char16_t(kPoisonW));
+            EXPECT_EQ(a.substr(0, m) + a[cap], std::string(narrow, m) + kPoisonA);
         }
     }
     SetLastError(0);
@@ -113,58 +100,24 @@ TEST_F(AnsiCodePage, SizeProtocolOfBothDirections) {
     EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, narrow, -2, nullptr, 0), 0);
 }
 
+// Bad sequences each become one replacement character.
 TEST(Utf8, RoundTripAndBadSequences) {
-    const char *utf8 = "Gr\xC3\xBC\xC3\x9F"
-                       "e \xE2\x82\xAC \xF0\x9D\x84\x9E";
-    const std::u16string wide = u"Grüße € \U0001D11E";
-    WCHAR w[32];
-    int n = MultiByteToWideChar(CP_UTF8, 0, utf8, -1, w, 32);
-    ASSERT_EQ(n, int(wide.size()) + 1);
-    EXPECT_EQ(std::u16string(w, n - 1), wide);
-    char back[32];
-    ASSERT_EQ(WideCharToMultiByte(CP_UTF8, 0, w, -1, back, 32, nullptr, nullptr),
-              int(std::strlen(utf8)) + 1);
-    EXPECT_STREQ(back, utf8);
-
-    struct Bad {
+    struct Case {
         const char *in;
         std::u16string out;
-    } bad[] = {
+    } cases[] = {
+        {"Gr\xC3\xBC\xC3\x9F"
+         "e \xE2\x82\xAC \xF0\x9D\x84\x9E",
+         u"Grüße € \U0001D11E"},
         {"a\x80z", u"a\uFFFDz"},         // a lone continuation byte
         {"\xC0\xAF", u"\uFFFD\uFFFD"},   // overlong slash
         {"\xED\xA0\x80!", u"\uFFFD!"},   // an encoded surrogate
         {"\xE2\x82", u"\uFFFD"},         // cut at the end
         {"\xF4\x90\x80\x80", u"\uFFFD"}, // above U+10FFFF
     };
-    for (auto &b : bad) EXPECT_EQ(q417::text::Utf8ToUtf16(b.in), b.out) << b.in;
+    for (auto &c : cases) EXPECT_EQ(q417::text::Utf8ToUtf16(c.in), c.out) << c.in;
+    EXPECT_EQ(q417::text::Utf16ToUtf8(cases[0].out), cases[0].in);
     EXPECT_EQ(q417::text::Utf16ToUtf8(u"\xD800x"), "\xEF\xBF\xBDx");
-    BOOL used;
-    EXPECT_EQ(WideCharToMultiByte(CP_UTF8, 0, w, -1, back, 32, nullptr, &used), 0)
-        << "UTF-8 takes no default character";
-}
-
-TEST(Wcstok, RunsOfSeparatorsAreOneAndLeadingOnesAreSkipped) {
-    struct Case {
-        std::u16string in;
-        std::vector<std::u16string> tokens;
-    } cases[] = {
-        {u"1,2,3", {u"1", u"2", u"3"}},
-        {u",,a,,b,c,,", {u"a", u"b", u"c"}},
-        {u",,,", {}},
-        {u"", {}},
-        {u" Arial , Text with blanks", {u" Arial ", u" Text with blanks"}},
-    };
-    for (auto &c : cases) {
-        std::u16string s = c.in;
-        std::vector<std::u16string> got;
-        for (WCHAR *t = wcstok(s.data(), u","); t; t = wcstok(nullptr, u",")) got.push_back(t);
-        EXPECT_EQ(got, c.tokens);
-        EXPECT_EQ(wcstok(nullptr, u","), nullptr) << "stays at the end";
-    }
-    std::u16string s = u"a;b c";
-    EXPECT_EQ(std::u16string(wcstok(s.data(), u"; ")), u"a");
-    EXPECT_EQ(std::u16string(wcstok(nullptr, u" ")), u"b");
-    EXPECT_EQ(std::u16string(wcstok(nullptr, u" ")), u"c");
 }
 
 TEST(Wtoi, LeadingBlanksSignDigitsAndSaturation) {
@@ -186,27 +139,22 @@ TEST(Wtoi, LeadingBlanksSignDigitsAndSaturation) {
     EXPECT_EQ(_wtoi(nullptr), 0);
 }
 
-TEST(WideStrings, CompareCopyAndConcatenate) {
+TEST(WideStrings, CompareWithoutCaseCopyAndConcatenate) {
     struct Cmp {
         const char16_t *a, *b;
-        int exact, nocase;
+        int nocase;
     } cmps[] = {
-        {u"abc", u"abc", 0, 0},
-        {u"abc", u"ABC", 1, 0},
-        {u"Watermarks", u"WATERMARKS", 1, 0},
-        {u"\u00C4rger \u0152", u"\u00E4RGER \u0153", -1, 0}, // Latin-1 and Latin Extended-A
-        {u"\u0416", u"\u0436", -1, 0},                       // Cyrillic
-        {u"ab", u"abc", -1, -1},
-        {u"b", u"A", 1, 1},
+        {u"abc", u"ABC", 0},
+        {u"\u00C4rger \u0152", u"\u00E4RGER \u0153", 0}, // Latin-1 and Latin Extended-A
+        {u"\u0416", u"\u0436", 0},                       // Cyrillic
+        {u"ab", u"abc", -1},
+        {u"b", u"A", 1},
     };
     for (auto &c : cmps) {
-        EXPECT_EQ(lstrcmpW(c.a, c.b), c.exact);
         EXPECT_EQ(lstrcmpiW(c.a, c.b), c.nocase);
         int r = _wcsicmp(c.a, c.b);
         EXPECT_EQ((r > 0) - (r < 0), c.nocase);
     }
-    EXPECT_EQ(_wcsnicmp(u"FONTSxyz", u"fontsABC", 5), 0);
-    EXPECT_NE(_wcsnicmp(u"FONTSxyz", u"fontsABC", 6), 0);
     EXPECT_LT(lstrcmpiW(nullptr, u""), 0);
 
     WCHAR buf[8];
@@ -219,6 +167,127 @@ TEST(WideStrings, CompareCopyAndConcatenate) {
     EXPECT_EQ(std::u16string(buf), u"abcde");
     EXPECT_EQ(lstrlenW(buf), 5);
     EXPECT_EQ(buf[6], kPoisonW);
+}
+
+// One INI text, stored in each of the encodings the reader takes.
+const std::u16string kIni = u"; a comment before any section\r\n"
+                            u"stray=ignored\r\n"
+                            u"[Other]\r\n"
+                            u"First=not this one\r\n"
+                            u"[ Watermarks ]\r\n"
+                            u"  First = 1,2,3,0,0,0,450,700,0,72,Arial,DRAFT  \r\n"
+                            u"Second=\"  quoted value  \"\r\n"
+                            u"third='single'\r\n"
+                            u"; skipped\r\n"
+                            u"NoEquals\r\n"
+                            u"Empty=\r\n"
+                            u"Caf\u00E9 = Entw\u00FCrfe\n" // a bare LF ends a line too
+                            u"Half=\"open\r\n"
+                            u"first=duplicate, the earlier one wins\r\n"
+                            u"\r\n"
+                            u"[watermarks]\r\n"
+                            u"Later=a second section of the same name is not read\r\n";
+
+// Keys of the section in file order, each terminated, and the closing empty string.
+const std::u16string kKeys = std::u16string(u"First\0Second\0third\0NoEquals\0Empty\0"
+                                            u"Caf\u00E9\0Half\0first\0\0",
+                                            51);
+
+struct Profile : ::testing::TestWithParam<const char *> {
+    wmtest::TempDir dir;
+    std::u16string file = q417::text::Utf8ToUtf16(dir.path.string()) + u"\\QMWMARK.INI";
+    void SetUp() override {
+        ASSERT_TRUE(Q417_SetAnsiCodePage("WINDOWS-1252"));
+        const std::string enc = GetParam();
+        std::string bytes = enc == "utf8"    ? "\xEF\xBB\xBF" + q417::text::Utf16ToUtf8(kIni)
+                            : enc == "utf16" ? "\xFF\xFE"
+                                             : "";
+        for (char16_t c : kIni) {
+            if (enc == "utf16")
+                bytes += {char(c & 0xFF), char(c >> 8)};
+            else if (enc == "ansi")
+                bytes += char(c); // all of it is Latin-1
+        }
+        dir.Write("QMWMARK.INI", bytes);
+    }
+    DWORD get(LPCWSTR app, LPCWSTR key, LPCWSTR def, std::vector<WCHAR> &buf, DWORD n) {
+        buf.assign(n + 8, kPoisonW);
+        DWORD r = GetPrivateProfileStringW(app, key, def, buf.data(), n, file.c_str());
+        for (size_t i = n; i < buf.size(); ++i) EXPECT_EQ(buf[i], kPoisonW) << "char " << i;
+        return r;
+    }
+};
+
+TEST_P(Profile, ValuesAreTrimmedUnquotedAndCut) {
+    struct Case {
+        const char16_t *key;
+        std::u16string value;
+    } cases[] = {
+        {u"first", u"1,2,3,0,0,0,450,700,0,72,Arial,DRAFT"}, // key case ignored, blanks gone
+        {u"Second", u"  quoted value  "},                    // quotes off, blanks inside kept
+        {u"third", u"single"},
+        {u"Empty", u""}, // present but empty: not the default
+        {u"Caf\u00C9", u"Entw\u00FCrfe"},
+        {u"Half", u"\"open"},   // one quote alone stays
+        {u"NoEquals", u"dflt"}, // a line without '=' has no value
+        {u"Missing", u"dflt"},
+        {u"Later", u"dflt"},
+    };
+    std::vector<WCHAR> buf;
+    for (auto &c : cases) {
+        DWORD r = get(u"WATERMARKS", c.key, u"dflt  ", buf, 400);
+        EXPECT_EQ(std::u16string(buf.data()), c.value)
+            << std::string(c.key, c.key + lstrlenW(c.key));
+        EXPECT_EQ(r, c.value.size());
+    }
+    EXPECT_EQ(get(u"NoSuchSection", u"First", nullptr, buf, 10), 0u);
+    EXPECT_EQ(buf[0], 0);
+    // A short buffer cuts the value, or the default, at its size less one.
+    const std::u16string &v = cases[0].value;
+    for (DWORD n : {37u, 36u, 2u, 1u}) {
+        const DWORD want = std::min(n - 1, DWORD(v.size()));
+        EXPECT_EQ(get(u"Watermarks", u"First", u"", buf, n), want);
+        EXPECT_EQ(std::u16string(buf.data()), v.substr(0, want));
+    }
+    EXPECT_EQ(get(u"Watermarks", u"Missing", u"default", buf, 4), 3u);
+    EXPECT_EQ(std::u16string(buf.data()), u"def");
+}
+
+TEST_P(Profile, KeyListAndItsShortBufferSignal) {
+    const DWORD total = DWORD(kKeys.size()); // with both terminators of the end
+    std::vector<WCHAR> buf;
+    for (DWORD n : {total + 1, total, total - 1, total - 2, 9u, 3u, 2u}) {
+        SCOPED_TRACE(n);
+        const DWORD got = std::min(n, total);
+        EXPECT_EQ(get(u"watermarks", nullptr, u"", buf, n), n >= total ? total - 1 : n - 2)
+            << "n - 2 signals a cut list";
+        EXPECT_EQ(std::u16string(buf.data(), got), kKeys.substr(0, got - 2) + std::u16string(2, 0));
+    }
+
+    EXPECT_EQ(get(u"Empty section", nullptr, u"", buf, 10), 0u);
+    EXPECT_EQ(buf[0], 0);
+    EXPECT_EQ(buf[1], 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Encodings, Profile, ::testing::Values("ansi", "utf16", "utf8"));
+
+TEST(ProfileFile, MissingFileGivesTheDefaultAndBareNamesLiveInTheWindowsDirectory) {
+    WCHAR buf[16];
+    EXPECT_EQ(GetPrivateProfileStringW(u"Watermarks", u"k", u"none", buf, 16, u"/no/such.ini"), 4u);
+    EXPECT_EQ(std::u16string(buf), u"none");
+    buf[1] = kPoisonW;
+    EXPECT_EQ(GetPrivateProfileStringW(u"Watermarks", nullptr, u"", buf, 16, u"/no/such.ini"), 0u);
+    EXPECT_EQ(buf[0], 0);
+    wmtest::TempDir dir;
+    dir.Write("BARE.INI", std::string("[s]\nk=v\n"));
+    ASSERT_TRUE(Q417_SetWindowsDirectory(dir.path.c_str()));
+    EXPECT_EQ(GetPrivateProfileStringW(u"s", u"k", u"", buf, 16, u"BARE.INI"), 1u);
+    EXPECT_EQ(std::u16string(buf), u"v");
+    EXPECT_EQ(GetPrivateProfileStringW(u"s", u"k", u"", buf, 0, u"BARE.INI"), 0u);
+    Q417_SetWindowsDirectory(nullptr);
+    const std::u16string d = q417::text::Utf8ToUtf16(dir.path.string());
+    EXPECT_EQ(GetPrivateProfileStringW(u"s", u"k", u"x", buf, 16, d.c_str()), 1u)
+        << "a directory reads as no file";
 }
 
 } // namespace

@@ -43,16 +43,12 @@ TEST(WaterMarkColour, HslTokensToRgb) {
 class DrawTest : public ::testing::Test {
   protected:
     wmtest::Job job;
-    BYTE red[256], grn[256], blu[256];
-    BYTE *saved[3] = {RedXfer, GrnXfer, BluXfer};
+    long blocksBefore = 0;
 
     void SetUp() override {
-        for (int i = 0; i < 256; ++i) {
-            red[i] = BYTE(i * 0.3001 + 0.5);
-            grn[i] = BYTE(i * 0.59001 + 0.5);
-            blu[i] = BYTE(i * 0.11 + 0.5);
-        }
-        RedXfer = red, GrnXfer = grn, BluXfer = blu;
+        FreeXfers();
+        blocksBefore = q417::mem::LiveBlocks();
+        ASSERT_EQ(DefaultXfers(), 1);
         WM = WMINFO{};
         WM.nRed = 255;
         WM.nAngle = 450;
@@ -62,9 +58,8 @@ class DrawTest : public ::testing::Test {
         job.info.bJobFlags = JOB_WATERMARK;
         job.info.bOutputMode = OUTPUT_PCL;
     }
-    long blocksBefore = q417::mem::LiveBlocks();
     void TearDown() override {
-        RedXfer = saved[0], GrnXfer = saved[1], BluXfer = saved[2];
+        FreeXfers();
         EXPECT_EQ(q417::mem::LiveBlocks(), blocksBefore) << "a block leaked";
     }
 };

@@ -81,12 +81,10 @@ class WaterMarkJob : public ::testing::Test {
             rec.nSubPage = DWORD(page - 1);
             Send(job, 1, &rec, offsetof(SPLDEVINFO, nSubPage) + 4);
             Send(job, 2, dm.data(), dm.size());
-            BOOL started = DrvSplStartPage(job);
-            EXPECT_TRUE(quiet || started == 1);
+            EXPECT_TRUE(DrvSplStartPage(job) == 1 || quiet);
             const std::string data = "<page " + std::to_string(page) + ">";
             Send(job, 0, data.data(), data.size());
-            BOOL ended = DrvSplEndPage(job);
-            EXPECT_TRUE(quiet || ended == 1);
+            EXPECT_TRUE(DrvSplEndPage(job) == 1 || quiet);
         }
         DrvSplEndDoc(job);
         DrvSplClose(job);
@@ -143,21 +141,17 @@ TEST_F(WaterMarkJob, AFaceThatCantBeFoundLeavesNoTrace) {
 // fails, and gives the number of that probe, 0 when none did within `limit`.
 long ArmedFailureDistance(bool lock, long limit) {
     HGLOBAL block = lock ? GlobalAlloc(GHND, 1) : 0;
-    long hit = 0;
-    for (long i = 1; i <= limit && !hit; ++i) {
-        if (lock) {
-            if (GlobalLock(block))
-                GlobalUnlock(block);
-            else
-                hit = i;
-        } else if (HGLOBAL h = GlobalAlloc(GHND, 1)) {
+    long i = 1;
+    for (; i <= limit; ++i) {
+        HGLOBAL h = lock ? (GlobalLock(block) ? block : 0) : GlobalAlloc(GHND, 1);
+        if (!h) break;
+        if (lock)
+            GlobalUnlock(h);
+        else
             GlobalFree(h);
-        } else {
-            hit = i;
-        }
     }
     if (block) GlobalFree(block);
-    return hit;
+    return i > limit ? 0 : i;
 }
 
 // A watermarked 4-up job with each of its allocations and locks failing in turn: whatever the
@@ -171,11 +165,7 @@ TEST_F(WaterMarkJob, EveryFailedAllocationOrLockLeavesNoBlockBehind) {
     for (const char *description : {"", pdd.c_str()}) {
         if (*description) {
             // The same job on a printer with a description.
-            Q417_PRINTER pr{};
-            pr.name = "wmtest";
-            pr.pdd_path = description;
-            pr.port = "FILE:";
-            pr.windows_dir = dir.path.c_str();
+            Q417_PRINTER pr{"wmtest", description, nullptr, "FILE:", dir.path.c_str()};
             Q417_DeletePrinter(printer.hPrinter);
             printer.hPrinter = Q417_AddPrinter(&pr);
             Q417_SetOutputCallback(printer.hPrinter, wmtest::Job::Sink, &printer.out);
@@ -206,8 +196,6 @@ TEST_F(WaterMarkJob, EveryFailedAllocationOrLockLeavesNoBlockBehind) {
             }
             EXPECT_EQ(Run(four), clean) << "a job after the failures";
             DiscardDeviceInfo(nullptr), FreeXfers();
-            std::printf("[          ] %ld %s points swept%s\n", points,
-                        lock ? "lock" : "allocation", *description ? " with a description" : "");
         }
     }
 }
