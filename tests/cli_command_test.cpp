@@ -78,19 +78,6 @@ TEST_F(CliTest, EverySubcommandHasHelp) {
     }
 }
 
-// dump writes its listing where -o points; a stream cut inside a command is status 2.
-TEST_F(CliTest, DumpReportsACut) {
-    std::ofstream(dir_ / "cut.prn", std::ios::binary)
-        << "\x1b%-12345X@PJL ENTER LANGUAGE=PCL\n\x1b&l2";
-    Result r = Run({"dump", "cut.prn", "-o", "cut.txt"});
-    EXPECT_EQ(r.status, 2);
-    EXPECT_EQ(Slurp(dir_ / "cut.txt"),
-              "00000000  ESC%-12345X                 universal exit language: PJL\n"
-              "00000009  @PJL ENTER LANGUAGE=PCL\\n   PJL enter language\n"
-              "00000021  ** stream ends inside an escape sequence (4 bytes left)\n"
-              "-- 37 bytes, 2 commands, 0 unknown, cut at offset 00000021\n");
-}
-
 // Every mistake reads the same way: one line that names it, no output, no file left. A missing
 // input is status 1; the command line and settings the printer can't take are status 2.
 TEST_F(CliTest, MistakesAreOneLineErrorsThatLeaveNothing) {
