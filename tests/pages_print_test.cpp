@@ -77,14 +77,15 @@ class PagesPrint : public clitest::CliTest {
         g_ = Geometry(DM(dm));
         ASSERT_EQ(DM(dm)->dmYResolution, 600);
     }
-    // Page 1 has the printable area's size, so it prints at its own scale; page 3 is
-    // landscape, its rectangle 3 by 1 inch at its top left corner.
+    // Three pages of the printable area's size, so they print at their own scale: a 2 by 1
+    // inch rectangle an inch from the corner, a gray ramp, and the rectangle on the page turned
+    // to landscape.
     std::string MakePdf() {
         std::string path = (dir_ / "doc.pdf").string();
         double w = g_.cxPrintable / 10.0, h = g_.cyPrintable / 10.0;
         cairo_surface_t *s = cairo_pdf_surface_create(path.c_str(), w, h);
         cairo_t *cr = cairo_create(s);
-        cairo_rectangle(cr, 72, 72, 144, 72); // 2 by 1 inch, an inch from the corner
+        cairo_rectangle(cr, 72, 72, 144, 72);
         cairo_fill(cr);
         cairo_show_page(cr);
         for (int k = 0; k < 8; ++k) { // eight stripes, black to white
@@ -93,9 +94,9 @@ class PagesPrint : public clitest::CliTest {
             cairo_fill(cr);
         }
         cairo_show_page(cr);
-        cairo_pdf_surface_set_size(s, 792, 612);
+        cairo_pdf_surface_set_size(s, h, w);
         cairo_set_source_rgb(cr, 0, 0, 0);
-        cairo_rectangle(cr, 36, 36, 216, 72);
+        cairo_rectangle(cr, 72, 72, 144, 72);
         cairo_fill(cr);
         cairo_show_page(cr);
         cairo_destroy(cr);
@@ -121,61 +122,6 @@ class PagesPrint : public clitest::CliTest {
     JobSettings settings_;
     PageGeometry g_;
 };
-
-// A PDF printed 1 and 4 up on both samples, rendered at the cell's size (not shrunk from a
-// full page): gray rows dithered to one bit on the monochrome one, RGB rows on the colour one.
-TEST_F(PagesPrint, PdfOneAndFourUp) {
-    for (const char *sample : {"qml2400.pdd", "qcl4100.pdd"})
-        for (int n : {1, 4}) {
-            UsePrinter(sample);
-            settings_.nup = n;
-            PrintRequest req;
-            req.documents = {{MakePdf(), n == 1 ? "application/pdf" : ""}};
-            std::vector<RasterBlock> blocks = PrintToBlocks(req);
-            const std::string what = sample + std::string(" ") + std::to_string(n) + "-up";
-            ASSERT_EQ(blocks.size(), 3u) << what;
-            EXPECT_EQ(blocks[0].bitsPerPixel, sample[2] == 'c' ? 24 : 1) << what;
-            EXPECT_EQ(blocks[0].resolution, 600) << what;
-            NupLayout nup = MakeNupLayout(n, 1, g_, 600);
-            const double f = nup.scale / 600.0; // the library's reduction of a page into its cell
-            const long frameH = g_.cyPrintable * 600 / 720;
-            EXPECT_NEAR(blocks[0].width, g_.cxPrintable * 600 / 720 * f, 1) << what;
-
-            Ink rect = InkOf(blocks[0]);
-            EXPECT_NEAR(rect.x0, nup.origins[0].first + 600 * f, 1) << what;
-            EXPECT_NEAR(rect.y0, nup.origins[0].second + 600 * f, 1) << what;
-            EXPECT_NEAR(rect.W(), 1200 * f, 1) << what;
-            EXPECT_NEAR(rect.H(), 600 * f, 1) << what;
-            EXPECT_EQ(rect.dots, rect.W() * rect.H()) << what; // solid
-
-            // Landscape on a portrait job: turned with its top to the left, so the rectangle at
-            // its top left stands 3 by 1 at the bottom left of its cell, the bottom left one.
-            const auto [cellX, cellY] = nup.origins[n > 1 ? 2 : 0];
-            Ink turned = InkOf(blocks[2]);
-            EXPECT_NEAR(turned.H(), 3 * turned.W(), 3) << what;
-            EXPECT_GT(turned.H(), 1000 * f) << what;
-            EXPECT_LT(turned.x0 - cellX, turned.W()) << what;
-            EXPECT_GT(turned.y1, cellY + frameH * f * 3 / 4) << what;
-            if (n > 1) { // the ramp in the top right cell
-                Ink ramp = InkOf(blocks[1]);
-                EXPECT_GE(ramp.x0, nup.origins[1].first) << what;
-                EXPECT_LT(ramp.y1, cellY) << what;
-                EXPECT_GE(turned.y0, cellY) << what;
-                continue;
-            }
-            if (blocks[1].bitsPerPixel != 1) continue;
-            // The ramp: each stripe 0.75 inch high, its ink falling from all to none.
-            double last = 1.01;
-            for (int k = 0; k < 8; ++k) {
-                long top = 600 + k * 600 + 60, rows = 330;
-                Ink s = InkOf(blocks[1], top - blocks[1].y, top - blocks[1].y + rows);
-                double cover = static_cast<double>(s.dots) / (rows * (g_.cxPrintable * 600 / 720));
-                EXPECT_NEAR(cover, 1 - k / 7.0, 0.03) << "stripe " << k;
-                EXPECT_LT(cover, last) << "stripe " << k;
-                last = cover;
-            }
-        }
-}
 
 // A picture of the printable area at 300 dpi, white, with a 2 by 1 inch black bar an inch
 // from its top left corner; `landscape` swaps its sides. Samples: 8-bit gray or RGB.
@@ -243,9 +189,12 @@ void WriteJpeg(const std::string &path, const Picture &p) {
     fclose(f);
 }
 
-// Pictures and raster streams of each kind print as pages: the bar lands where the PDF's
-// rectangle does, and a landscape picture turns with its top to the left.
-TEST_F(PagesPrint, PicturesAndRasterStreams) {
+// A PDF and pictures and raster streams of each kind in one job, 1 and 4 up on both samples:
+// gray rows dithered to one bit on the monochrome one, RGB rows on the colour one. Each page is
+// rendered at its cell's size (not shrunk from a full page) and its rectangle lands where the
+// page puts it; a landscape page turns with its top to the left, so its rectangle stands at
+// the bottom left.
+TEST_F(PagesPrint, DocumentsLandInTheirCells) {
     const struct {
         const char *name, *type;
         bool landscape;
@@ -273,26 +222,58 @@ TEST_F(PagesPrint, PicturesAndRasterStreams) {
              png_image_write_to_file(&img, f.c_str(), 0, p.px.data(), 0, nullptr);
          }},
     };
-    long frameH = g_.cyPrintable * 600 / 720;
-    for (const auto &k : kinds) {
-        std::string path = (dir_ / k.name).string();
-        k.write(path, Picture(g_, k.landscape, k.channels));
-        PrintRequest req;
-        req.documents = {{path, k.type}};
-        std::vector<RasterBlock> blocks = PrintToBlocks(req);
-        ASSERT_EQ(blocks.size(), 1u) << k.name;
-        Ink bar = InkOf(blocks[0]);
-        EXPECT_NEAR(bar.x0, 600, 2) << k.name;
-        if (!k.landscape) {
-            EXPECT_NEAR(bar.y0, 600, 2) << k.name;
-            EXPECT_NEAR(bar.W(), 1200, 2) << k.name;
-            EXPECT_NEAR(bar.H(), 600, 2) << k.name;
-        } else { // its top left corner now at the bottom left
-            EXPECT_NEAR(bar.y1, frameH - 600, 3) << k.name;
-            EXPECT_NEAR(bar.W(), 600, 2) << k.name;
-            EXPECT_NEAR(bar.H(), 1200, 2) << k.name;
+    for (const auto &k : kinds) // both samples' Letter has the same printable area
+        k.write((dir_ / k.name).string(), Picture(g_, k.landscape, k.channels));
+    for (const char *sample : {"qml2400.pdd", "qcl4100.pdd"})
+        for (int n : {1, 4}) {
+            UsePrinter(sample);
+            settings_.nup = n;
+            PrintRequest req;
+            req.documents = {{MakePdf(), n == 1 ? "application/pdf" : ""}};
+            std::vector<bool> turned = {false, false, true};
+            for (const auto &k : kinds) {
+                req.documents.push_back({(dir_ / k.name).string(), k.type});
+                turned.push_back(k.landscape);
+            }
+            std::vector<RasterBlock> blocks = PrintToBlocks(req);
+            ASSERT_EQ(blocks.size(), turned.size()) << sample << " " << n << "-up";
+            NupLayout nup = MakeNupLayout(n, 1, g_, 600);
+            const double f = nup.scale / 600.0; // the library's reduction of a page into its cell
+            const long frameW = g_.cxPrintable * 600 / 720, frameH = g_.cyPrintable * 600 / 720;
+            for (size_t page = 0; page < blocks.size(); ++page) {
+                const std::string what = sample + std::string(" ") + std::to_string(n) +
+                                         "-up, page " + std::to_string(page + 1);
+                const RasterBlock &b = blocks[page];
+                const auto [x, y] = nup.origins[page % n];
+                EXPECT_EQ(b.bitsPerPixel, sample[2] == 'c' ? 24 : 1) << what;
+                EXPECT_EQ(b.resolution, 600) << what;
+                EXPECT_NEAR(b.width, frameW * f, 1) << what;
+                Ink ink = InkOf(b);
+                EXPECT_GE(ink.x0, x) << what;
+                EXPECT_GE(ink.y0, y) << what;
+                EXPECT_LE(ink.x1, x + frameW * f + 1) << what;
+                EXPECT_LE(ink.y1, y + frameH * f + 1) << what;
+                if (page == 1) continue;                        // the ramp
+                EXPECT_EQ(ink.dots, ink.W() * ink.H()) << what; // solid
+                EXPECT_NEAR(ink.x0, x + 600 * f, 2) << what;
+                EXPECT_NEAR(turned[page] ? ink.y1 : ink.y0,
+                            y + (turned[page] ? frameH - 600 : 600) * f, 2)
+                    << what;
+                EXPECT_NEAR(ink.W(), (turned[page] ? 600 : 1200) * f, 2) << what;
+                EXPECT_NEAR(ink.H(), (turned[page] ? 1200 : 600) * f, 2) << what;
+            }
+            if (n > 1 || blocks[1].bitsPerPixel != 1) continue;
+            // The ramp: each stripe 0.75 inch high, its ink falling from all to none.
+            double last = 1.01;
+            for (int k = 0; k < 8; ++k) {
+                long top = 600 + k * 600 + 60, rows = 330;
+                Ink s = InkOf(blocks[1], top - blocks[1].y, top - blocks[1].y + rows);
+                double cover = static_cast<double>(s.dots) / (rows * frameW);
+                EXPECT_NEAR(cover, 1 - k / 7.0, 0.03) << "stripe " << k;
+                EXPECT_LT(cover, last) << "stripe " << k;
+                last = cover;
+            }
         }
-    }
 }
 
 // A PNG of `w` x `h` gray pixels whose image data is one empty block.
