@@ -292,18 +292,20 @@ std::string PngHeaderOnly(uint32_t w, uint32_t h) {
            chunk("IDAT", std::string("\x78\x9c\x03\x00\x00\x00\x00\x01", 8)) + chunk("IEND", "");
 }
 
-// What can't be printed ends the job before any output: status 1, one line naming the file
-// and the reason, no file. A good file prints, and with standard error not a terminal
-// shows no progress.
-TEST_F(PagesPrint, BadDocuments) {
-    std::string good = MakePdf();
-    const std::string bytes = clitest::Slurp(good);
+// Every mistake reads the same way: one line that names it, no output, no file left. A missing
+// or damaged input is status 1; the command line and settings the printer can't take are
+// status 2. What can't be printed ends the job before any output, and nothing is allocated for
+// a false claim: no run takes much more memory than printing a good PDF, which, with standard
+// error not a terminal, shows no progress.
+TEST_F(PagesPrint, MistakesAreOneLineErrorsThatLeaveNothing) {
+    const std::string good = MakePdf(), bytes = clitest::Slurp(good);
     std::ofstream(dir_ / "cut.pdf", std::ios::binary) << bytes.substr(0, bytes.size() / 2);
     std::ofstream(dir_ / "notes.pdf") << "Shopping list: milk, bread.\n";
     std::ofstream(dir_ / "bad.png") << "\x89PNG\r\n\x1a\nnot really";
     // Headers that claim pictures of 196 megapixels with no data to bear it out.
     std::ofstream(dir_ / "header.ppm") << "P6 14000 14000 255\n";
     std::ofstream(dir_ / "bomb.png", std::ios::binary) << PngHeaderOnly(14000, 14000);
+    fs::copy_file(pdd_, dir_ / "\xe5\x8d\xb0.pdd"); // a name the library's code page can't spell
 #ifdef Q417_GS
     const std::string make = std::string(Q417_GS) +
                              " -q -dNOPAUSE -dBATCH -sDEVICE=pdfwrite -sOwnerPassword=owner "
@@ -317,41 +319,73 @@ TEST_F(PagesPrint, BadDocuments) {
     const struct {
         std::vector<std::string> args;
         int status;
-        const char *mention; // in the one line; null: nothing on standard error
-        bool needsGs;
+        std::string mention; // in the one line; empty: nothing on standard error
+        clitest::Env setup = {};
     } cases[] = {
-        {{"doc.pdf"}, 0, nullptr, false},
-        {{"cut.pdf"}, 1, "cut.pdf: damaged PDF file", false},
-        {{"notes.pdf"}, 1, "notes.pdf: not a PDF", false},
-        {{"absent.pdf"}, 1, "absent.pdf: No such file", false},
-        {{"locked.pdf"}, 1, "locked.pdf: encrypted PDF file: give its password", true},
-        {{"locked.pdf", "--password", "guess"},
-         1,
-         "locked.pdf: encrypted PDF file: the password is wrong",
-         true},
-        {{"locked.pdf", "--password", "secret"}, 0, nullptr, true},
-        {{"doc.pdf", "--page-ranges", "4-"}, 1, "--page-ranges 4-: selects none", false},
-        {{"absent.png"}, 1, "absent.png: No such file", false},
-        {{"bad.png"}, 1, "bad.png", false},
-        {{"header.ppm"}, 1, "header.ppm: image data cut short", false},
-        {{"bomb.png"}, 1, "bomb.png: image size 14000x14000 is more than its", false},
+        // clang-format off
+        {{"print", "doc.pdf"}, 0, ""},
+        {{"print", "cut.pdf"}, 1, "cut.pdf: damaged PDF file"},
+        {{"print", "notes.pdf"}, 1, "notes.pdf: not a PDF"},
+        {{"print", "absent.pdf"}, 1, "absent.pdf: No such file"},
+        {{"print", "locked.pdf"}, 1, "locked.pdf: encrypted PDF file: give its password"},
+        {{"print", "locked.pdf", "--password", "guess"}, 1, "locked.pdf: encrypted PDF file: the password is wrong"},
+        {{"print", "locked.pdf", "--password", "secret"}, 0, ""},
+        {{"print", "doc.pdf", "--page-ranges", "4-"}, 1, "--page-ranges 4-: selects none"},
+        {{"print", "absent.png"}, 1, "absent.png: No such file"},
+        {{"print", "bad.png"}, 1, "bad.png"},
+        {{"print", "header.ppm"}, 1, "header.ppm: image data cut short"},
+        {{"print", "bomb.png"}, 1, "bomb.png: image size 14000x14000 is more than its"},
+        {{"dump", "absent.prn", "-o", "listing.txt"}, 1, "absent.prn"},
+        {{"print", "-p", "absent.pdd"}, 1, "absent.pdd"},
+        {{"pdd", "show", "absent.pdd"}, 1, "absent.pdd"},
+        {{"pdd", "check", "absent.pdd"}, 1, "absent.pdd"},
+        {{"pdd", "compile", "\xe5\x8d\xb0.pdd"}, 1, "not written: the library spells the file's name in its 8-bit code"},
+        {{"print", "-o", "/dev/full"}, 1, "q417: /dev/full: No space left on device\n"},
+        {{"print", "-o", "-"}, 1, "q417: standard output: No space left on device\n", {{}, "/dev/full"}},
+        {{"print"}, 1, "Q417_HOME: /dev/null/q417: Not a directory (set it to a folder", {{{"Q417_HOME", "/dev/null/q417"}}, ""}},
+        {{"print", "--copies", "abc"}, 2, "--copies"},
+        {{"print", "--bogus"}, 2, "--bogus"},
+        {{"frob"}, 2, "frob"},
+        {{"pdd"}, 2, "subcommand"},
+        {{"dump"}, 2, "stream"},
+        {{"devmode", "get", "dm.bin"}, 2, "names"},
+        // Values out of range, each with what the option accepts.
+        {{"print", "--copies", "-1"}, 2, "--copies: -1 is out of range: expected 1 to 32767"},
+        {{"print", "--copies", "32768"}, 2, "expected 1 to 32767"},
+        {{"print", "--nup", "-1"}, 2, "expected 1, 2, 4, 6, 9 or 16"},
+        {{"print", "--nup", "3"}, 2, "expected 1, 2, 4, 6, 9 or 16"},
+        {{"print", "--watermark", "-1"}, 2, "expected 0 (none) to 65535"},
+        {{"print", "--pages", "0"}, 2, "expected 1 to 10000"},
+        {{"print", "--orientation", "up"}, 2, "portrait, landscape, reverse-portrait or reverse-l"},
+        {{"print", "--duplex", "2"}, 2, "none, long (long-edge binding) or short"},
+        {{"print", "--emulation", "PCL6"}, 2, "PCL5, PCL5e, PCL5C, PCL5eC or 1 to 6"},
+        {{"print", "--custom", "0x500"}, 2, "WIDTHxHEIGHT in points"},
+        {{"print", "--custom", "1e9x500mm"}, 2, "up to 10 m"},
+        {{"print", "--timeout", "1,2,3"}, 2, "SECONDS for both limits, or CONNECT,WRITE"},
+        {{"print", "--timeout", "-5"}, 2, "SECONDS for both limits"},
+        // Settings the printer can't take.
+        {{"print", "--paper", "Tabloid"}, 2, "unknown paper \"Tabloid\" (the printer has: A4,"},
+        {{"print", "--source", "Drawer9"}, 2, "unknown source"},
+        {{"print", "--paper", "42"}, 2, "the printer has 8 (0 to 7)"},
+        {{"print", "--custom", "10x10"}, 2, "--custom 10x10: expected 216.0 x 360.0 to"},
+        {{"devmode", "new", "dm.bin", "-s", "PAGESPERSHEET=3"}, 2, "PAGESPERSHEET"},
+        // clang-format on
     };
+    const std::vector<std::string> inputs = Leftovers();
     long goodPeakKb = 0;
     for (const auto &c : cases) {
-        if (c.needsGs && !haveGs) continue;
-        std::vector<std::string> args = {"print", "-p", pdd_, "-o", "out.prn"};
-        args.insert(args.begin() + 1, c.args.begin(), c.args.end());
-        clitest::Result r = Run(args);
-        EXPECT_EQ(r.status, c.status) << c.args[0] << ": " << r.err;
-        EXPECT_EQ(fs::exists(dir_ / "out.prn"), c.status == 0) << c.args[0];
-        if (c.mention) clitest::ExpectOneErrorLine(r, c.mention);
-        EXPECT_EQ(r.err.empty(), !c.mention) << c.args[0];
-        // Nothing allocated for a false claim: no run takes much more than the good one.
-        if (c.args[0] == "doc.pdf" && c.args.size() == 1) goodPeakKb = r.peakKb;
-        EXPECT_LT(r.peakKb, goodPeakKb + 64 * 1024) << c.args[0];
-        fs::remove(dir_ / "out.prn");
-        for (const auto &e : fs::directory_iterator(dir_))
-            EXPECT_EQ(e.path().filename().string().find(".part"), std::string::npos);
+        std::string what;
+        for (const auto &a : c.args) what += a + " ";
+        if (!haveGs && what.find("locked.pdf") != std::string::npos) continue;
+        clitest::Result r = Run(c.args, c.setup);
+        EXPECT_EQ(r.status, c.status) << what << ": " << r.err;
+        if (!c.mention.empty()) clitest::ExpectOneErrorLine(r, c.mention);
+        EXPECT_EQ(r.err.empty(), c.mention.empty()) << what;
+        EXPECT_TRUE(r.out.empty()) << what;
+        EXPECT_EQ(fs::remove(dir_ / "q417-job.prn"), c.status == 0) << what;
+        EXPECT_EQ(Leftovers(), inputs) << what;
+        if (what == "print doc.pdf ") goodPeakKb = r.peakKb;
+        EXPECT_LT(r.peakKb, goodPeakKb + 64 * 1024) << what;
     }
 }
 
