@@ -1,7 +1,7 @@
 // Documents printed end to end through Print(): a PDF drawn here with cairo (a black
-// rectangle at a known place, a gray ramp, a landscape page), printed 1 and 4 up on the
-// monochrome sample and read back from the stream's raster graphics; pictures and raster
-// streams of each kind; files that can't be printed; page ranges.
+// rectangle at a known place, a gray ramp, a landscape page) and pictures and raster streams
+// of each kind, read back from the stream's raster graphics; files and command lines that
+// can't be printed; page ranges.
 #include "pcl_decoder.h"
 #include "print.h"
 #include "printer.h"
@@ -208,12 +208,6 @@ TEST_F(PagesPrint, DocumentsLandInTheirCells) {
         {"apple.urf", "image/urf", false, 3,
          [](auto &f, auto &p) { WriteRaster(f, p, CUPS_RASTER_WRITE_APPLE, "srgb_8"); }},
         {"photo.jpg", "", false, 3, [](auto &f, auto &p) { WriteJpeg(f, p); }},
-        {"scan.ppm", "", false, 3,
-         [](auto &f, auto &p) {
-             std::ofstream o(f, std::ios::binary);
-             o << "P6\n" << p.w << " " << p.h << "\n255\n";
-             o.write(reinterpret_cast<const char *>(p.px.data()), p.px.size());
-         }},
         {"wide.png", "image/png", true, 1,
          [](auto &f, auto &p) {
              png_image img{};
@@ -391,34 +385,19 @@ TEST_F(PagesPrint, MistakesAreOneLineErrorsThatLeaveNothing) {
 
 // Ranges as "first-last" each, 0 for an open end; "" when the text is refused.
 TEST(PageRanges, Parse) {
-    const std::pair<const char *, const char *> cases[] = {
-        {"1-3,7,10-", "1-3 7-7 10-0"},
-        {"5", "5-5"},
-        {"2-", "2-0"},
-        {"1-1,2-2", "1-1 2-2"},
-        {"0", ""},
-        {"3-1", ""},
-        {"1,,2", ""},
-        {"1-3,2", ""} /* overlapping */,
-        {"7,3", ""} /* descending */,
-        {"2-,5", ""} /* after an open end */,
-        {"-3", ""},
-        {"1-3x", ""},
-        {"a", ""},
-        {" 1", ""},
-        {"99999999999", ""},
-    };
-    for (const auto &[text, want] : cases) {
+    const std::pair<const char *, const char *> good[] = {
+        {"1-3,7,10-", "1-3 7-7 10-0 "}, {"5", "5-5 "}, {"2-", "2-0 "}, {"1-1,2-2", "1-1 2-2 "}};
+    for (const auto &[text, want] : good) {
         std::string got;
-        try {
-            for (const PageRange &r : ParsePageRanges(text))
-                got += (got.empty() ? "" : " ") + std::to_string(r.first) + "-" +
-                       std::to_string(r.last);
-        } catch (const Error &) {
-            got.clear();
-        }
+        for (const PageRange &r : ParsePageRanges(text))
+            got += std::to_string(r.first) + "-" + std::to_string(r.last) + " ";
         EXPECT_EQ(got, want) << text;
     }
+    // Refused: zero, backwards, an empty item, overlapping, descending, after an open end, a
+    // sign, junk, a blank, more than an int holds.
+    for (const char *bad :
+         {"0", "3-1", "1,,2", "1-3,2", "7,3", "2-,5", "-3", "1-3x", "a", " 1", "99999999999"})
+        EXPECT_THROW(ParsePageRanges(bad), Error) << bad;
     std::vector<PageRange> r = ParsePageRanges("1-3,7,10-");
     for (int p : {1, 3, 7, 10, 500}) EXPECT_TRUE(InRanges(r, p)) << p;
     for (int p : {4, 6, 8, 9}) EXPECT_FALSE(InRanges(r, p)) << p;
