@@ -171,17 +171,17 @@ TEST_F(CliTest, JobsDecodeWholeAndCarryTheirSettings) {
         args.insert(args.end(), job.args.begin(), job.args.end());
         std::string shown;
         for (const auto &a : job.args) shown += a + " ";
+        SCOPED_TRACE(shown);
         Result r = Run(args);
-        ASSERT_EQ(r.status, 0) << shown << r.err;
+        ASSERT_EQ(r.status, 0) << r.err;
         r = Run({"dump", "job.prn"});
-        EXPECT_EQ(r.status, 0) << shown;
+        EXPECT_EQ(r.status, 0);
         const std::string &l = r.out;
-        EXPECT_NE(l.substr(l.rfind("-- ")).find(" 0 unknown\n"), std::string::npos) << shown;
-        EXPECT_EQ(Count(l, "universal exit language"), 2u) << shown;
-        EXPECT_EQ(Count(l, "** stream ends"), 0u) << shown;
-        EXPECT_EQ(FindInOrder(l, job.inOrder), -1) << shown << "\n" << l;
-        for (const auto &[marker, n] : job.counts)
-            EXPECT_EQ(Count(l, marker), n) << shown << marker;
+        EXPECT_NE(l.substr(l.rfind("-- ")).find(" 0 unknown\n"), std::string::npos);
+        EXPECT_EQ(Count(l, "universal exit language"), 2u);
+        EXPECT_EQ(Count(l, "** stream ends"), 0u);
+        EXPECT_EQ(FindInOrder(l, job.inOrder), -1) << l;
+        for (const auto &[marker, n] : job.counts) EXPECT_EQ(Count(l, marker), n) << marker;
     }
 }
 

@@ -235,26 +235,25 @@ TEST_F(PagesPrint, DocumentsLandInTheirCells) {
             const double f = nup.scale / 600.0; // the library's reduction of a page into its cell
             const long frameW = g_.cxPrintable * 600 / 720, frameH = g_.cyPrintable * 600 / 720;
             for (size_t page = 0; page < blocks.size(); ++page) {
-                const std::string what = sample + std::string(" ") + std::to_string(n) +
-                                         "-up, page " + std::to_string(page + 1);
+                SCOPED_TRACE(sample + std::string(" ") + std::to_string(n) + "-up, page " +
+                             std::to_string(page + 1));
                 const RasterBlock &b = blocks[page];
                 const auto [x, y] = nup.origins[page % n];
-                EXPECT_EQ(b.bitsPerPixel, sample[2] == 'c' ? 24 : 1) << what;
-                EXPECT_EQ(b.resolution, 600) << what;
-                EXPECT_NEAR(b.width, frameW * f, 1) << what;
+                EXPECT_EQ(b.bitsPerPixel, sample[2] == 'c' ? 24 : 1);
+                EXPECT_EQ(b.resolution, 600);
+                EXPECT_NEAR(b.width, frameW * f, 1);
                 Ink ink = InkOf(b);
-                EXPECT_GE(ink.x0, x) << what;
-                EXPECT_GE(ink.y0, y) << what;
-                EXPECT_LE(ink.x1, x + frameW * f + 1) << what;
-                EXPECT_LE(ink.y1, y + frameH * f + 1) << what;
-                if (page == 1) continue;                        // the ramp
-                EXPECT_EQ(ink.dots, ink.W() * ink.H()) << what; // solid
-                EXPECT_NEAR(ink.x0, x + 600 * f, 2) << what;
+                EXPECT_GE(ink.x0, x);
+                EXPECT_GE(ink.y0, y);
+                EXPECT_LE(ink.x1, x + frameW * f + 1);
+                EXPECT_LE(ink.y1, y + frameH * f + 1);
+                if (page == 1) continue;                // the ramp
+                EXPECT_EQ(ink.dots, ink.W() * ink.H()); // solid
+                EXPECT_NEAR(ink.x0, x + 600 * f, 2);
                 EXPECT_NEAR(turned[page] ? ink.y1 : ink.y0,
-                            y + (turned[page] ? frameH - 600 : 600) * f, 2)
-                    << what;
-                EXPECT_NEAR(ink.W(), (turned[page] ? 600 : 1200) * f, 2) << what;
-                EXPECT_NEAR(ink.H(), (turned[page] ? 1200 : 600) * f, 2) << what;
+                            y + (turned[page] ? frameH - 600 : 600) * f, 2);
+                EXPECT_NEAR(ink.W(), (turned[page] ? 600 : 1200) * f, 2);
+                EXPECT_NEAR(ink.H(), (turned[page] ? 1200 : 600) * f, 2);
             }
             if (n > 1 || blocks[1].bitsPerPixel != 1) continue;
             // The ramp: each stripe 0.75 inch high, its ink falling from all to none.
@@ -371,15 +370,16 @@ TEST_F(PagesPrint, MistakesAreOneLineErrorsThatLeaveNothing) {
         std::string what;
         for (const auto &a : c.args) what += a + " ";
         if (!haveGs && what.find("locked.pdf") != std::string::npos) continue;
+        SCOPED_TRACE(what);
         clitest::Result r = Run(c.args, c.setup);
-        EXPECT_EQ(r.status, c.status) << what << ": " << r.err;
+        EXPECT_EQ(r.status, c.status) << r.err;
         if (!c.mention.empty()) clitest::ExpectOneErrorLine(r, c.mention);
-        EXPECT_EQ(r.err.empty(), c.mention.empty()) << what;
-        EXPECT_TRUE(r.out.empty()) << what;
-        EXPECT_EQ(fs::remove(dir_ / "q417-job.prn"), c.status == 0) << what;
-        EXPECT_EQ(Leftovers(), inputs) << what;
+        EXPECT_EQ(r.err.empty(), c.mention.empty());
+        EXPECT_TRUE(r.out.empty());
+        EXPECT_EQ(fs::remove(dir_ / "q417-job.prn"), c.status == 0);
+        EXPECT_EQ(Leftovers(), inputs);
         if (what == "print doc.pdf ") goodPeakKb = r.peakKb;
-        EXPECT_LT(r.peakKb, goodPeakKb + 64 * 1024) << what;
+        EXPECT_LT(r.peakKb, goodPeakKb + 64 * 1024);
     }
 }
 
