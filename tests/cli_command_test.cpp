@@ -337,11 +337,17 @@ TEST_F(CliTest, AwkwardHomesAndFoldersWork) {
 // pdd check names each mistake by its line and key, and says whether the printer is usable:
 // status 0 when it is (a resolution, papers, a source), 1 when not.
 TEST_F(CliTest, PddCheckReportsKnownMistakesByLine) {
+    const fs::path data = fs::path(Q417_TEST_DATA) / "cli";
+    fs::copy_file(data / "mistakes.pdd", dir_ / "mistakes.pdd");
+    // Not usable: no paper source, and not a printer description at all. (They are not kept
+    // under tests/data, where every description must make a printer.)
+    std::ofstream(dir_ / "nosource.pdd") << "*PDD-Lindgate: 1\n*Resolution 300dpi/300: \"300\"\n"
+                                            "*PageSize A4/A4: 26\n*PaperDimension A4: \"595 842\"\n"
+                                            "*ImageableArea A4: \"12 12 583 830\"\n";
+    std::ofstream(dir_ / "notapdd.pdd") << "*PDD-lindgate: 1\n";
     for (auto [name, status] : {std::pair{"mistakes", 0}, {"nosource", 1}, {"notapdd", 1}}) {
-        const std::string data = std::string(Q417_TEST_DATA) + "/cli/" + name;
-        fs::copy_file(data + ".pdd", dir_ / (std::string(name) + ".pdd"));
         Result r = Run({"pdd", "check", std::string(name) + ".pdd"});
-        EXPECT_EQ(r.out, Slurp(data + ".check")) << name;
+        EXPECT_EQ(r.out, Slurp(data / (std::string(name) + ".check"))) << name;
         EXPECT_EQ(r.status, status) << name;
     }
 }
