@@ -1,17 +1,13 @@
 // q417 driven as a user drives it: the built binary run with arguments, its output, its exit
 // status and the files it leaves.
-#include "pcl_decoder.h"
 #include "tests/cli/run.h"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <arpa/inet.h>
 #include <chrono>
 #include <csignal>
 #include <netinet/in.h>
-#include <png.h>
-#include <poll.h>
 #include <regex>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -20,11 +16,17 @@
 namespace {
 
 namespace fs = std::filesystem;
-using clitest::Count;
+using clitest::CliTest;
 using clitest::Env;
 using clitest::ExpectOneErrorLine;
 using clitest::Result;
 using clitest::Slurp;
+
+size_t Count(const std::string &s, const std::string &what) {
+    size_t n = 0;
+    for (size_t p = s.find(what); p != std::string::npos; p = s.find(what, p + 1)) ++n;
+    return n;
+}
 
 // Positions of the markers in the listing, in order; -1 for the first one missing.
 int FindInOrder(const std::string &listing, const std::vector<std::string> &markers) {
@@ -46,10 +48,13 @@ std::string Noise() {
 }
 
 // A socket listening on 127.0.0.1 at a port of the kernel's choice, its address in `addr`;
-// a receive buffer of `rcvbuf` bytes when not 0.
+// a receive buffer of `rcvbuf` bytes when not 0. Accepting and reading on it give up after
+// 20 s, whatever the tool does.
 int Listen(sockaddr_in &addr, int backlog, int rcvbuf = 0) {
     int lsock = socket(AF_INET, SOCK_STREAM, 0);
     if (rcvbuf) setsockopt(lsock, SOL_SOCKET, SO_RCVBUF, &rcvbuf, sizeof rcvbuf);
+    const timeval limit{20, 0};
+    setsockopt(lsock, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
     addr = sockaddr_in{};
     addr.sin_family = AF_INET;
     addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -59,28 +64,6 @@ int Listen(sockaddr_in &addr, int backlog, int rcvbuf = 0) {
     getsockname(lsock, reinterpret_cast<sockaddr *>(&addr), &len);
     return lsock;
 }
-
-// A scratch directory a test runs in; the tool's defaults go there too.
-class CliTest : public ::testing::Test {
-  protected:
-    clitest::ScratchDir scratch_;
-    const fs::path &dir_ = scratch_.path;
-
-    pid_t Start(const std::vector<std::string> &args) { return clitest::Start(dir_, args); }
-    Result Finish(pid_t pid) { return clitest::Finish(dir_, pid); }
-    Result Run(const std::vector<std::string> &args, const Env &setup = {}) {
-        return clitest::Run(dir_, args, setup);
-    }
-
-    // Files the tool left in the scratch directory, apart from its defaults.
-    std::vector<std::string> Leftovers() {
-        std::vector<std::string> names;
-        for (const auto &e : fs::directory_iterator(dir_))
-            if (e.path().filename() != "home") names.push_back(e.path().filename());
-        std::sort(names.begin(), names.end());
-        return names;
-    }
-};
 
 TEST_F(CliTest, EverySubcommandHasHelp) {
     for (std::string command :
@@ -95,97 +78,24 @@ TEST_F(CliTest, EverySubcommandHasHelp) {
     }
 }
 
-TEST_F(CliTest, DumpListsAStreamAndReportsACut) {
-    std::string stream = "\x1b%-12345X@PJL ENTER LANGUAGE=PCL\n\x1b&l26A\x0c\x1b%-12345X";
-    std::ofstream(dir_ / "job.prn", std::ios::binary) << stream;
-    Result r = Run({"dump", "job.prn"});
-    EXPECT_EQ(r.status, 0) << r.err;
-    EXPECT_NE(r.out.find("00000000  ESC%-12345X"), std::string::npos) << r.out;
-    EXPECT_NE(r.out.find("00000021  ESC&l26A                    page size: A4"), std::string::npos)
-        << r.out;
-    EXPECT_NE(r.out.find("00000027  \\x0c                        form feed"), std::string::npos);
-
-    std::ofstream(dir_ / "cut.prn", std::ios::binary) << stream.substr(0, 37);
-    r = Run({"dump", "cut.prn", "-o", "cut.txt"});
-    EXPECT_EQ(r.status, 2);
-    EXPECT_NE(Slurp(dir_ / "cut.txt").find("00000021  ** stream ends inside an escape sequence"),
-              std::string::npos);
-}
-
-// Every mistake reads the same way: one line that names it, no output, no file left. A missing
-// input or a damaged picture is status 1; the command line and settings the printer can't take
-// are status 2.
-TEST_F(CliTest, MistakesAreOneLineErrorsThatLeaveNothing) {
-    std::ofstream(dir_ / "bad.png") << "\x89PNG\r\n\x1a\nnot really";
-    const struct {
-        std::vector<std::string> args;
-        int status;
-        std::string mention;
-    } cases[] = {
-        // clang-format off
-        {{"dump", "absent.prn", "-o", "listing.txt"}, 1, "absent.prn"},
-        {{"print", "-p", "absent.pdd"}, 1, "absent.pdd"},
-        {{"pdd", "show", "absent.pdd"}, 1, "absent.pdd"},
-        {{"pdd", "check", "absent.pdd"}, 1, "absent.pdd"},
-        {{"print", "absent.png", "-o", "out.prn"}, 1, "absent.png"},
-        {{"print", "bad.png", "-o", "out.prn"}, 1, "bad.png"},
-        {{"print", "--copies", "abc"}, 2, "--copies"},
-        {{"print", "--bogus"}, 2, "--bogus"},
-        {{"frob"}, 2, "frob"},
-        {{"pdd"}, 2, "subcommand"},
-        {{"dump"}, 2, "stream"},
-        {{"devmode", "get", "dm.bin"}, 2, "names"},
-        // Values out of range, each with what the option accepts.
-        {{"print", "--copies", "-1"}, 2, "--copies: -1 is out of range: expected 1 to 32767"},
-        {{"print", "--copies", "32768"}, 2, "expected 1 to 32767"},
-        {{"print", "--nup", "-1"}, 2, "expected 1, 2, 4, 6, 9 or 16"},
-        {{"print", "--nup", "3"}, 2, "expected 1, 2, 4, 6, 9 or 16"},
-        {{"print", "--watermark", "-1"}, 2, "expected 0 (none) to 65535"},
-        {{"print", "--pages", "0"}, 2, "expected 1 to 10000"},
-        {{"print", "--orientation", "up"}, 2, "portrait, landscape, reverse-portrait or reverse-l"},
-        {{"print", "--duplex", "2"}, 2, "none, long (long-edge binding) or short"},
-        {{"print", "--emulation", "PCL6"}, 2, "PCL5, PCL5e, PCL5C, PCL5eC or 1 to 6"},
-        {{"print", "--custom", "0x500"}, 2, "WIDTHxHEIGHT in points"},
-        {{"print", "--custom", "1e9x500mm"}, 2, "up to 10 m"},
-        {{"print", "--timeout", "1,2,3"}, 2, "SECONDS for both limits, or CONNECT,WRITE"},
-        {{"print", "--timeout", "-5"}, 2, "SECONDS for both limits"},
-        // Settings the printer can't take.
-        {{"print", "--paper", "Tabloid"}, 2, "unknown paper \"Tabloid\" (the printer has: A4,"},
-        {{"print", "--source", "Drawer9"}, 2, "unknown source"},
-        {{"print", "--paper", "42"}, 2, "the printer has 8 (0 to 7)"},
-        {{"print", "--custom", "10x10"}, 2, "--custom 10x10: expected 216.0 x 360.0 to"},
-        {{"devmode", "new", "dm.bin", "-s", "PAGESPERSHEET=3"}, 2, "PAGESPERSHEET"},
-        // clang-format on
-    };
-    for (const auto &c : cases) {
-        Result r = Run(c.args);
-        ExpectOneErrorLine(r, c.mention);
-        EXPECT_EQ(r.status, c.status) << c.mention;
-        EXPECT_TRUE(r.out.empty()) << c.mention;
-        EXPECT_EQ(Leftovers(), std::vector<std::string>{"bad.png"}) << c.mention;
-    }
-}
-
 // Jobs of every kind decode whole, with no command the decoder doesn't know, and carry their
 // settings: colour and monochrome, every N-up grid, both pattern formats of a watermark's gray,
-// custom sizes, pictures. Each row: the print arguments, listing markers that must come in
-// order, and markers counted.
+// custom sizes, pictures, every paper, source and resolution of the samples. Each row: the
+// print arguments, listing markers that must come in order, and markers counted.
 TEST_F(CliTest, JobsDecodeWholeAndCarryTheirSettings) {
     std::ofstream(dir_ / "gray.pgm") << "P2 3 2 255\n0 128 255\n64 32 200\n";
-    const uint8_t rgb[] = {255, 0, 0, 0, 255, 0, 0, 0, 255, 0, 0, 0, 255, 255, 255, 128, 128, 128};
-    png_image img{};
-    img.version = PNG_IMAGE_VERSION;
-    img.width = 3, img.height = 2, img.format = PNG_FORMAT_RGB;
-    ASSERT_TRUE(png_image_write_to_file(&img, (dir_ / "rgb.png").c_str(), 0, rgb, 0, nullptr));
+    std::ofstream(dir_ / "rgb.ppm")
+        << "P3 3 2 255\n255 0 0 0 255 0 0 0 255\n0 0 0 9 9 9 128 128 128\n";
     const auto duplex = [](const char *code, const char *binding) {
         return std::vector<std::string>{"ESC&l26A", "ESC&l0O", "ESC&l4D", "ESC&l1E",
                                         std::string("ESC&l") + code + "S" +
                                             "                     simplex/duplex: " + binding};
     };
-    const struct {
+    struct Job {
         std::vector<std::string> args, inOrder;
         std::vector<std::pair<std::string, size_t>> counts;
-    } jobs[] = {
+    };
+    std::vector<Job> jobs = {
         // clang-format off
         // Job header, the first sheet's page header; cells 2 to 4 share the first sheet, the
         // second sheet comes with a form feed.
@@ -223,51 +133,26 @@ TEST_F(CliTest, JobsDecodeWholeAndCarryTheirSettings) {
         {{"-p", "mono", "--paper", "Env10", "--orientation", "reverse-portrait"}, {}, {}},
         {{"gray.pgm", "-p", "mono", "--nup", "4"}, {}, {}},
         // Pictures on a colour printer: 24-bit rows at 600 dpi, one raster each, all decodable.
-        {{"rgb.png", "gray.pgm", "--nup", "2"},
+        {{"rgb.ppm", "gray.pgm", "--nup", "2"},
          {"direct by pixel), 0 bits an index, primaries 8/8/8 bits", "ESC*t600R", "ESC*r1A", "ESC*rC",
           "ESC*r1A", "ESC*rC"},
          {{"ESC*r1A", 2}, {"not decodable", 0}}},
         // clang-format on
     };
-    for (const auto &job : jobs) {
-        std::vector<std::string> args = {"print", "-o", "job.prn"};
-        args.insert(args.end(), job.args.begin(), job.args.end());
-        std::string shown;
-        for (const auto &a : job.args) shown += a + " ";
-        Result r = Run(args);
-        ASSERT_EQ(r.status, 0) << shown << r.err;
-        r = Run({"dump", "job.prn"});
-        EXPECT_EQ(r.status, 0) << shown;
-        const std::string &l = r.out;
-        EXPECT_NE(l.substr(l.rfind("-- ")).find(" 0 unknown\n"), std::string::npos) << shown;
-        EXPECT_EQ(Count(l, "universal exit language"), 2u) << shown;
-        EXPECT_EQ(Count(l, "** stream ends"), 0u) << shown;
-        EXPECT_EQ(FindInOrder(l, job.inOrder), -1) << shown << "\n" << l;
-        for (const auto &[marker, n] : job.counts)
-            EXPECT_EQ(Count(l, marker), n) << shown << marker;
-    }
-    // Without a port the job lands in the current directory.
-    fs::remove(dir_ / "job.prn");
-    ASSERT_EQ(Run({"print"}).status, 0);
-    EXPECT_EQ(Leftovers(), (std::vector<std::string>{"gray.pgm", "q417-job.prn", "rgb.png"}));
-}
-
-// Every paper, source and resolution of both sample descriptions reaches the stream with the
-// code its description gives it (read from the file, not restated here).
-TEST_F(CliTest, EverySampleOptionReachesTheStreamWithItsCode) {
+    // Every paper, source and resolution of both samples, with the code its description gives
+    // it (read from the file, not restated here): "*PageSize A4/...: 26" -> ESC&l26A, and so on.
+    const std::regex option(R"re(\*(PageSize|InputSlot|Resolution) (\w+)/.*: "?(\d+)"?)re");
     for (const char *sample : {"qcl4100.pdd", "qml2400.pdd"}) {
         fs::copy_file(fs::path(Q417_SOURCE_DIR) / "share" / sample, dir_ / sample);
-        // Key -> the listing's command: "*PageSize A4/...: 26" -> ESC&l26A, and so on.
         std::vector<std::pair<std::string, std::string>> papers, sources, resolutions;
         std::istringstream pdd(Slurp(dir_ / sample));
         for (std::string line; std::getline(pdd, line);) {
             std::smatch m;
-            if (std::regex_match(line, m, std::regex(R"(\*PageSize (\w+)/.*: (\d+))")))
-                papers.push_back({m[1], "ESC&l" + m.str(2) + "A"});
-            else if (std::regex_match(line, m, std::regex(R"(\*InputSlot (\w+)/.*: (\d+))")))
-                sources.push_back({m[1], "ESC&l" + m.str(2) + "H"});
-            else if (std::regex_match(line, m, std::regex(R"re(\*Resolution (\w+)/.*: "(\d+)")re")))
-                resolutions.push_back({m[1], "ESC&u" + m.str(2) + "D"});
+            if (!std::regex_match(line, m, option)) continue;
+            const std::string kind = m[1], code = m[3];
+            if (kind == "PageSize") papers.push_back({m[2], "ESC&l" + code + "A "});
+            if (kind == "InputSlot") sources.push_back({m[2], "ESC&l" + code + "H "});
+            if (kind == "Resolution") resolutions.push_back({m[2], "ESC&u" + code + "D "});
         }
         ASSERT_GE(papers.size(), 5u) << sample;
         ASSERT_GE(sources.size(), 2u) << sample;
@@ -275,72 +160,64 @@ TEST_F(CliTest, EverySampleOptionReachesTheStreamWithItsCode) {
         for (size_t i = 0; i < papers.size() || i < sources.size(); ++i) {
             const auto &paper = papers[i % papers.size()], &source = sources[i % sources.size()],
                        &res = resolutions[i % resolutions.size()];
-            ASSERT_EQ(Run({"print", "-p", sample, "--paper", paper.first, "--source", source.first,
-                           "--resolution", res.first, "-o", "job.prn"})
-                          .status,
-                      0)
-                << sample << " " << paper.first;
-            const std::string l = Run({"dump", "job.prn"}).out;
-            EXPECT_EQ(FindInOrder(l, {res.second + " ", paper.second + " ", source.second + " "}),
-                      -1)
-                << sample << ": " << paper.first << ", " << source.first << ", " << res.first;
+            jobs.push_back({{"-p", sample, "--paper", paper.first, "--source", source.first,
+                             "--resolution", res.first},
+                            {res.second, paper.second, source.second},
+                            {}});
         }
+    }
+    for (const auto &job : jobs) {
+        std::vector<std::string> args = {"print", "-o", "job.prn"};
+        args.insert(args.end(), job.args.begin(), job.args.end());
+        std::string shown;
+        for (const auto &a : job.args) shown += a + " ";
+        SCOPED_TRACE(shown);
+        Result r = Run(args);
+        ASSERT_EQ(r.status, 0) << r.err;
+        r = Run({"dump", "job.prn"});
+        EXPECT_EQ(r.status, 0);
+        const std::string &l = r.out;
+        EXPECT_NE(l.substr(l.rfind("-- ")).find(" 0 unknown\n"), std::string::npos);
+        EXPECT_EQ(Count(l, "universal exit language"), 2u);
+        EXPECT_EQ(Count(l, "** stream ends"), 0u);
+        EXPECT_EQ(FindInOrder(l, job.inOrder), -1) << l;
+        for (const auto &[marker, n] : job.counts) EXPECT_EQ(Count(l, marker), n) << marker;
     }
 }
 
-// A raw TCP port: a listener on 127.0.0.1 takes the job and must get the same bytes a file
-// gets; a port nobody listens on is an error.
-TEST_F(CliTest, SocketOutputArrivesWhole) {
+// A printer that stops reading, or never answers, ends the job with a message that names the
+// host and what timed out; nothing waits for ever.
+TEST_F(CliTest, StalledPrinterTimesOut) {
+    std::ofstream(dir_ / "noise.pgm", std::ios::binary) << Noise();
     sockaddr_in addr;
-    int lsock = Listen(addr, 1);
-    int port = ntohs(addr.sin_port);
-    std::string received;
-    std::thread listener([&] {
-        // Bounded: gives up after 20 s without a byte, whatever the tool does.
-        pollfd p{lsock, POLLIN, 0};
-        if (poll(&p, 1, 20000) != 1) return;
-        int c = accept(lsock, nullptr, nullptr);
-        if (c < 0) return;
-        char buf[65536];
-        for (;;) {
-            pollfd q{c, POLLIN, 0};
-            if (poll(&q, 1, 20000) != 1) break;
-            ssize_t got = read(c, buf, sizeof buf);
-            if (got <= 0) break;
-            received.append(buf, static_cast<size_t>(got));
-        }
-        close(c);
-    });
-    Result r = Run({"print", "--nup", "2", "--pages", "3", "-o",
-                    "socket://127.0.0.1:" + std::to_string(port)});
-    listener.join();
-    close(lsock);
-    ASSERT_EQ(r.status, 0) << r.err;
-    ASSERT_EQ(Run({"print", "--nup", "2", "--pages", "3", "-o", "job.prn"}).status, 0);
-    std::string file = Slurp(dir_ / "job.prn");
-    EXPECT_GT(file.size(), 1000u);
-    EXPECT_EQ(received, file);
+    int lsock = Listen(addr, 0, 4096);
+    const std::string port = "socket://127.0.0.1:" + std::to_string(ntohs(addr.sin_port));
+    // Accepted by the kernel, never read.
+    auto t0 = std::chrono::steady_clock::now();
+    Result r =
+        Run({"print", "noise.pgm", "--resolution", "300dpi", "--timeout", "5,1", "-o", port});
+    EXPECT_LT(std::chrono::steady_clock::now() - t0, std::chrono::seconds(10)); // not 300 s
+    ExpectOneErrorLine(r, port + ": the printer took no data for 1 s (write timeout)");
+    EXPECT_EQ(r.status, 1);
 
-    // The port is free again: nobody listens there now.
-    Result refused = Run({"print", "-o", "socket://127.0.0.1:" + std::to_string(port)});
-    ExpectOneErrorLine(refused, "socket://127.0.0.1:" + std::to_string(port));
+    // The backlog is full now (the last connection was never accepted): a new one waits.
+    int filler = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
+    connect(filler, reinterpret_cast<sockaddr *>(&addr), sizeof addr);
+    r = Run({"print", "--timeout", "1", "-o", port});
+    ExpectOneErrorLine(r, "127.0.0.1 did not accept the connection within 1 s (connect timeout)");
+    close(filler);
+    close(lsock);
 }
 
 // Output lands where the user pointed: a device or FIFO is written in place and stays what it
-// is, a link is followed and stays a link, a replaced file keeps its mode, and a failed write
-// is an error that names its cause.
+// is, a link is followed and stays a link, a replaced file keeps its mode, and a raw TCP port
+// (a listener on 127.0.0.1) gets the same bytes a file gets; a port nobody listens on is an
+// error. (A failed write is among the mistakes in pages_print_test.)
 TEST_F(CliTest, OutputGoesWhereItPoints) {
     ASSERT_EQ(Run({"print", "-o", "plain.prn"}).status, 0);
     const std::string job = Slurp(dir_ / "plain.prn");
     fs::remove(dir_ / "plain.prn");
 
-    Result r = Run({"print", "-o", "/dev/full"});
-    ExpectOneErrorLine(r, "q417: /dev/full: No space left on device\n");
-    EXPECT_EQ(r.status, 1);
-    EXPECT_TRUE(fs::is_character_file("/dev/full"));
-    r = Run({"print", "-o", "-"}, {{}, "/dev/full"});
-    ExpectOneErrorLine(r, "q417: standard output: No space left on device\n");
-    EXPECT_EQ(r.status, 1);
     ASSERT_EQ(Run({"print", "-o", "/dev/null"}).status, 0);
     EXPECT_TRUE(fs::is_character_file("/dev/null"));
 
@@ -350,7 +227,7 @@ TEST_F(CliTest, OutputGoesWhereItPoints) {
         std::ifstream f(dir_ / "fifo", std::ios::binary);
         fromFifo.assign(std::istreambuf_iterator<char>(f), {});
     });
-    r = Run({"print", "-o", "fifo"});
+    Result r = Run({"print", "-o", "fifo"});
     reader.join();
     EXPECT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(fromFifo, job);
@@ -375,32 +252,23 @@ TEST_F(CliTest, OutputGoesWhereItPoints) {
     if (root) {
         EXPECT_EQ(st.st_uid, 4321u);
     }
-}
 
-// A printer that stops reading, or never answers, ends the job with a message that names the
-// host and what timed out; nothing waits for ever.
-TEST_F(CliTest, StalledPrinterTimesOut) {
-    std::ofstream(dir_ / "noise.pgm", std::ios::binary) << Noise();
     sockaddr_in addr;
-    int lsock = Listen(addr, 0, 4096);
+    int lsock = Listen(addr, 1);
     const std::string port = "socket://127.0.0.1:" + std::to_string(ntohs(addr.sin_port));
-
-    // Accepted by the kernel, never read.
-    auto t0 = std::chrono::steady_clock::now();
-    Result r =
-        Run({"print", "noise.pgm", "--resolution", "300dpi", "--timeout", "5,1", "-o", port});
-    auto took = std::chrono::steady_clock::now() - t0;
-    ExpectOneErrorLine(r, port + ": the printer took no data for 1 s (write timeout)");
-    EXPECT_EQ(r.status, 1);
-    EXPECT_LT(took, std::chrono::seconds(10)); // not the default 300 s
-
-    // The backlog is full now (the last connection was never accepted): a new one waits.
-    int filler = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
-    connect(filler, reinterpret_cast<sockaddr *>(&addr), sizeof addr);
-    r = Run({"print", "--timeout", "1", "-o", port});
-    ExpectOneErrorLine(r, "127.0.0.1 did not accept the connection within 1 s (connect timeout)");
-    close(filler);
+    std::string received;
+    std::thread listener([&] {
+        int c = accept(lsock, nullptr, nullptr);
+        char buf[65536];
+        for (ssize_t got; (got = read(c, buf, sizeof buf)) > 0;) received.append(buf, size_t(got));
+        close(c);
+    });
+    r = Run({"print", "-o", port});
+    listener.join();
     close(lsock);
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(received, job);
+    ExpectOneErrorLine(Run({"print", "-o", port}), port); // the port is free again
 }
 
 // A job killed by a signal leaves no temporary file, and the tool dies of that signal.
@@ -428,8 +296,6 @@ TEST_F(CliTest, AwkwardHomesAndFoldersWork) {
     const Env noHome{{{"Q417_HOME", ""}, {"XDG_CACHE_HOME", ""}, {"HOME", "/dev/null"}}, ""};
     Result r = Run({"print", "-o", "job.prn"}, noHome);
     EXPECT_EQ(r.status, 0) << r.err;
-    r = Run({"print", "-o", "job.prn"}, {{{"Q417_HOME", "/dev/null/q417"}}, ""});
-    ExpectOneErrorLine(r, "Q417_HOME: /dev/null/q417: Not a directory (set it to a folder");
 
     // A home far longer than the library's room for a font path keeps its watermark.
     const std::string deep = (dir_ / std::string(60, 'h')).string();
@@ -452,9 +318,7 @@ TEST_F(CliTest, AwkwardHomesAndFoldersWork) {
         EXPECT_TRUE(fs::exists(dir_ / folder / "q.bdd"));
         EXPECT_EQ(Run({"print", "-p", folder + "/q.pdd", "-o", "job.prn"}).status, 0);
     }
-    fs::copy_file(pdd, dir_ / "\xe5\x8d\xb0.pdd");
-    r = Run({"pdd", "compile", "\xe5\x8d\xb0.pdd"});
-    ExpectOneErrorLine(r, "not written: the library spells the file's name in its 8-bit code");
+    fs::copy_file(pdd, dir_ / "\xe5\x8d\xb0.pdd"); // can't be compiled: read from its text
     EXPECT_EQ(Run({"print", "-p", "\xe5\x8d\xb0.pdd", "-o", "job.prn"}).status, 0);
 
     // A compiled file damaged after it was written (600 dpi turned into 65368) is rebuilt.
@@ -471,92 +335,37 @@ TEST_F(CliTest, AwkwardHomesAndFoldersWork) {
     EXPECT_EQ(Slurp(dir_ / "d.bdd").find(bdd), std::string::npos);
 }
 
+// pdd check names each mistake by its line and key, and says whether the printer is usable:
+// status 0 when it is (a resolution, papers, a source), 1 when not.
 TEST_F(CliTest, PddCheckReportsKnownMistakesByLine) {
-    fs::copy_file(fs::path(Q417_TEST_DATA) / "cli" / "mistakes.pdd", dir_ / "mistakes.pdd");
-    Result r = Run({"pdd", "check", "mistakes.pdd"});
-    // Each finding names its line and its key, and says which kind of mistake it is.
-    const struct {
-        int line;
-        const char *key, *kind;
-    } findings[] = {
-        {5, "pagesize", "wrong case"},
-        {6, "PageSize:", "option"},
-        {7, "LanguageLevel:", "above"},
-        {8, "PrinterLanguage:", "language"},
-        {9, "DefaultCustomPageSize:", "above"},
-        {10, "PaperDimension", "width"},
-        {11, "ColorDevice:", "no value"},
-        {12, "Product", "colon"},
-        {13, "ImageableArea", ".port"},
-        {14, "PageSize", "never be found"},
-        {15, "PaperDimension", "never be found"},
-        {20, "Frobnicate:", "unknown key"},
-    };
-    std::vector<std::string> lines;
-    std::istringstream listing(r.out);
-    for (std::string l; std::getline(listing, l);) lines.push_back(l);
-    for (const auto &f : findings) {
-        std::string head = "mistakes.pdd:" + std::to_string(f.line) + ": \"" + f.key + "\": ";
-        auto at = std::find_if(lines.begin(), lines.end(),
-                               [&](const std::string &l) { return l.rfind(head, 0) == 0; });
-        ASSERT_NE(at, lines.end()) << head << "\n" << r.out;
-        EXPECT_NE(at->find(f.kind), std::string::npos) << *at;
-    }
-    for (int good : {3, 4, 16, 17, 18, 19})
-        EXPECT_EQ(r.out.find("mistakes.pdd:" + std::to_string(good) + ":"), std::string::npos)
-            << good << "\n"
-            << r.out;
-    EXPECT_NE(r.out.find("mistakes.pdd: \"A4\": paper without a size"), std::string::npos) << r.out;
-    EXPECT_NE(r.out.find("mistakes.pdd: 13 findings;"), std::string::npos) << r.out;
-    EXPECT_EQ(r.status, 0) << r.out; // still usable: a resolution, papers, a source
-
+    const fs::path data = fs::path(Q417_TEST_DATA) / "cli";
+    fs::copy_file(data / "mistakes.pdd", dir_ / "mistakes.pdd");
+    // Not usable: no paper source, and not a printer description at all. (They are not kept
+    // under tests/data, where every description must make a printer.)
     std::ofstream(dir_ / "nosource.pdd") << "*PDD-Lindgate: 1\n*Resolution 300dpi/300: \"300\"\n"
                                             "*PageSize A4/A4: 26\n*PaperDimension A4: \"595 842\"\n"
                                             "*ImageableArea A4: \"12 12 583 830\"\n";
-    r = Run({"pdd", "check", "nosource.pdd"});
-    EXPECT_EQ(r.status, 1);
-    EXPECT_NE(r.out.find("no paper source"), std::string::npos) << r.out;
-    EXPECT_NE(r.out.find("NOT usable"), std::string::npos) << r.out;
-
     std::ofstream(dir_ / "notapdd.pdd") << "*PDD-lindgate: 1\n";
-    r = Run({"pdd", "check", "notapdd.pdd"});
-    EXPECT_EQ(r.status, 1);
-    EXPECT_NE(r.out.find("not a printer description"), std::string::npos) << r.out;
+    for (auto [name, status] : {std::pair{"mistakes", 0}, {"nosource", 1}, {"notapdd", 1}}) {
+        Result r = Run({"pdd", "check", std::string(name) + ".pdd"});
+        EXPECT_EQ(r.out, Slurp(data / (std::string(name) + ".check"))) << name;
+        EXPECT_EQ(r.status, status) << name;
+    }
 }
 
-// pdd show of the colour sample, checked against what its file says.
+// pdd show of the colour sample. A4 there is 595.2 x 841.8 pt, its portrait area 17 18 578
+// 823.8, its landscape one 18 14.4 577.2 827.4 turned.
 TEST_F(CliTest, PddShowMatchesTheSampleFile) {
-    fs::copy_file(fs::path(Q417_SOURCE_DIR) / "share" / "qcl4100.pdd", dir_ / "qcl4100.pdd");
+    const std::string sample = Slurp(fs::path(Q417_SOURCE_DIR) / "share" / "qcl4100.pdd");
+    std::ofstream(dir_ / "qcl4100.pdd", std::ios::binary) << sample;
     Result r = Run({"pdd", "show", "qcl4100.pdd"});
-    ASSERT_EQ(r.status, 0) << r.err;
-    const std::string &s = r.out;
-    auto has = [&](const std::string &what) {
-        EXPECT_NE(s.find(what), std::string::npos) << what << "\n" << s;
-    };
-    has("model              Quillmark CL 4100");
-    has("file version       2.10");
-    has("colours            3 (colour)");
-    has("portrait command   \"@PJL SET ORIENTATION=PORTRAIT\\n\"");
-    has("Papers: 8");
-    // A4: 595.2 x 841.8 pt; portrait area 17 18 578 823.8, landscape 18 14.4 577.2 827.4 turned.
-    has("0*  A4           A4 210 x 297 mm            9    26  595.2 x 841.8   210.0 x 297.0   "
-        "17.0,18.0 561.0 x 805.8     14.4,18.0 813.0 x 559.2");
-    has("1   Letter       US Letter                  1     2  612.0 x 792.0   215.9 x 279.4   "
-        "18.0,18.0 576.0 x 756.0     14.4,18.0 763.2 x 576.0");
-    has("7C  Custom       Custom Size              256   101");
-    has("custom size: 216.0 x 360.0 pt to 612.0 x 1008.0 pt, default 576.0 x 720.0 pt");
-    has("Paper sources: 5");
-    has("0*  Tray1            upper                      1        1");
-    has("2   Manual           manual feed                2        4");
-    has("Output bins: 2");
-    has("Media types: 4");
-    has("Resolutions: 3");
-    has("1*  600dpi           600 dpi                    600      600 x 600");
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, Slurp(fs::path(Q417_TEST_DATA) / "cli" / "qcl4100.show"));
 
     // Text of the description is in its code page, shown as UTF-8; control bytes escaped.
     std::ofstream(dir_ / "cafe.pdd", std::ios::binary)
         << "*PDD-Lindgate: 1\n*Product: \"Caf\xe9 \x1b[31m\x81\"\n"
-        << Slurp(dir_ / "qcl4100.pdd").substr(Slurp(dir_ / "qcl4100.pdd").find("*FileVersion"));
+        << sample.substr(sample.find("*FileVersion"));
     r = Run({"pdd", "show", "cafe.pdd"});
     EXPECT_NE(r.out.find("model              Caf\xc3\xa9 \\x1b[31m\\x81\n"), std::string::npos)
         << r.out.substr(0, 200);

@@ -1,8 +1,6 @@
-// The renderer's pieces of q417 print: N-up placement as the library places cells, and the
-// PBM/PGM/PPM reader. (Where test pages land in their cells is in pages_render_test.)
+// The PBM/PGM/PPM reader of q417 print. (N-up cells against the library's are checked in
+// pages_render_test.)
 #include "image.h"
-#include "job/job.h"
-#include "render.h"
 #include "tool.h"
 
 #include <gtest/gtest.h>
@@ -14,41 +12,6 @@
 namespace {
 
 using namespace q417tool;
-
-// The renderer must land each page in the cell whose origin the library uses: its grid against
-// the library's own, for every pages-per-sheet value, orientation and resolution, on Letter
-// (frame 8 x 10.5 inches) and A4.
-TEST(CliRender, NupLayoutIsTheLibrarysForEveryGrid) {
-    const PageGeometry papers[] = {{6120, 7920, 5760, 7560, 180, 180},
-                                   {5953, 8419, 5713, 8179, 120, 120}};
-    for (const PageGeometry &g : papers)
-        for (int n : {1, 2, 3, 4, 6, 9, 16})
-            for (SHORT orientation : {1, 2})
-                for (SHORT dpi : {300, 600, 1200}) {
-                    SPLDEVINFO info{};
-                    DDIDEVMODE dm{};
-                    info.cxPaper = g.cxPaper, info.cyPaper = g.cyPaper;
-                    info.cxPrintable = g.cxPrintable, info.cyPrintable = g.cyPrintable;
-                    info.cxMargin = g.cxMargin, info.cyMargin = g.cyMargin;
-                    dm.bLayout = BYTE(n), dm.dmOrientation = orientation, dm.dmPaperSize = 1;
-                    dm.dmPrintQuality = dm.dmYResolution = dpi;
-                    info.pDevMode = Ptr32From(&dm);
-                    InitSubPages(&info);
-                    const NupLayout l = MakeNupLayout(n, orientation, g, dpi);
-                    SCOPED_TRACE(testing::Message() << g.cxPaper << " " << n << "-up, orientation "
-                                                    << orientation << ", " << dpi << " dpi");
-                    EXPECT_EQ(l.scale, info.nPagesPerSheet > 1 ? info.nScaleX : dpi);
-                    EXPECT_EQ(info.nPagesPerSheet, n == 3 ? 1u : DWORD(n));
-                    EXPECT_EQ(l.origins.size(), size_t(info.nPagesPerSheet));
-                    if (info.nPagesPerSheet < 2) continue;
-                    EXPECT_EQ(l.cxSubPage, info.cxSubPage);
-                    EXPECT_EQ(l.cySubPage, info.cySubPage);
-                    for (size_t i = 0; i < l.origins.size() && i < 16; ++i)
-                        EXPECT_EQ(l.origins[i],
-                                  std::make_pair(info.SubPageOrg[i][0], info.SubPageOrg[i][1]))
-                            << "cell " << i;
-                }
-}
 
 std::vector<uint8_t> Bytes(const std::string &s) {
     return {s.begin(), s.end()};

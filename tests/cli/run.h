@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
@@ -30,22 +31,6 @@ inline std::string Slurp(const fs::path &p) {
     return s.str();
 }
 
-inline size_t Count(const std::string &s, const std::string &what) {
-    size_t n = 0;
-    for (size_t p = s.find(what); p != std::string::npos; p = s.find(what, p + 1)) ++n;
-    return n;
-}
-
-// A private directory under /tmp, removed with the object.
-struct ScratchDir {
-    fs::path path;
-    ScratchDir() {
-        char tmpl[] = "/tmp/q417cliXXXXXX";
-        path = mkdtemp(tmpl);
-    }
-    ~ScratchDir() { fs::remove_all(path); }
-};
-
 struct Result {
     int status = -1; // -1 when a signal ended the run
     int signal = 0;
@@ -60,49 +45,6 @@ struct Env {
     std::string stdoutTo;
 };
 
-// Starts the tool in `dir`, its home in dir/home; its output goes to .stdout and .stderr there.
-inline pid_t Start(const fs::path &dir, const std::vector<std::string> &args,
-                   const Env &setup = {}) {
-    const fs::path out = dir / ".stdout", err = dir / ".stderr";
-    pid_t pid = fork();
-    if (pid == 0) {
-        if (chdir(dir.c_str()) != 0) _exit(127);
-        const char *to = setup.stdoutTo.empty() ? out.c_str() : setup.stdoutTo.c_str();
-        dup2(open(to, O_WRONLY | O_CREAT | O_TRUNC, 0644), 1);
-        dup2(open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), 2);
-        setenv("Q417_HOME", (dir / "home").c_str(), 1);
-        unsetenv("Q417_WINDIR");
-        for (const auto &[name, value] : setup.env)
-            value.empty() ? unsetenv(name.c_str()) : setenv(name.c_str(), value.c_str(), 1);
-        std::vector<char *> argv{const_cast<char *>(Q417_TOOL)};
-        for (const auto &a : args) argv.push_back(const_cast<char *>(a.c_str()));
-        argv.push_back(nullptr);
-        execv(Q417_TOOL, argv.data());
-        _exit(127);
-    }
-    return pid;
-}
-
-inline Result Finish(const fs::path &dir, pid_t pid) {
-    Result r;
-    int st = 0;
-    rusage ru{};
-    wait4(pid, &st, 0, &ru);
-    r.status = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
-    r.signal = WIFSIGNALED(st) ? WTERMSIG(st) : 0;
-    r.peakKb = ru.ru_maxrss;
-    for (auto [file, text] : {std::pair{".stdout", &r.out}, {".stderr", &r.err}}) {
-        *text = Slurp(dir / file);
-        fs::remove(dir / file);
-    }
-    return r;
-}
-
-inline Result Run(const fs::path &dir, const std::vector<std::string> &args,
-                  const Env &setup = {}) {
-    return Finish(dir, Start(dir, args, setup));
-}
-
 // A failure reads as one line: "q417: " and what names the cause.
 inline void ExpectOneErrorLine(const Result &r, const std::string &mention) {
     EXPECT_NE(r.status, 0);
@@ -111,5 +53,67 @@ inline void ExpectOneErrorLine(const Result &r, const std::string &mention) {
     EXPECT_EQ(r.err.rfind("q417: ", 0), 0u) << r.err;
     EXPECT_NE(r.err.find(mention), std::string::npos) << r.err;
 }
+
+// Each test runs the tool in a private directory under /tmp, removed afterwards; the tool's
+// home is dir_/home, its output goes to .stdout and .stderr there while it runs.
+class CliTest : public ::testing::Test {
+  protected:
+    CliTest() {
+        char tmpl[] = "/tmp/q417cliXXXXXX";
+        dir_ = mkdtemp(tmpl);
+    }
+    ~CliTest() override { fs::remove_all(dir_); }
+
+    pid_t Start(const std::vector<std::string> &args, const Env &setup = {}) {
+        const fs::path out = dir_ / ".stdout", err = dir_ / ".stderr";
+        pid_t pid = fork();
+        if (pid == 0) {
+            if (chdir(dir_.c_str()) != 0) _exit(127);
+            const char *to = setup.stdoutTo.empty() ? out.c_str() : setup.stdoutTo.c_str();
+            dup2(open(to, O_WRONLY | O_CREAT | O_TRUNC, 0644), 1);
+            dup2(open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), 2);
+            setenv("Q417_HOME", (dir_ / "home").c_str(), 1);
+            unsetenv("Q417_WINDIR");
+            for (const auto &[name, value] : setup.env)
+                value.empty() ? unsetenv(name.c_str()) : setenv(name.c_str(), value.c_str(), 1);
+            std::vector<char *> argv{const_cast<char *>(Q417_TOOL)};
+            for (const auto &a : args) argv.push_back(const_cast<char *>(a.c_str()));
+            argv.push_back(nullptr);
+            execv(Q417_TOOL, argv.data());
+            _exit(127);
+        }
+        return pid;
+    }
+
+    Result Finish(pid_t pid) {
+        Result r;
+        int st = 0;
+        rusage ru{};
+        wait4(pid, &st, 0, &ru);
+        r.status = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
+        r.signal = WIFSIGNALED(st) ? WTERMSIG(st) : 0;
+        r.peakKb = ru.ru_maxrss;
+        for (auto [file, text] : {std::pair{".stdout", &r.out}, {".stderr", &r.err}}) {
+            *text = Slurp(dir_ / file);
+            fs::remove(dir_ / file);
+        }
+        return r;
+    }
+
+    Result Run(const std::vector<std::string> &args, const Env &setup = {}) {
+        return Finish(Start(args, setup));
+    }
+
+    // Files the tool left in the scratch directory, apart from its home.
+    std::vector<std::string> Leftovers() {
+        std::vector<std::string> names;
+        for (const auto &e : fs::directory_iterator(dir_))
+            if (e.path().filename() != "home") names.push_back(e.path().filename());
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+
+    fs::path dir_;
+};
 
 } // namespace clitest
