@@ -1,40 +1,31 @@
 // The stream writers one by one, on the record of a job with its first page open: language
 // switches, the HP-GL/2 scale, the page command's numbers, tray and paper memory, the header
 // hooks, the identification comments and their limits.
-#include "job_harness.h"
 #include "stream_support.h"
 
-#include "config/config.h"
 #include "stream/stream.h"
 
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 
 using namespace streamtest;
-using q417::test::JobHarness;
 
 namespace {
 
-class StreamWriters : public ::testing::Test {
-  protected:
+struct StreamWriters : StreamTest {
     void SetUp() override {
-        DefaultXfers();
-        ASSERT_TRUE(Q417_SetWindowsDirectory(h.dir().c_str())); // no watermarks
-        live0 = q417::mem::LiveBlocks();
-        Open(std::string(kDescription) + kVersion);
+        StreamTest::SetUp();
+        Open(kVersion);
     }
     void TearDown() override {
         Close();
-        Q417_SetWindowsDirectory(nullptr);
-        EXPECT_EQ(q417::mem::LiveBlocks(), live0); // the writers keep no block
+        StreamTest::TearDown(); // the writers keep no block
     }
 
-    // Starts a job on the description and opens its first page; the test then owns the record.
-    void Open(const std::string &description, const std::u16string &name = u"Report") {
+    // Starts a job on quill.pdd and more lines and opens its first page; the test then owns the
+    // record.
+    void Open(const std::string &more, const std::u16string &name = u"Report") {
         Close();
-        std::filesystem::remove(std::filesystem::path(h.pddPath()).replace_extension("bdd"));
-        std::ofstream(h.pddPath(), std::ios::binary) << description;
+        WriteDescription(more);
         ASSERT_NE(h.Start(), nullptr);
         h.SendSetup(h.DevMode(16), name);
         ASSERT_EQ(DrvSplStartPage(h.job()), 1);
@@ -62,8 +53,6 @@ class StreamWriters : public ::testing::Test {
         return out;
     }
 
-    JobHarness h{"writers"};
-    long live0 = 0;
     SPLDEVINFO *info = nullptr;
     DDIDEVMODE *dm = nullptr;
 };
@@ -232,7 +221,7 @@ TEST_F(StreamWriters, TrayMemory) {
 // ---- Header hooks ----
 
 // The hooks mark the stream where they run and check what they are given.
-JobHarness *harness;
+q417::test::JobHarness *harness;
 SPLDEVINFO *record;
 DWORD Hook(const char *name, DDIDEVMODE *pdm, DWORD word, void *cust) {
     EXPECT_EQ(Ptr32As<SPLDEVINFO>(pdm->pJobInfo), record) << name;
@@ -341,7 +330,7 @@ TEST_F(StreamWriters, DescriptionTextsInTheComments) {
          "@PJL SET ORIENTATION=LANDSCAPE\n"},
     };
     for (const Case &c : cases) {
-        Open(kDescription + c.version);
+        Open(c.version);
         dm->wEmulation = 2;
         dm->dmOrientation = c.orientation;
         WritePCLJobHeader(info);
@@ -358,7 +347,7 @@ TEST_F(StreamWriters, DescriptionTextsInTheComments) {
 TEST_F(StreamWriters, NamesThatDoNotFitAreCut) {
     // A job name of 500 characters keeps 399 in the 400-byte buffer.
     const std::u16string longName(500, u'n');
-    Open(std::string(kDescription) + kVersion, longName);
+    Open(kVersion, longName);
     EXPECT_EQ(PJL_WriteJobName(info), 1);
     EXPECT_EQ(Take(), "@PJL COMMENT Job Name: " + std::string(399, 'n') + "\n");
     EXPECT_EQ(GlobalFlags(dm->hJobName) & 0xFF, 0u); // the name is unlocked again
