@@ -79,11 +79,12 @@ class JobHarness {
     const std::filesystem::path &dir() const { return dir_; }
     const std::string &pddPath() const { return pdd_; }
 
-    // Puts a module where the loading rule finds it first: beside the PDD, named "printer.DLL";
-    // or where it looks next, in the driver directory.
+    // Puts a module where the loading rule finds it first: beside the PDD, named "printer.DLL".
     void InstallPlugin(const char *module) { Link(module, dir_ / "printer.DLL"); }
-    void InstallDriverDirPlugin(const char *module) {
-        Link(module, dir_ / "driver" / "2" / "QMARKDLG.DLL");
+    static void Link(const char *module, const std::filesystem::path &to) {
+        std::filesystem::create_directories(to.parent_path());
+        std::filesystem::remove(to);
+        std::filesystem::create_symlink(module, to);
     }
 
     // The recording plug-in's view, once the library has loaded it.
@@ -180,12 +181,6 @@ class JobHarness {
             if (e.kind == Event::Write) s += e.text;
         return s;
     }
-    std::vector<Event> Writes() const {
-        std::vector<Event> w;
-        for (const auto &e : events)
-            if (e.kind == Event::Write) w.push_back(e);
-        return w;
-    }
     // Fails the write that holds byte number failAt of the stream (0 for none); every other
     // write goes through.
     void FailWriteAtByte(size_t failAt) { failAt_ = failAt; }
@@ -204,11 +199,6 @@ class JobHarness {
     static void Observe(void *ctx, const char *entry) {
         static_cast<JobHarness *>(ctx)->events.push_back({Event::Call, entry});
     }
-    static void Link(const char *module, const std::filesystem::path &to) {
-        std::filesystem::create_directories(to.parent_path());
-        std::filesystem::remove(to);
-        std::filesystem::create_symlink(module, to);
-    }
 
     std::filesystem::path dir_;
     std::string pdd_;
@@ -216,6 +206,26 @@ class JobHarness {
     HANDLE32 hPrinter_ = 0;
     void *job_ = nullptr;
     size_t failAt_ = 0;
+};
+
+// A printer and its job, with the transfer tables made and no plug-in: every block the test
+// makes is gone at its end, and no job name is left.
+struct JobTest : ::testing::Test {
+    JobHarness h{"job"};
+    long live0 = 0;
+    void SetUp() override {
+        FreeFunctionTable();
+        DefaultXfers(); // the tables outlive jobs; count them in from the start
+        live0 = q417::mem::LiveBlocks();
+    }
+    void TearDown() override {
+        q417::mem::FailAllocation(0);
+        q417::mem::FailLock(0);
+        if (h.job()) h.Close();
+        FreeFunctionTable();
+        EXPECT_EQ(hJobName, 0u);
+        EXPECT_EQ(q417::mem::LiveBlocks(), live0) << "a block outlived its job";
+    }
 };
 
 } // namespace q417::test
