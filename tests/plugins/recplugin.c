@@ -113,22 +113,4 @@ DEVMODE_ONLY(OEM_AbortDoc)
 GET_CONFIG(OEM_GetConfig)
 GET_CONFIG(OEM_BidiGetPrinterData)
 
-#define UNCALLED(name)                                                                             \
-    DWORD name(void) {                                                                             \
-        Record(#name, 0);                                                                          \
-        return 0;                                                                                  \
-    }
-UNCALLED(OEM_DeletePrinter)
-UNCALLED(OEM_DevCaps)
-UNCALLED(OEM_DevInstall)
-UNCALLED(OEM_DriverDialog)
-UNCALLED(OEM_GetCustDataSize)
-UNCALLED(OEM_GetPropertyPages)
-UNCALLED(OEM_InitCustData)
-UNCALLED(OEM_InitializePrinter)
-UNCALLED(OEM_InitUIData)
-UNCALLED(OEM_ReadCustData)
-UNCALLED(OEM_UpdateCustData)
-UNCALLED(OEM_WriteCustData)
-
 #endif /* REC_NONE */
