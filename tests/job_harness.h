@@ -14,6 +14,7 @@
 
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -37,8 +38,7 @@ inline SPLDEVINFO LetterRecord() {
     r.cyPaper = 7920;
     r.cxPrintable = 5760;
     r.cyPrintable = 7560;
-    r.cxMargin = 180;
-    r.cyMargin = 180;
+    r.cxMargin = r.cyMargin = 180;
     r.nPage = 1;
     return r;
 }
@@ -58,11 +58,11 @@ class JobHarness {
         std::filesystem::create_directories(dir_ / "driver");
         pdd_ = (dir_ / "printer.PDD").string();
         driverDir_ = (dir_ / "driver").string();
-        Q417_PRINTER p{};
-        p.name = "Test 417";
-        p.pdd_path = pdd_.c_str();
-        p.driver_dir = driverDir_.c_str();
-        p.port = "LPT1:";
+        const Q417_PRINTER p{.name = "Test 417",
+                             .pdd_path = pdd_.c_str(),
+                             .driver_dir = driverDir_.c_str(),
+                             .port = "LPT1:",
+                             .windows_dir = nullptr};
         hPrinter_ = Q417_AddPrinter(&p);
         Q417_SetOutputCallback(hPrinter_, &JobHarness::Sink, this);
     }
@@ -93,8 +93,7 @@ class JobHarness {
         if (!hCustUIDLL) return out;
         auto count = reinterpret_cast<PFN_Rec_Count>(GetProcAddress(hCustUIDLL, "Rec_Count"));
         auto get = reinterpret_cast<PFN_Rec_Get>(GetProcAddress(hCustUIDLL, "Rec_Get"));
-        if (!count || !get) return out;
-        for (int i = 0; i < count(); ++i) out.push_back(*get(i));
+        for (int i = 0; count && get && i < count(); ++i) out.push_back(*get(i));
         return out;
     }
     // The names of the entries called, less the header hooks the stream writers call.
@@ -165,11 +164,36 @@ class JobHarness {
         if (info) std::memcpy(&copy, info.get(), sizeof copy);
         return copy;
     }
-    DDIDEVMODE DevModeCopy() const {
-        q417::job::Locked<SPLDEVINFO> info(q417::job::JobOf(job_)->hDevInfo);
-        DDIDEVMODE copy{};
-        if (const DDIDEVMODE *pdm = DevModeOf(info.get())) std::memcpy(&copy, pdm, sizeof copy);
-        return copy;
+    // The device mode copy, which stays locked for the job; there must be one.
+    DDIDEVMODE DevModeCopy() const { return *Ptr32As<DDIDEVMODE>(Record().pDevMode); }
+
+    // A job of three pages as the graphics half drives it: blocks 1, 2 (and 8 after the first
+    // block 2) before each page, which change() may edit, then the page's print data. Returns
+    // what each page's print data returned.
+    using PageChange = std::function<void(int page, SPLDEVINFO &, DDIDEVMODE &)>;
+    std::vector<BOOL> RunJob(const std::vector<BYTE> &devMode, const std::u16string &name,
+                             const PageChange &change = {}) {
+        events.clear();
+        std::vector<BOOL> sent;
+        EXPECT_NE(Start(), nullptr);
+        for (int page = 1; page <= 3; ++page) {
+            SPLDEVINFO r = page == 1 ? LetterRecord() : Record();
+            r.nPage = page;
+            r.nSubPage = page - 1;
+            std::vector<BYTE> dm = devMode;
+            if (change) change(page, r, *reinterpret_cast<DDIDEVMODE *>(dm.data()));
+            EXPECT_EQ(SendRecord(r), 1);
+            EXPECT_EQ(SendDevMode(dm), 1);
+            if (page == 1) {
+                EXPECT_EQ(SendName(name), 1);
+            }
+            EXPECT_EQ(DrvSplStartPage(job_), 1) << page;
+            sent.push_back(SendData(PageData(page)));
+            EXPECT_EQ(DrvSplEndPage(job_), 1) << page;
+        }
+        DrvSplEndDoc(job_);
+        Close();
+        return sent;
     }
 
     // ---- The stream ----

@@ -127,7 +127,10 @@ TEST_F(Bridge, AWholeJobCallsEachEntryAtItsPointWithItsArguments) {
 
     ASSERT_NE(h.Start(), nullptr);
     std::vector<BYTE> dm = h.DevMode(24);
-    reinterpret_cast<DDIDEVMODE *>(dm.data())->dwCustDataWord = 0x600DCAFE;
+    auto *pdm = reinterpret_cast<DDIDEVMODE *>(dm.data());
+    pdm->dwCustDataWord = 0x600DCAFE;
+    pdm->hPrinter = 0x5555; // the sender's, stale: every entry sets its own
+    pdm->pCustData = 0x7777;
     h.SendSetup(dm, u"Ledger");
     const std::string pages[2] = {"<first page>", "<second page>"};
     for (int page = 0; page < 2; ++page) {
@@ -186,12 +189,13 @@ TEST_F(Bridge, AWholeJobCallsEachEntryAtItsPointWithItsArguments) {
         if (&c < &calls[firstCall]) continue;
         SCOPED_TRACE(entry);
         EXPECT_EQ(c.hPrinter, h.printer());
+        EXPECT_NE(c.pCustData, 0u) << "24 bytes of plug-in data behind the record";
+        EXPECT_NE(c.pCustData, 0x7777u) << "the sender's pointer is set anew";
         if (entry == "OEM_GetConfig" || entry == "OEM_BidiGetPrinterData") {
             EXPECT_EQ(c.arg[0], reinterpret_cast<uintptr_t>(cfgBlock)) << "the CFGINFO block";
         } else if (entry == "OEM_BeginSession") {
             EXPECT_EQ(c.arg[0], ghModule) << "the library's module";
             EXPECT_EQ(c.dmPrintQuality, c.dmYResolution) << "set before the session";
-            EXPECT_NE(c.pCustData, 0u) << "24 bytes of plug-in data behind the record";
             EXPECT_EQ(c.arg[1], reinterpret_cast<uintptr_t>(c.pdm));
             EXPECT_EQ(c.arg[2], 0u);
             EXPECT_EQ(c.arg[3], 2u);

@@ -79,9 +79,8 @@ struct Entries : q417::test::JobTest {
 };
 
 // Without a device mode copy, or when the record cannot be locked, every entry does nothing:
-// not even the plug-in is loaded. Otherwise it first sets the printer handle and the plug-in
-// data pointer that a block 2 brought from the sender.
-TEST_F(Entries, EachEntryNeedsAUsableRecordAndRefreshesItsPointers) {
+// not even the plug-in is loaded.
+TEST_F(Entries, WithoutAUsableRecordEveryEntryDoesNothing) {
     const std::pair<std::string, std::function<BOOL()>> entries[] = {
         {"StartPage", [&] { return DrvSplStartPage(h.job()); }},
         {"EndPage", [&] { return DrvSplEndPage(h.job()); }},
@@ -106,21 +105,6 @@ TEST_F(Entries, EachEntryNeedsAUsableRecordAndRefreshesItsPointers) {
             EXPECT_EQ(hCustUIDLL, plugin) << lockFails;
             EXPECT_EQ(h.events.size(), written) << lockFails;
         }
-        if (name == "Abort") continue;
-        std::vector<BYTE> dm = h.DevMode(8);
-        auto *pdm = reinterpret_cast<DDIDEVMODE *>(dm.data());
-        pdm->hPrinter = 0x5555;
-        pdm->pCustData = 0x7777;
-        SPLDEVINFO r = h.Record();
-        r.hPrinter = 0x5555;
-        ASSERT_EQ(h.SendRecord(r), 1);
-        ASSERT_EQ(h.SendDevMode(dm), 1);
-        entry();
-        q417::job::Locked<SPLDEVINFO> info(q417::job::JobOf(h.job())->hDevInfo);
-        const DDIDEVMODE *copy = DevModeOf(info.get());
-        EXPECT_EQ(copy->hPrinter, h.printer());
-        EXPECT_EQ(info->hPrinter, h.printer());
-        EXPECT_EQ(Ptr32To(copy->pCustData), reinterpret_cast<const BYTE *>(copy) + sizeof *copy);
     }
 }
 
@@ -163,32 +147,7 @@ TEST_F(Entries, EveryEntryReleasesTheLocksItTook) {
 
 // ---- Whole jobs ------------------------------------------------------------------------------
 
-struct WholeJob : q417::test::JobTest {
-    std::set<std::string> data;
-    std::vector<BOOL> sent; // what each page's print data returned
-
-    // A job of three pages as the graphics half drives it: blocks 1 and 2 before each page.
-    void Run(const std::vector<BYTE> &dm, const std::u16string &name = u"Annual report") {
-        h.events.clear();
-        sent.clear();
-        ASSERT_NE(h.Start(), nullptr);
-        h.SendSetup(dm, name);
-        for (int page = 1; page <= 3; ++page) {
-            if (page > 1) {
-                SPLDEVINFO r = h.Record();
-                r.nSubPage = page - 1;
-                ASSERT_EQ(h.SendRecord(r), 1);
-                ASSERT_EQ(h.SendDevMode(dm), 1);
-            }
-            ASSERT_EQ(DrvSplStartPage(h.job()), 1) << page;
-            data.insert(PageData(page));
-            sent.push_back(h.SendData(PageData(page), static_cast<BYTE>(page * 40)));
-            ASSERT_EQ(DrvSplEndPage(h.job()), 1) << page;
-        }
-        DrvSplEndDoc(h.job());
-        h.Close();
-    }
-};
+using WholeJob = q417::test::JobTest;
 
 // The end of a job that opened no page: no footer. The watermark font goes by what the last
 // first page decided, which may be an earlier job's. An abort writes nothing: no footer, and a
@@ -223,13 +182,14 @@ TEST_F(WholeJob, AJobWithoutPagesOrAnAbortWritesNoFooter) {
 }
 
 TEST_F(WholeJob, AFailedWriteAtAnyByteSilencesTheCommandsButNotThePrintData) {
-    Run(h.DevMode());
+    h.RunJob(h.DevMode(), u"Annual report");
     const std::vector<Event> clean = h.events;
+    const std::set<std::string> data = {PageData(1), PageData(2), PageData(3)};
     const size_t total = h.bytesOffered;
     for (size_t failAt = 1; failAt <= total; ++failAt) {
         h.bytesOffered = 0;
         h.FailWriteAtByte(failAt);
-        Run(h.DevMode());
+        const std::vector<BOOL> sent = h.RunJob(h.DevMode(), u"Annual report");
         // After a failed command nothing but print data reaches the printer; print data
         // reports its own write.
         std::vector<Event> expect;
@@ -261,8 +221,8 @@ TEST_F(WholeJob, AThousandJobsLeaveOnlyTheProcessWideBlocks) {
     // Job 0 sets up what lives for the process (the configuration cache, the plug-in).
     for (int job = 0; job <= 1000; ++job) {
         if (job == 1) live = q417::mem::LiveBlocks();
-        Run(h.DevMode(16, 600, job % 2 ? 4 : 1),
-            u"Job " + std::u16string(1, static_cast<char16_t>(u'A' + job % 26)));
+        h.RunJob(h.DevMode(16, 600, job % 2 ? 4 : 1),
+                 u"Job " + std::u16string(1, static_cast<char16_t>(u'A' + job % 26)));
     }
     EXPECT_EQ(q417::mem::LiveBlocks(), live);
     EXPECT_NE(hCustUIDLL, 0u);
