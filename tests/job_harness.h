@@ -96,13 +96,6 @@ class JobHarness {
         for (int i = 0; count && get && i < count(); ++i) out.push_back(*get(i));
         return out;
     }
-    // The names of the entries called, less the header hooks the stream writers call.
-    std::vector<std::string> PluginCallNames() const {
-        std::vector<std::string> names;
-        for (const auto &c : PluginCalls())
-            if (!std::strstr(c.entry, "Cust")) names.push_back(c.entry);
-        return names;
-    }
     // Routes the plug-in's calls into the event log; the plug-in must be loaded.
     void ObservePlugin() {
         auto set =
@@ -199,10 +192,11 @@ class JobHarness {
     // ---- The stream ----
     std::vector<Event> events;
     void Mark(const std::string &what) { events.push_back({Event::Mark, what}); }
+    // What the printer received, with the test's marks as "<mark>".
     std::string Stream() const {
         std::string s;
         for (const auto &e : events)
-            if (e.kind == Event::Write) s += e.text;
+            if (e.kind != Event::Call) s += e.kind == Event::Mark ? "<" + e.text + ">" : e.text;
         return s;
     }
     // Fails the write that holds byte number failAt of the stream (0 for none); every other

@@ -181,12 +181,11 @@ TEST(NUp, ScalingTruncatesTwiceAndAddsTheOrigin) {
 TEST(NUp, ZerosAndExtremesFromTheSenderDoNotTrap) {
     // No defined result, but no trap either: the sanitizers watch this one.
     for (INT value : {0, INT_MAX}) {
-        for (int field = 0; field < 4; ++field) {
+        for (INT SPLDEVINFO::*field : {&SPLDEVINFO::cxPaper, &SPLDEVINFO::cyPaper,
+                                       &SPLDEVINFO::cxPrintable, &SPLDEVINFO::cyPrintable}) {
             for (BYTE n : {2, 4, 6}) {
                 Sheet s(n, 1);
-                INT *fields[] = {&s.info.cxPaper, &s.info.cyPaper, &s.info.cxPrintable,
-                                 &s.info.cyPrintable};
-                *fields[field] = value;
+                s.info.*field = value;
                 InitSubPages(&s.info);
             }
         }

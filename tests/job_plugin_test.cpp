@@ -91,7 +91,9 @@ TEST_F(Bridge, ASessionOfZeroOrARefusedStartDocStopsThePageBeforeAnyHeader) {
         ASSERT_NE(p.Start(), nullptr);
         p.SendSetup(p.DevMode());
         EXPECT_EQ(DrvSplStartPage(p.job()), c.page);
-        EXPECT_EQ(p.PluginCallNames(), c.calls);
+        std::vector<std::string> calls;
+        for (const RecCall &call : p.PluginCalls()) calls.push_back(call.entry);
+        EXPECT_EQ(calls, c.calls);
         EXPECT_EQ(q417::job::JobOf(p.job())->dwState, c.state);
         EXPECT_EQ(p.DevModeCopy().dwSession, c.session);
         EXPECT_EQ(p.Record().bJobFlags & JOB_HEADER_SENT, c.page ? JOB_HEADER_SENT : 0);

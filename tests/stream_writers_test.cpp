@@ -44,11 +44,9 @@ struct StreamWriters : StreamTest {
         DiscardDeviceInfo(nullptr);
     }
 
-    // What the printer got since the last call; the test's marks show as "<mark>".
+    // What the printer got since the last call.
     std::string Take() {
-        std::string out;
-        for (const auto &e : h.events)
-            out += e.kind == q417::test::Event::Mark ? "<" + e.text + ">" : e.text;
+        const std::string out = h.Stream();
         h.events.clear();
         return out;
     }
