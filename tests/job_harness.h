@@ -192,11 +192,10 @@ class JobHarness {
     // ---- The stream ----
     std::vector<Event> events;
     void Mark(const std::string &what) { events.push_back({Event::Mark, what}); }
-    // What the printer received, with the test's marks as "<mark>".
+    // What the printer received, with the plug-in's calls and the test's marks as "<name>".
     std::string Stream() const {
         std::string s;
-        for (const auto &e : events)
-            if (e.kind != Event::Call) s += e.kind == Event::Mark ? "<" + e.text + ">" : e.text;
+        for (const auto &e : events) s += e.kind == Event::Write ? e.text : "<" + e.text + ">";
         return s;
     }
     // Fails the write that holds byte number failAt of the stream (0 for none); every other

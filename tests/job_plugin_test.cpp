@@ -1,6 +1,6 @@
 // The plug-in bridge: where the plug-in is found, its entries by name, and what the spool side
 // tells it, checked through plug-ins built for the purpose and loaded by the real rule.
-#include "job_harness.h"
+#include "stream_support.h"
 
 #include "config/config.h"
 #include "q417/host_tools.h"
@@ -151,29 +151,7 @@ TEST_F(Bridge, AWholeJobCallsEachEntryAtItsPointWithItsArguments) {
     h.Mark("EndDoc");
     DrvSplEndDoc(h.job());
 
-    // The log with each run of the library's commands as one "commands" entry.
-    std::vector<std::string> got;
-    for (const q417::test::Event &e : h.events) {
-        std::string item = e.text;
-        if (e.kind == q417::test::Event::Write && e.text != pages[0] && e.text != pages[1])
-            item = "commands";
-        if (item == "commands" && !got.empty() && got.back() == "commands") continue;
-        got.push_back(item);
-    }
-    // clang-format off
-    const std::vector<std::string> expect = {
-        "StartPage",
-        "OEM_GetConfig", "OEM_BidiGetPrinterData", // the configuration, then the copy of it
-        "OEM_BeginSession", "OEM_StartDoc",
-        "commands", "OEM_PJLCustJobHeader", "commands", "OEM_PDLCustJobHeader", // job header
-        "commands", "OEM_PDLCustPageHeader", "commands", pages[0],             // page header
-        "EndPage", // no watermark: nothing
-        "StartPage", "OEM_BeginSession", // every page; the job's StartDoc only once
-        "commands", "OEM_PDLCustPageHeader", "commands", pages[1],
-        "EndPage",
-        "EndDoc", "commands", "OEM_PJLCustJobFooter", "OEM_EndDoc", "OEM_EndSession"};
-    // clang-format on
-    EXPECT_EQ(got, expect);
+    EXPECT_STREAM(h.Stream(), streamtest::Golden("plugin_job.txt"));
 
     // Arguments, against the job's own blocks.
     // The blocks stay locked for the job (the record: within the fixture's lifetime of it).
