@@ -89,12 +89,10 @@ class JobHarness {
 
     // The recording plug-in's view, once the library has loaded it.
     std::vector<RecCall> PluginCalls() const {
-        std::vector<RecCall> out;
-        if (!hCustUIDLL) return out;
-        auto count = reinterpret_cast<PFN_Rec_Count>(GetProcAddress(hCustUIDLL, "Rec_Count"));
-        auto get = reinterpret_cast<PFN_Rec_Get>(GetProcAddress(hCustUIDLL, "Rec_Get"));
-        for (int i = 0; count && get && i < count(); ++i) out.push_back(*get(i));
-        return out;
+        auto get = reinterpret_cast<PFN_Rec_Calls>(GetProcAddress(hCustUIDLL, "Rec_Calls"));
+        int count = 0;
+        const RecCall *calls = hCustUIDLL && get ? get(&count) : nullptr;
+        return {calls, calls + count};
     }
     // Routes the plug-in's calls into the event log; the plug-in must be loaded.
     void ObservePlugin() {

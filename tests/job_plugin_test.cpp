@@ -204,9 +204,8 @@ TEST_F(Bridge, APluginLoadedByGetConfigIsUnloadedWhenItEnds) {
     const std::u16string path = (h.dir() / "printer.DLL").u16string();
     const HMODULE own = LoadLibraryW(path.c_str());
     ASSERT_NE(own, 0u);
-    auto count = reinterpret_cast<PFN_Rec_Count>(GetProcAddress(own, "Rec_Count"));
-    auto get = reinterpret_cast<PFN_Rec_Get>(GetProcAddress(own, "Rec_Get"));
-    ASSERT_TRUE(count && get);
+    auto recCalls = reinterpret_cast<PFN_Rec_Calls>(GetProcAddress(own, "Rec_Calls"));
+    ASSERT_NE(recCalls, nullptr);
 
     std::vector<BYTE> dm = h.DevMode();
     auto *pdm = reinterpret_cast<DDIDEVMODE *>(dm.data());
@@ -216,16 +215,18 @@ TEST_F(Bridge, APluginLoadedByGetConfigIsUnloadedWhenItEnds) {
             ASSERT_NE(FillFunctionTable(h.printer()), 0);
         }
         const HMODULE module = hCustUIDLL;
-        const int first = count();
+        int first = 0, count = 0;
+        recCalls(&first);
         BYTE cfg[CFGINFO_SIZE] = {};
         ASSERT_EQ(GetConfig(pdm, cfg), 1);
         EXPECT_EQ(hCustUIDLL, module);
         EXPECT_EQ(CustDLL.OEM_GetConfig != nullptr, loadedBefore) << "the table goes with it";
-        ASSERT_EQ(count() - first, 2);
-        for (int i = first; i < count(); ++i) {
-            EXPECT_STREQ(get(i)->entry, i == first ? "OEM_GetConfig" : "OEM_BidiGetPrinterData");
-            EXPECT_EQ(get(i)->pdm, pdm);
-            EXPECT_EQ(get(i)->arg[0], reinterpret_cast<uintptr_t>(cfg)) << "the caller's block";
+        const RecCall *calls = recCalls(&count);
+        ASSERT_EQ(count - first, 2);
+        for (int i = first; i < count; ++i) {
+            EXPECT_STREQ(calls[i].entry, i == first ? "OEM_GetConfig" : "OEM_BidiGetPrinterData");
+            EXPECT_EQ(calls[i].pdm, pdm);
+            EXPECT_EQ(calls[i].arg[0], reinterpret_cast<uintptr_t>(cfg)) << "the caller's block";
         }
         Q417_FreeConfig(cfg);
     }

@@ -10,8 +10,7 @@
 
 #define REC_EXPORT __attribute__((visibility("default")))
 
-REC_EXPORT int Rec_Count(void);
-REC_EXPORT const RecCall *Rec_Get(int index);
+REC_EXPORT const RecCall *Rec_Calls(int *count);
 REC_EXPORT void Rec_SetObserver(REC_OBSERVER fn, void *ctx);
 
 static RecCall calls[REC_MAX_CALLS];
@@ -19,11 +18,9 @@ static int nCalls;
 static REC_OBSERVER observer;
 static void *observerCtx;
 
-int Rec_Count(void) {
-    return nCalls;
-}
-const RecCall *Rec_Get(int index) {
-    return index >= 0 && index < nCalls ? &calls[index] : 0;
+const RecCall *Rec_Calls(int *count) {
+    *count = nCalls;
+    return calls;
 }
 void Rec_SetObserver(REC_OBSERVER fn, void *ctx) {
     observer = fn;
