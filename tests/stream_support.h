@@ -86,22 +86,17 @@ constexpr unsigned short kTray1 = 0, kTray4 = 1, kTrayAuto = 2;
 
 // A printer on quill.pdd, with no plug-in, no configuration read yet and no watermark
 // definitions: nothing but page set-up commands in the stream.
-struct StreamTest : ::testing::Test {
-    q417::test::JobHarness h{"stream"};
-    long live0 = 0;
+struct StreamTest : q417::test::JobTest {
     void SetUp() override {
-        FreeFunctionTable();
         DiscardDeviceInfo(nullptr);
-        DefaultXfers();
         ASSERT_TRUE(Q417_SetWindowsDirectory(h.dir().c_str()));
-        live0 = q417::mem::LiveBlocks();
+        JobTest::SetUp();
         WriteDescription(kVersion);
     }
     void TearDown() override {
-        FreeFunctionTable();
         DiscardDeviceInfo(nullptr);
         Q417_SetWindowsDirectory(nullptr);
-        EXPECT_EQ(q417::mem::LiveBlocks(), live0);
+        JobTest::TearDown();
     }
     // quill.pdd and further lines; a binary configuration made from an earlier one goes.
     void WriteDescription(const std::string &more) {
