@@ -5,52 +5,34 @@
 namespace {
 
 using q417::test::Event;
-using q417::test::JobHarness;
 using q417::test::LetterRecord;
 
-struct Channel : ::testing::Test {
-    JobHarness h{"channel"};
-    long live0 = 0;
-    void SetUp() override {
-        DefaultXfers(); // the tables outlive jobs; count them in from the start
-        live0 = q417::mem::LiveBlocks();
-    }
-    void TearDown() override {
-        q417::mem::FailAllocation(0);
-        q417::mem::FailLock(0);
-        if (h.job()) h.Close();
-        EXPECT_EQ(hJobName, 0u);
-        EXPECT_EQ(q417::mem::LiveBlocks(), live0) << "a block outlived its job";
-    }
-    void Setup(const std::u16string &name = u"Name") {
+struct Channel : q417::test::JobTest {
+    void Open() {
         ASSERT_NE(h.Start(), nullptr);
-        h.SendSetup(h.DevMode(), name);
-    }
-    void SetHistory(SHORT paper, SHORT tray) {
-        q417::job::Locked<SPLDEVINFO> info(q417::job::JobOf(h.job())->hDevInfo);
-        info->nLastPaper = paper;
-        info->nLastTray = tray;
+        h.SendSetup(h.DevMode(), u"Name");
     }
 };
 
 // A failed start still reads the tables and arms the watermark font: the graphics half prints
-// gray watermarks through them whatever became of the job.
-TEST_F(Channel, StartDocMakesAFreshRecordOrNothing) {
+// gray watermarks through them whatever became of the job. The close asks for the record's
+// lock again when it fails once; every block goes either way.
+TEST_F(Channel, StartDocMakesAFreshRecordOrNothingAndCloseFreesEveryBlock) {
     struct Case {
         long failAlloc, failLock; // job block, then record
         bool job;
         SHORT lastPaper;
-    } cases[] = {{0, 0, true, -1},
-                 {1, 0, false, 0},
-                 {2, 0, false, 0},
-                 {0, 1, false, 0},
-                 {0, 2, true, 0}}; // an unlocked record stays zero-filled
+        long closeFailLock;
+    } cases[] = {{0, 0, true, -1, 0}, {1, 0, false, 0, 0}, {2, 0, false, 0, 0},
+                 {0, 1, false, 0, 0}, {0, 2, true, 0, 0}, // an unlocked record stays zero-filled
+                 {0, 0, true, -1, 1}, {0, 0, true, -1, 2}};
     for (const Case &c : cases) {
+        SCOPED_TRACE(testing::Message() << c.failAlloc << c.failLock << c.closeFailLock);
         FreeXfers();
         bDoWtrMrkFontHeader = 0;
         q417::mem::FailAllocation(c.failAlloc);
         q417::mem::FailLock(c.failLock);
-        EXPECT_EQ(h.Start() != nullptr, c.job) << c.failAlloc << c.failLock;
+        EXPECT_EQ(h.Start() != nullptr, c.job);
         EXPECT_EQ(bDoWtrMrkFontHeader, 1);
         EXPECT_NE(RedXfer, nullptr);
         q417::mem::FailAllocation(0);
@@ -63,23 +45,16 @@ TEST_F(Channel, StartDocMakesAFreshRecordOrNothing) {
         EXPECT_EQ(r.nLastPaper, c.lastPaper);
         EXPECT_EQ(r.nLastTray, c.lastPaper);
         EXPECT_EQ(r.pDevMode, 0u);
-        h.Close();
-    }
-}
-
-// The close asks for the record's lock again when it fails once; every block goes either way.
-TEST_F(Channel, CloseFreesEveryBlockWhicheverLockFails) {
-    for (long failLock : {0, 1, 2}) {
-        Setup();
-        q417::mem::FailLock(failLock);
+        h.SendSetup(h.DevMode(), u"Name");
+        q417::mem::FailLock(c.closeFailLock);
         h.Close();
         q417::mem::FailLock(0);
-        EXPECT_EQ(q417::mem::LiveBlocks(), live0) << "lock " << failLock << " fails";
+        EXPECT_EQ(q417::mem::LiveBlocks(), live0);
     }
 }
 
 TEST_F(Channel, EveryTagButTheFourStateTagsIsPrintDataWithTheTagStripped) {
-    Setup();
+    Open();
     for (BYTE tag : {0, 3, 7, 9, 99, 101, 255}) {
         DWORD written = 0xDEAD;
         const std::string payload = "page " + std::to_string(tag);
@@ -106,57 +81,87 @@ TEST_F(Channel, EveryTagButTheFourStateTagsIsPrintDataWithTheTagStripped) {
     DrvSplClose(nullptr);
 }
 
-TEST_F(Channel, Block1KeepsTheHistoryWordsUnlessTheSenderSaysForget) {
-    Setup();
+// A block 1 replaces the record as far as it reaches, but for the history words, kept unless
+// the sender says forget; it releases the device mode copy, and the sender's pointer goes.
+TEST_F(Channel, Block1ReplacesTheRecordButItsHistory) {
+    Open();
     struct Case {
         DWORD flags;
-        SHORT paper, tray;
-    } cases[] = {{0, 3, 5}, {DEV_FORGET_HISTORY, -1, -1}, {DEV_FORGET_HISTORY | 0x02, -1, -1}};
+        DWORD size;
+        SHORT paper, tray, orient;
+        BYTE outputMode; // past 200 bytes: the block's, or what the record had
+    } cases[] = {
+        {0, sizeof(SPLDEVINFO), 3, 5, 2, OUTPUT_PCL},
+        {DEV_FORGET_HISTORY, sizeof(SPLDEVINFO), -1, -1, 2, OUTPUT_PCL},
+        {DEV_FORGET_HISTORY | 0x02, 200, -1, -1, 7, OUTPUT_HPGL}, // up to nSubPage
+    };
     for (const Case &c : cases) {
-        SetHistory(3, 5); // what the library has told the printer
+        ASSERT_EQ(h.SendDevMode(h.DevMode()), 1);
+        {
+            q417::job::Locked<SPLDEVINFO> info(q417::job::JobOf(h.job())->hDevInfo);
+            info->nLastPaper = 3; // what the library has told the printer
+            info->nLastTray = 5;
+            info->nLastOrient = 7;
+            info->bOutputMode = OUTPUT_HPGL;
+        }
         SPLDEVINFO r = LetterRecord();
         r.nLastPaper = 42;
         r.nLastTray = 43;
         r.nLastOrient = 2;
         r.dwDevFlags = c.flags;
         r.pDevMode = 0x12345678; // a pointer of the sender's address space
-        ASSERT_EQ(h.SendRecord(r), 1);
+        ASSERT_EQ(h.SendRecord(r, c.size), 1);
         const SPLDEVINFO got = h.Record();
-        EXPECT_EQ(got.nLastPaper, c.paper) << c.flags;
-        EXPECT_EQ(got.nLastTray, c.tray) << c.flags;
-        EXPECT_EQ(got.nLastOrient, 2) << "not a history word";
-        EXPECT_EQ(got.pDevMode, 0u) << "the block's pointer is discarded";
-        EXPECT_EQ(got.dwDevFlags, c.flags);
+        SCOPED_TRACE(testing::Message() << c.flags << ", " << c.size << " bytes");
+        EXPECT_EQ(got.nLastPaper, c.paper);
+        EXPECT_EQ(got.nLastTray, c.tray);
+        EXPECT_EQ(got.nLastOrient, c.orient) << "not a history word";
+        EXPECT_EQ(got.pDevMode, 0u);
+        EXPECT_EQ(got.bOutputMode, c.outputMode);
     }
 }
 
-TEST_F(Channel, BlockSizes) {
-    Setup();
-    {
-        q417::job::Locked<SPLDEVINFO> info(q417::job::JobOf(h.job())->hDevInfo);
-        info->bOutputMode = 1;
-        info->SubPageOrg[15][1] = 777;
-    }
+// Too long a block 1, too short a block 2, or a block without memory: refused, the job unchanged.
+TEST_F(Channel, RefusedBlocksReturnZeroAndChangeNothing) {
+    Open();
     const SPLDEVINFO before = h.Record();
-    // Too long a block 1, too short a block 2: refused, the job unchanged.
-    std::vector<BYTE> big(sizeof(SPLDEVINFO) + 1, 0xAB);
-    EXPECT_EQ(h.Send(1, big.data(), big.size()), 0);
-    std::vector<BYTE> shortDm = h.DevMode();
-    shortDm.resize(sizeof(DDIDEVMODE) - 1);
-    EXPECT_EQ(h.SendDevMode(shortDm), 0);
-    SPLDEVINFO after = h.Record();
-    EXPECT_EQ(std::memcmp(&before, &after, sizeof before), 0);
-    // Exactly the device mode's size is taken; a short block 1 leaves the record's tail.
-    EXPECT_EQ(h.SendDevMode(h.DevMode()), 1);
-    SPLDEVINFO r = LetterRecord();
-    r.cxPaper = 1000;
-    ASSERT_EQ(h.SendRecord(r, 200), 1); // up to nSubPage, short of the language state
-    after = h.Record();
-    EXPECT_EQ(after.cxPaper, 1000);
-    EXPECT_EQ(after.bOutputMode, 1);
-    EXPECT_EQ(after.SubPageOrg[15][1], 777);
-    EXPECT_EQ(after.pDevMode, 0u) << "block 1 releases the device mode copy";
-    EXPECT_EQ(h.SendRecord(r), 1) << "exactly the record's size";
+    const long live = q417::mem::LiveBlocks();
+    struct Case {
+        const char *what;
+        BYTE tag;
+        long failAlloc, failLock;
+        int extra = 0; // bytes added to the block
+    } cases[] = {
+        {"block 1 too long", 1, 0, 0, 1},
+        {"block 2 too short", 2, 0, 0, -1},
+        {"temporary block, print data", 0x30, 1, 0},
+        {"temporary block, lock", 0x30, 0, 1},
+        {"temporary block, block 1", 1, 1, 0},
+        {"device mode copy", 2, 2, 0},
+        {"device mode copy, lock", 2, 0, 2},
+        {"record lock on block 2", 2, 0, 3},
+        {"record lock on block 1", 1, 0, 2},
+        {"record lock on block 8", 8, 0, 2},
+    };
+    for (const Case &c : cases) {
+        std::vector<BYTE> payload = {'A', 0, 'B', 0};
+        if (c.tag == 1) {
+            payload.resize(sizeof(SPLDEVINFO));
+            std::memcpy(payload.data(), &before, sizeof before);
+        } else if (c.tag == 2) {
+            payload = h.DevMode();
+        }
+        payload.resize(payload.size() + c.extra, 0xAB);
+        q417::mem::FailAllocation(c.failAlloc);
+        q417::mem::FailLock(c.failLock);
+        EXPECT_EQ(h.Send(c.tag, payload.data(), payload.size()), 0) << c.what;
+        q417::mem::FailAllocation(0);
+        q417::mem::FailLock(0);
+        const SPLDEVINFO after = h.Record();
+        EXPECT_EQ(std::memcmp(&before, &after, sizeof before), 0) << c.what;
+        EXPECT_EQ(q417::mem::LiveBlocks(), live) << c.what;
+        EXPECT_TRUE(h.events.empty()) << c.what;
+    }
 }
 
 std::u16string StoredName() {
@@ -166,6 +171,9 @@ std::u16string StoredName() {
 }
 
 // One name block for the job, shared by handle with whichever device mode copy is current.
+// A block 8 allocates the temporary block, then the name; it locks the temporary block, the
+// record, then the name. Without memory for the name the old one goes all the same, and the
+// sender is told nothing.
 TEST_F(Channel, TheJobNameThroughASequenceOfBlocks) {
     ASSERT_NE(h.Start(), nullptr);
     std::vector<BYTE> dm = h.DevMode(16);
@@ -179,6 +187,7 @@ TEST_F(Channel, TheJobNameThroughASequenceOfBlocks) {
         BYTE tag;
         std::vector<BYTE> payload;
         std::u16string expect;
+        long failAlloc = 0, failLock = 0;
     } steps[] = {
         {"block 1", 1, record, u"<none>"},
         {"a name before block 2 is not stored", 8, {'E', 0, 'a', 0}, u"<none>"},
@@ -191,9 +200,17 @@ TEST_F(Channel, TheJobNameThroughASequenceOfBlocks) {
         {"a new cycle keeps the name: block 1", 1, record, u"X"},
         {"block 2", 2, dm, u"X"},
         {"a second name replaces the first", 8, {'N', 0, 'e', 0, 'w', 0}, u"New"},
+        {"no memory for the name", 8, {'M', 0}, u"<none>", 2, 0},
+        {"again", 8, {'O', 0}, u"O"},
+        {"the name's lock fails", 8, {'M', 0}, u"<none>", 0, 3},
+        {"and again", 8, {'P', 0}, u"P"},
     };
     for (const Step &s : steps) {
+        q417::mem::FailAllocation(s.failAlloc);
+        q417::mem::FailLock(s.failLock);
         ASSERT_EQ(h.Send(s.tag, s.payload.data(), s.payload.size()), 1) << s.what;
+        q417::mem::FailAllocation(0);
+        q417::mem::FailLock(0);
         EXPECT_EQ(StoredName(), s.expect) << s.what;
         EXPECT_EQ(h.Record().pDevMode ? h.DevModeCopy().hJobName : hJobName, hJobName) << s.what;
     }
@@ -202,55 +219,6 @@ TEST_F(Channel, TheJobNameThroughASequenceOfBlocks) {
     EXPECT_EQ(GlobalSize(GlobalHandle(copy)), dm.size()) << "plug-in data travel with it";
     EXPECT_EQ(copy[sizeof(DDIDEVMODE) + 3], 0x5A);
     EXPECT_EQ(q417::mem::LiveBlocks(), live0 + 4) << "job, record, copy, one name";
-}
-
-TEST_F(Channel, BlocksWithoutMemoryReturnZeroAndChangeNothing) {
-    Setup();
-    const SPLDEVINFO before = h.Record();
-    const long live = q417::mem::LiveBlocks();
-    struct Case {
-        const char *what;
-        BYTE tag;
-        long failAlloc, failLock;
-    } cases[] = {
-        {"temporary block, print data", 0x30, 1, 0}, {"temporary block, lock", 0x30, 0, 1},
-        {"temporary block, block 1", 1, 1, 0},       {"device mode copy", 2, 2, 0},
-        {"device mode copy, lock", 2, 0, 2},         {"record lock on block 2", 2, 0, 3},
-        {"record lock on block 1", 1, 0, 2},         {"record lock on block 8", 8, 0, 2},
-    };
-    for (const Case &c : cases) {
-        std::vector<BYTE> payload = {'A', 0, 'B', 0};
-        if (c.tag == 1) {
-            payload.resize(sizeof(SPLDEVINFO));
-            std::memcpy(payload.data(), &before, sizeof before);
-        } else if (c.tag == 2) {
-            payload = h.DevMode();
-        }
-        q417::mem::FailAllocation(c.failAlloc);
-        q417::mem::FailLock(c.failLock);
-        EXPECT_EQ(h.Send(c.tag, payload.data(), payload.size()), 0) << c.what;
-        q417::mem::FailAllocation(0);
-        q417::mem::FailLock(0);
-        const SPLDEVINFO after = h.Record();
-        EXPECT_EQ(std::memcmp(&before, &after, sizeof before), 0) << c.what;
-        EXPECT_EQ(q417::mem::LiveBlocks(), live) << c.what;
-        EXPECT_TRUE(h.events.empty()) << c.what;
-    }
-}
-
-TEST_F(Channel, AJobNameWithoutMemoryLeavesNoName) {
-    // A block 8 allocates the temporary block, then the name; it locks the temporary block,
-    // the record, then the name. The old name goes first; the sender is told nothing.
-    for (auto fail : {&q417::mem::FailAllocation, &q417::mem::FailLock}) {
-        Setup(u"Old");
-        fail(fail == &q417::mem::FailAllocation ? 2 : 3);
-        EXPECT_EQ(h.SendName(u"New"), 1);
-        q417::mem::FailAllocation(0);
-        q417::mem::FailLock(0);
-        EXPECT_EQ(hJobName, 0u);
-        EXPECT_EQ(h.DevModeCopy().hJobName, 0u);
-        h.Close();
-    }
 }
 
 } // namespace

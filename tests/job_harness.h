@@ -14,6 +14,7 @@
 
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -37,8 +38,7 @@ inline SPLDEVINFO LetterRecord() {
     r.cyPaper = 7920;
     r.cxPrintable = 5760;
     r.cyPrintable = 7560;
-    r.cxMargin = 180;
-    r.cyMargin = 180;
+    r.cxMargin = r.cyMargin = 180;
     r.nPage = 1;
     return r;
 }
@@ -58,11 +58,11 @@ class JobHarness {
         std::filesystem::create_directories(dir_ / "driver");
         pdd_ = (dir_ / "printer.PDD").string();
         driverDir_ = (dir_ / "driver").string();
-        Q417_PRINTER p{};
-        p.name = "Test 417";
-        p.pdd_path = pdd_.c_str();
-        p.driver_dir = driverDir_.c_str();
-        p.port = "LPT1:";
+        const Q417_PRINTER p{.name = "Test 417",
+                             .pdd_path = pdd_.c_str(),
+                             .driver_dir = driverDir_.c_str(),
+                             .port = "LPT1:",
+                             .windows_dir = nullptr};
         hPrinter_ = Q417_AddPrinter(&p);
         Q417_SetOutputCallback(hPrinter_, &JobHarness::Sink, this);
     }
@@ -79,29 +79,20 @@ class JobHarness {
     const std::filesystem::path &dir() const { return dir_; }
     const std::string &pddPath() const { return pdd_; }
 
-    // Puts a module where the loading rule finds it first: beside the PDD, named "printer.DLL";
-    // or where it looks next, in the driver directory.
+    // Puts a module where the loading rule finds it first: beside the PDD, named "printer.DLL".
     void InstallPlugin(const char *module) { Link(module, dir_ / "printer.DLL"); }
-    void InstallDriverDirPlugin(const char *module) {
-        Link(module, dir_ / "driver" / "2" / "QMARKDLG.DLL");
+    static void Link(const char *module, const std::filesystem::path &to) {
+        std::filesystem::create_directories(to.parent_path());
+        std::filesystem::remove(to);
+        std::filesystem::create_symlink(module, to);
     }
 
     // The recording plug-in's view, once the library has loaded it.
     std::vector<RecCall> PluginCalls() const {
-        std::vector<RecCall> out;
-        if (!hCustUIDLL) return out;
-        auto count = reinterpret_cast<PFN_Rec_Count>(GetProcAddress(hCustUIDLL, "Rec_Count"));
-        auto get = reinterpret_cast<PFN_Rec_Get>(GetProcAddress(hCustUIDLL, "Rec_Get"));
-        if (!count || !get) return out;
-        for (int i = 0; i < count(); ++i) out.push_back(*get(i));
-        return out;
-    }
-    // The names of the entries called, less the header hooks the stream writers call.
-    std::vector<std::string> PluginCallNames() const {
-        std::vector<std::string> names;
-        for (const auto &c : PluginCalls())
-            if (!std::strstr(c.entry, "Cust")) names.push_back(c.entry);
-        return names;
+        auto get = reinterpret_cast<PFN_Rec_Calls>(GetProcAddress(hCustUIDLL, "Rec_Calls"));
+        int count = 0;
+        const RecCall *calls = hCustUIDLL && get ? get(&count) : nullptr;
+        return {calls, calls + count};
     }
     // Routes the plug-in's calls into the event log; the plug-in must be loaded.
     void ObservePlugin() {
@@ -164,27 +155,46 @@ class JobHarness {
         if (info) std::memcpy(&copy, info.get(), sizeof copy);
         return copy;
     }
-    DDIDEVMODE DevModeCopy() const {
-        q417::job::Locked<SPLDEVINFO> info(q417::job::JobOf(job_)->hDevInfo);
-        DDIDEVMODE copy{};
-        if (const DDIDEVMODE *pdm = DevModeOf(info.get())) std::memcpy(&copy, pdm, sizeof copy);
-        return copy;
+    // The device mode copy, which stays locked for the job; there must be one.
+    DDIDEVMODE DevModeCopy() const { return *Ptr32As<DDIDEVMODE>(Record().pDevMode); }
+
+    // A job of three pages as the graphics half drives it: blocks 1, 2 (and 8 after the first
+    // block 2) before each page, which change() may edit, then the page's print data. Returns
+    // what each page's print data returned.
+    using PageChange = std::function<void(int page, SPLDEVINFO &, DDIDEVMODE &)>;
+    std::vector<BOOL> RunJob(const std::vector<BYTE> &devMode, const std::u16string &name,
+                             const PageChange &change = {}) {
+        events.clear();
+        std::vector<BOOL> sent;
+        EXPECT_NE(Start(), nullptr);
+        for (int page = 1; page <= 3; ++page) {
+            SPLDEVINFO r = page == 1 ? LetterRecord() : Record();
+            r.nPage = page;
+            r.nSubPage = page - 1;
+            std::vector<BYTE> dm = devMode;
+            if (change) change(page, r, *reinterpret_cast<DDIDEVMODE *>(dm.data()));
+            EXPECT_EQ(SendRecord(r), 1);
+            EXPECT_EQ(SendDevMode(dm), 1);
+            if (page == 1) {
+                EXPECT_EQ(SendName(name), 1);
+            }
+            EXPECT_EQ(DrvSplStartPage(job_), 1) << page;
+            sent.push_back(SendData(PageData(page)));
+            EXPECT_EQ(DrvSplEndPage(job_), 1) << page;
+        }
+        DrvSplEndDoc(job_);
+        Close();
+        return sent;
     }
 
     // ---- The stream ----
     std::vector<Event> events;
     void Mark(const std::string &what) { events.push_back({Event::Mark, what}); }
+    // What the printer received, with the plug-in's calls and the test's marks as "<name>".
     std::string Stream() const {
         std::string s;
-        for (const auto &e : events)
-            if (e.kind == Event::Write) s += e.text;
+        for (const auto &e : events) s += e.kind == Event::Write ? e.text : "<" + e.text + ">";
         return s;
-    }
-    std::vector<Event> Writes() const {
-        std::vector<Event> w;
-        for (const auto &e : events)
-            if (e.kind == Event::Write) w.push_back(e);
-        return w;
     }
     // Fails the write that holds byte number failAt of the stream (0 for none); every other
     // write goes through.
@@ -204,11 +214,6 @@ class JobHarness {
     static void Observe(void *ctx, const char *entry) {
         static_cast<JobHarness *>(ctx)->events.push_back({Event::Call, entry});
     }
-    static void Link(const char *module, const std::filesystem::path &to) {
-        std::filesystem::create_directories(to.parent_path());
-        std::filesystem::remove(to);
-        std::filesystem::create_symlink(module, to);
-    }
 
     std::filesystem::path dir_;
     std::string pdd_;
@@ -216,6 +221,26 @@ class JobHarness {
     HANDLE32 hPrinter_ = 0;
     void *job_ = nullptr;
     size_t failAt_ = 0;
+};
+
+// A printer and its job, with the transfer tables made and no plug-in: every block the test
+// makes is gone at its end, and no job name is left.
+struct JobTest : ::testing::Test {
+    JobHarness h{"job"};
+    long live0 = 0;
+    void SetUp() override {
+        FreeFunctionTable();
+        DefaultXfers(); // the tables outlive jobs; count them in from the start
+        live0 = q417::mem::LiveBlocks();
+    }
+    void TearDown() override {
+        q417::mem::FailAllocation(0);
+        q417::mem::FailLock(0);
+        if (h.job()) h.Close();
+        FreeFunctionTable();
+        EXPECT_EQ(hJobName, 0u);
+        EXPECT_EQ(q417::mem::LiveBlocks(), live0) << "a block outlived its job";
+    }
 };
 
 } // namespace q417::test

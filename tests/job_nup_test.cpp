@@ -1,5 +1,5 @@
 // N-up placement: grids, images, scales and cell origins, to the pixel.
-#include "job/job.h"
+#include "job_harness.h"
 
 #include <gtest/gtest.h>
 
@@ -9,122 +9,103 @@
 
 namespace {
 
-using Origins = std::vector<std::array<int, 2>>;
+using Origins = std::vector<std::array<INT, 2>>;
 
 // A record with its device mode copy, as a job holds them after block 2: letter at 600 dpi.
 struct Sheet {
-    SPLDEVINFO info{};
+    SPLDEVINFO info = q417::test::LetterRecord();
     DDIDEVMODE dm{};
     Sheet(BYTE pagesPerSheet, SHORT orientation, SHORT res = 600) {
-        info.cxPaper = 6120;
-        info.cyPaper = 7920;
-        info.cxPrintable = 5760;
-        info.cyPrintable = 7560;
-        info.cxMargin = info.cyMargin = 180;
         dm.bLayout = pagesPerSheet;
         dm.dmOrientation = orientation;
         dm.dmPaperSize = 1;
         dm.dmPrintQuality = dm.dmYResolution = res;
         info.pDevMode = Ptr32From(&dm);
     }
-    Origins Cells() const {
-        Origins o;
-        for (DWORD i = 0; i < info.nPagesPerSheet && i < 16; ++i)
-            o.push_back({info.SubPageOrg[i][0], info.SubPageOrg[i][1]});
-        return o;
-    }
-    std::vector<INT> Layout() const { return {info.Layout, info.Layout + 6}; }
 };
-
-TEST(NUp, TwoUpTurnsTheSheetAndFitsThePageIntoTheImage) {
-    Sheet s(2, 1);
-    s.info.cyMargin = 200; // the pairs swap: 180/200 become 200/180
-    InitSubPages(&s.info);
-    EXPECT_EQ(s.info.bKeepOrient, 0u);
-    EXPECT_EQ(s.Layout(), (std::vector<INT>{7920, 6120, 7560, 5760, 200, 180}));
-    EXPECT_EQ(s.info.nScaleX, 352);
-    EXPECT_EQ(s.info.nScaleY, 352);
-    EXPECT_EQ(s.info.cxSubPage, 2992);
-    EXPECT_EQ(s.info.cySubPage, 3872);
-    EXPECT_EQ(s.Cells(), (Origins{{79, 463}, {3229, 463}}));
-    EXPECT_EQ(s.info.nLayoutOrient, 1);
-    EXPECT_EQ(s.info.nLayoutPaper, 1);
-}
 
 // Every grid, and frames that do not divide evenly. The values were worked out independently
 // of this code, in single precision with double intermediates: on the uneven frames keeping a
 // cell or image size in double, or a constant as a double, moves the scale or the image by one.
+// The sheet's layout is the record's, its pairs swapped where the sheet turns.
 TEST(NUp, EveryLayoutToThePixel) {
     struct Case {
         const char *what;
         BYTE n;
         SHORT orient, res;
-        INT paper[2], frame[2], margin;
+        INT paper[2], frame[2], margin[2];
         DWORD keep;
         int scale, cx, cy;
         Origins cells;
     } cases[] = {
         // clang-format off
-        {"letter, four up", 4, 1, 600, {6120, 7920}, {5760, 7560}, 180, 1, 285, 2280, 2992,
+        {"letter, two up: the sheet turns, the page fits its image", 2, 1, 600, {6120, 7920},
+         {5760, 7560}, {180, 200}, 0, 352, 2992, 3872, {{79, 463}, {3229, 463}}},
+        {"letter, four up", 4, 1, 600, {6120, 7920}, {5760, 7560}, {180, 180}, 1, 285, 2280, 2992,
          {{60, 79}, {2460, 79}, {60, 3229}, {2460, 3229}}},
-        {"letter, two up turned", 2, 2, 600, {6120, 7920}, {5760, 7560}, 180, 0, 207, 1761, 2280,
-         {{2269, 60}, {2269, 2460}}},
-        {"letter, six up", 6, 1, 600, {6120, 7920}, {5760, 7560}, 180, 0, 207, 1761, 2280,
+        {"letter, two up turned", 2, 2, 600, {6120, 7920}, {5760, 7560}, {180, 180}, 0, 207, 1761,
+         2280, {{2269, 60}, {2269, 2460}}},
+        {"letter, six up", 6, 1, 600, {6120, 7920}, {5760, 7560}, {180, 180}, 0, 207, 1761, 2280,
          {{169, 60}, {2269, 60}, {4369, 60}, {169, 2460}, {2269, 2460}, {4369, 2460}}},
         // Turned: 0.92 for the image, and the cell's 0.05 halved as the left gap.
-        {"letter, six up turned", 6, 2, 600, {6120, 7920}, {5760, 7560}, 180, 0, 134, 1137, 1471,
-         {{959, 64}, {4109, 64}, {959, 1664}, {4109, 1664}, {959, 3264}, {4109, 3264}}},
+        {"letter, six up turned", 6, 2, 600, {6120, 7920}, {5760, 7560}, {180, 180}, 0, 134, 1137,
+         1471, {{959, 64}, {4109, 64}, {959, 1664}, {4109, 1664}, {959, 3264}, {4109, 3264}}},
         // Any other orientation takes the turned grid and scale, but the centred gap.
-        {"letter, six up, orientation 3", 6, 3, 600, {6120, 7920}, {5760, 7560}, 180, 0, 134, 1137,
-         1471, {{1006, 64}, {4156, 64}, {1006, 1664}, {4156, 1664}, {1006, 3264}, {4156, 3264}}},
-        {"letter, nine up", 9, 1, 600, {6120, 7920}, {5760, 7560}, 180, 1, 190, 1520, 1995,
+        {"letter, six up, orientation 3", 6, 3, 600, {6120, 7920}, {5760, 7560}, {180, 180}, 0,
+         134, 1137, 1471,
+         {{1006, 64}, {4156, 64}, {1006, 1664}, {4156, 1664}, {1006, 3264}, {4156, 3264}}},
+        {"letter, nine up", 9, 1, 600, {6120, 7920}, {5760, 7560}, {180, 180}, 1, 190, 1520, 1995,
          {{40, 52}, {1640, 52}, {3240, 52}, {40, 2152}, {1640, 2152}, {3240, 2152},
           {40, 4252}, {1640, 4252}, {3240, 4252}}},
-        {"letter, sixteen up", 16, 1, 600, {6120, 7920}, {5760, 7560}, 180, 1, 143, 1140, 1496,
-         {{30, 39}, {1230, 39}, {2430, 39}, {3630, 39}, {30, 1614}, {1230, 1614}, {2430, 1614},
-          {3630, 1614}, {30, 3189}, {1230, 3189}, {2430, 3189}, {3630, 3189}, {30, 4764},
-          {1230, 4764}, {2430, 4764}, {3630, 4764}}},
+        {"letter, sixteen up", 16, 1, 600, {6120, 7920}, {5760, 7560}, {180, 180}, 1, 143, 1140,
+         1496, {{30, 39}, {1230, 39}, {2430, 39}, {3630, 39}, {30, 1614}, {1230, 1614},
+          {2430, 1614}, {3630, 1614}, {30, 3189}, {1230, 3189}, {2430, 3189}, {3630, 3189},
+          {30, 4764}, {1230, 4764}, {2430, 4764}, {3630, 4764}}},
         {"5216 by 7370, four up, 300 dpi: 143 with double constants",
-         4, 1, 300, {5216, 7370}, {4976, 7130}, 120, 1, 142, 985, 1411,
+         4, 1, 300, {5216, 7370}, {4976, 7130}, {120, 120}, 1, 142, 985, 1411,
          {{25, 37}, {1062, 37}, {25, 1522}, {1062, 1522}}},
         {"A4, four up, 300 dpi: 142 without the stores",
-         4, 1, 300, {5953, 8419}, {5713, 8179}, 120, 1, 143, 1130, 1618,
+         4, 1, 300, {5953, 8419}, {5713, 8179}, {120, 120}, 1, 143, 1130, 1618,
          {{29, 42}, {1220, 42}, {29, 1746}, {1220, 1746}}},
         {"legal, two up: 332 and 2825 without the stores",
-         2, 1, 600, {6120, 10080}, {5880, 9840}, 120, 0, 333, 2826, 4655,
+         2, 1, 600, {6120, 10080}, {5880, 9840}, {120, 120}, 0, 333, 2826, 4655,
          {{636, 122}, {4736, 122}}},
         {"A4, six up turned: the page is narrowed in its cell",
-         6, 2, 600, {5953, 8419}, {5713, 8179}, 120, 0, 125, 1032, 1460,
+         6, 2, 600, {5953, 8419}, {5713, 8179}, {120, 120}, 0, 125, 1032, 1460,
          {{1136, 63}, {4545, 63}, {1136, 1650}, {4545, 1650}, {1136, 3237}, {4545, 3237}}},
         {"A4, nine up, 1200 dpi",
-         9, 1, 1200, {5953, 8419}, {5713, 8179}, 120, 1, 380, 3015, 4316,
+         9, 1, 1200, {5953, 8419}, {5713, 8179}, {120, 120}, 1, 380, 3015, 4316,
          {{80, 113}, {3253, 113}, {6426, 113}, {80, 4656}, {3253, 4656}, {6426, 4656},
           {80, 9201}, {3253, 9201}, {6426, 9201}}},
         // clang-format on
     };
     for (const Case &c : cases) {
         Sheet s(c.n, c.orient, c.res);
-        s.info.cxPaper = c.paper[0];
-        s.info.cyPaper = c.paper[1];
-        s.info.cxPrintable = c.frame[0];
-        s.info.cyPrintable = c.frame[1];
-        s.info.cxMargin = s.info.cyMargin = c.margin;
-        InitSubPages(&s.info);
+        SPLDEVINFO &r = s.info;
+        r.cxPaper = c.paper[0];
+        r.cyPaper = c.paper[1];
+        r.cxPrintable = c.frame[0];
+        r.cyPrintable = c.frame[1];
+        r.cxMargin = c.margin[0];
+        r.cyMargin = c.margin[1];
+        InitSubPages(&r);
         SCOPED_TRACE(c.what);
-        EXPECT_EQ(s.info.nPagesPerSheet, c.n);
-        EXPECT_EQ(s.info.bKeepOrient, c.keep);
-        EXPECT_EQ(s.info.nScaleX, c.scale);
-        EXPECT_EQ(s.info.nScaleY, c.scale);
-        EXPECT_EQ(s.info.cxSubPage, c.cx);
-        EXPECT_EQ(s.info.cySubPage, c.cy);
-        EXPECT_EQ(s.Cells(), c.cells);
-        EXPECT_EQ(s.info.xSubPage, c.cells[0][0]) << "the first cell is current";
-        EXPECT_EQ(s.info.ySubPage, c.cells[0][1]);
-        // The sheet's layout, its pairs swapped where the sheet turns.
-        const INT m = c.margin;
-        const std::vector<INT> kept{c.paper[0], c.paper[1], c.frame[0], c.frame[1], m, m},
-            turned{c.paper[1], c.paper[0], c.frame[1], c.frame[0], m, m};
-        EXPECT_EQ(s.Layout(), c.keep ? kept : turned);
+        EXPECT_EQ(r.nPagesPerSheet, c.n);
+        EXPECT_EQ(r.bKeepOrient, c.keep);
+        EXPECT_EQ(r.nScaleX, c.scale);
+        EXPECT_EQ(r.nScaleY, c.scale);
+        EXPECT_EQ(r.cxSubPage, c.cx);
+        EXPECT_EQ(r.cySubPage, c.cy);
+        const auto *cells = reinterpret_cast<const std::array<INT, 2> *>(r.SubPageOrg);
+        EXPECT_EQ(Origins(cells, cells + r.nPagesPerSheet), c.cells);
+        EXPECT_EQ(r.xSubPage, c.cells[0][0]) << "the first cell is current";
+        EXPECT_EQ(r.ySubPage, c.cells[0][1]);
+        EXPECT_EQ(r.nLayoutOrient, c.orient);
+        EXPECT_EQ(r.nLayoutPaper, 1);
+        const auto [cx, cy] = c.keep ? std::pair{0, 1} : std::pair{1, 0};
+        EXPECT_EQ(std::vector<INT>(r.Layout, r.Layout + 6),
+                  (std::vector<INT>{c.paper[cx], c.paper[cy], c.frame[cx], c.frame[cy],
+                                    c.margin[cx], c.margin[cy]}));
     }
 }
 
@@ -200,12 +181,11 @@ TEST(NUp, ScalingTruncatesTwiceAndAddsTheOrigin) {
 TEST(NUp, ZerosAndExtremesFromTheSenderDoNotTrap) {
     // No defined result, but no trap either: the sanitizers watch this one.
     for (INT value : {0, INT_MAX}) {
-        for (int field = 0; field < 4; ++field) {
+        for (INT SPLDEVINFO::*field : {&SPLDEVINFO::cxPaper, &SPLDEVINFO::cyPaper,
+                                       &SPLDEVINFO::cxPrintable, &SPLDEVINFO::cyPrintable}) {
             for (BYTE n : {2, 4, 6}) {
                 Sheet s(n, 1);
-                INT *fields[] = {&s.info.cxPaper, &s.info.cyPaper, &s.info.cxPrintable,
-                                 &s.info.cyPrintable};
-                *fields[field] = value;
+                s.info.*field = value;
                 InitSubPages(&s.info);
             }
         }

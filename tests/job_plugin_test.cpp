@@ -1,6 +1,6 @@
 // The plug-in bridge: where the plug-in is found, its entries by name, and what the spool side
 // tells it, checked through plug-ins built for the purpose and loaded by the real rule.
-#include "job_harness.h"
+#include "stream_support.h"
 
 #include "config/config.h"
 #include "q417/host_tools.h"
@@ -10,23 +10,9 @@
 
 namespace {
 
-using q417::test::JobHarness;
-
 constexpr DWORD kSessionValue = 0x5E550001u; // what the recording plug-in's session returns
 
-struct Bridge : ::testing::Test {
-    JobHarness h{"bridge"};
-    long live0 = 0;
-    void SetUp() override {
-        FreeFunctionTable();
-        DefaultXfers();
-        live0 = q417::mem::LiveBlocks();
-    }
-    void TearDown() override {
-        if (h.job()) h.Close();
-        FreeFunctionTable();
-        EXPECT_EQ(q417::mem::LiveBlocks(), live0);
-    }
+struct Bridge : q417::test::JobTest {
     void StartJob(const std::u16string &name = u"Minutes") {
         ASSERT_NE(h.Start(), nullptr);
         h.SendSetup(h.DevMode(24), name);
@@ -50,13 +36,13 @@ TEST_F(Bridge, TheLoadingRuleTriesBesideTheDescriptionThenTheDriverDirectory) {
         {"nothing at all", nullptr, nullptr, false, false},
     };
     for (const Case &c : cases) {
-        JobHarness p("rule");
+        q417::test::JobHarness p("rule");
         if (c.beside && std::string(c.beside) == "junk") {
             std::ofstream(p.dir() / "printer.DLL") << "MZ this is no ELF file";
         } else if (c.beside) {
             p.InstallPlugin(c.beside);
         }
-        if (c.driverDir) p.InstallDriverDirPlugin(c.driverDir);
+        if (c.driverDir) p.Link(c.driverDir, p.dir() / "driver" / "2" / "QMARKDLG.DLL");
         const int loaded = FillFunctionTable(p.printer());
         EXPECT_EQ(loaded != 0, c.loads) << c.what;
         EXPECT_EQ(hCustUIDLL != 0, c.loads) << c.what;
@@ -69,94 +55,84 @@ TEST_F(Bridge, TheLoadingRuleTriesBesideTheDescriptionThenTheDriverDirectory) {
         EXPECT_EQ(hCustUIDLL, 0u);
         EXPECT_EQ(CustDLL.OEM_BeginSession, nullptr) << "the entries went with the module";
     }
-    // A failed load is tried again at the next call; each slot holds the entry of its name.
+    // A failed load is tried again at the next call; each slot holds the entry of its name, or
+    // nothing where the plug-in has none (the recording plug-in has only those the spool side
+    // calls).
     EXPECT_EQ(FillFunctionTable(h.printer()), 0);
     h.InstallPlugin(Q417_PLUGIN_REC);
     ASSERT_NE(FillFunctionTable(h.printer()), 0);
     const auto *slots = reinterpret_cast<const FARPROC *>(&CustDLL);
-    for (int i = 0; i < kCustDllEntries; ++i) {
-        EXPECT_NE(slots[i], nullptr) << CustDllEntryNames[i];
+    for (int i = 0; i < kCustDllEntries; ++i)
         EXPECT_EQ(slots[i], GetProcAddress(hCustUIDLL, CustDllEntryNames[i])) << "slot " << i;
-    }
 }
 
 // The plug-ins that stop a job's first page: a session of 0 fails the page, a refused
-// StartDoc aborts the job. Neither writes anything, nor sends the watermark font.
+// StartDoc aborts the job. Neither writes anything, nor sends the watermark font. A plug-in
+// without entries is no plug-in: they are skipped wherever they would be called.
 TEST_F(Bridge, ASessionOfZeroOrARefusedStartDocStopsThePageBeforeAnyHeader) {
     struct Case {
         const char *module;
         std::vector<std::string> calls;
         DWORD state, session;
+        BOOL page;
     } cases[] = {
-        {Q417_PLUGIN_NOSESSION, {"OEM_BeginSession"}, 1, 0},
+        {Q417_PLUGIN_NOSESSION, {"OEM_BeginSession"}, 1, 0, 0},
         {Q417_PLUGIN_REFUSE,
          {"OEM_BeginSession", "OEM_StartDoc", "OEM_AbortDoc", "OEM_EndSession"},
          1 | 4,
-         kSessionValue},
+         kSessionValue,
+         0},
+        {Q417_PLUGIN_NONE, {}, 1, 0, 1},
     };
     for (const Case &c : cases) {
-        JobHarness p("stop");
+        SCOPED_TRACE(c.module);
+        q417::test::JobHarness p("stop");
         p.InstallPlugin(c.module);
         ASSERT_NE(p.Start(), nullptr);
         p.SendSetup(p.DevMode());
-        EXPECT_EQ(DrvSplStartPage(p.job()), 0) << c.module;
-        EXPECT_EQ(p.PluginCallNames(), c.calls) << c.module;
-        EXPECT_EQ(q417::job::JobOf(p.job())->dwState, c.state) << c.module;
-        EXPECT_EQ(p.DevModeCopy().dwSession, c.session) << c.module;
-        EXPECT_EQ(p.Record().bJobFlags & JOB_HEADER_SENT, 0) << c.module;
-        EXPECT_EQ(bDoWtrMrkFontHeader, 1) << c.module << ": the font is still to do";
-        EXPECT_TRUE(p.events.empty()) << c.module;
+        EXPECT_EQ(DrvSplStartPage(p.job()), c.page);
+        std::vector<std::string> calls;
+        for (const RecCall &call : p.PluginCalls()) calls.push_back(call.entry);
+        EXPECT_EQ(calls, c.calls);
+        EXPECT_EQ(q417::job::JobOf(p.job())->dwState, c.state);
+        EXPECT_EQ(p.DevModeCopy().dwSession, c.session);
+        EXPECT_EQ(p.Record().bJobFlags & JOB_HEADER_SENT, c.page ? JOB_HEADER_SENT : 0);
+        EXPECT_EQ(p.events.empty(), !c.page);
+        if (!c.page) {
+            EXPECT_EQ(bDoWtrMrkFontHeader, 1) << "the font is still to do";
+        }
+        EXPECT_EQ(DrvSplEndPage(p.job()), 1);
+        DrvSplEndDoc(p.job());
+        DrvSplAbort(p.job());
         p.Close();
         FreeFunctionTable();
     }
 }
 
-// Its missing entries are skipped wherever they would be called.
-TEST_F(Bridge, APluginWithoutEntriesIsNoPlugin) {
-    h.InstallPlugin(Q417_PLUGIN_NONE);
-    StartJob();
-    EXPECT_EQ(DrvSplStartPage(h.job()), 1);
-    EXPECT_EQ(h.DevModeCopy().dwSession, 0u);
-    EXPECT_EQ(h.Record().bJobFlags & JOB_HEADER_SENT, JOB_HEADER_SENT);
-    EXPECT_EQ(DrvSplEndPage(h.job()), 1);
-    DrvSplEndDoc(h.job());
-    DrvSplAbort(h.job());
-}
-
-// Loaded by the first page start of one job, the plug-in serves the next: one module, one
-// record of calls. StartDoc gets the job's name, or null for a job without one.
-TEST_F(Bridge, ThePluginLoadedByAPageStartOutlivesTheJob) {
+// Two jobs on a printer with a description. The first page start of the first loads the
+// recording plug-in, which then serves the next: one module, one record of calls. Each entry
+// is called at its point of the job, in its order, with its arguments. StartDoc gets the job's
+// name, or null for a job without one.
+TEST_F(Bridge, AWholeJobCallsEachEntryAtItsPointWithItsArguments) {
+    std::filesystem::copy_file(std::string(Q417_TEST_DATA) + "/config/minimal.pdd", h.pddPath());
+    DiscardDeviceInfo(nullptr);
+    live0 = q417::mem::LiveBlocks();
     h.InstallPlugin(Q417_PLUGIN_REC);
     StartJob(u"");
     ASSERT_EQ(DrvSplStartPage(h.job()), 1);
     const HMODULE module = hCustUIDLL;
     h.Close();
-    EXPECT_EQ(hCustUIDLL, module);
-    StartJob(u"Minutes");
-    ASSERT_EQ(DrvSplStartPage(h.job()), 1);
-    EXPECT_EQ(hCustUIDLL, module);
-    EXPECT_EQ(h.PluginCallNames(), (std::vector<std::string>{"OEM_BeginSession", "OEM_StartDoc",
-                                                             "OEM_BeginSession", "OEM_StartDoc"}));
-    std::vector<std::u16string> names;
-    for (const RecCall &c : h.PluginCalls())
-        if (std::string(c.entry) == "OEM_StartDoc")
-            names.push_back(c.hasJobName ? std::u16string(c.jobName) : u"<null>");
-    EXPECT_EQ(names, (std::vector<std::u16string>{u"<null>", u"Minutes"}));
-}
-
-// A whole job on a printer with a description, the recording plug-in loaded by an earlier job:
-// each entry at its point of the job, in its order, with its arguments.
-TEST_F(Bridge, AWholeJobCallsEachEntryAtItsPointWithItsArguments) {
-    std::filesystem::copy_file(std::string(Q417_TEST_DATA) + "/config/minimal.pdd", h.pddPath());
-    DiscardDeviceInfo(nullptr); // the configuration is read at this job's first page
-    live0 = q417::mem::LiveBlocks();
-    h.InstallPlugin(Q417_PLUGIN_REC);
-    ASSERT_NE(FillFunctionTable(h.printer()), 0);
+    DiscardDeviceInfo(nullptr); // the configuration is read again at the next job's first page
+    h.events.clear();
     h.ObservePlugin();
+    const size_t firstCall = h.PluginCalls().size();
 
     ASSERT_NE(h.Start(), nullptr);
     std::vector<BYTE> dm = h.DevMode(24);
-    reinterpret_cast<DDIDEVMODE *>(dm.data())->dwCustDataWord = 0x600DCAFE;
+    auto *pdm = reinterpret_cast<DDIDEVMODE *>(dm.data());
+    pdm->dwCustDataWord = 0x600DCAFE;
+    pdm->hPrinter = 0x5555; // the sender's, stale: every entry sets its own
+    pdm->pCustData = 0x7777;
     h.SendSetup(dm, u"Ledger");
     const std::string pages[2] = {"<first page>", "<second page>"};
     for (int page = 0; page < 2; ++page) {
@@ -175,29 +151,7 @@ TEST_F(Bridge, AWholeJobCallsEachEntryAtItsPointWithItsArguments) {
     h.Mark("EndDoc");
     DrvSplEndDoc(h.job());
 
-    // The log with each run of the library's commands as one "commands" entry.
-    std::vector<std::string> got;
-    for (const q417::test::Event &e : h.events) {
-        std::string item = e.text;
-        if (e.kind == q417::test::Event::Write && e.text != pages[0] && e.text != pages[1])
-            item = "commands";
-        if (item == "commands" && !got.empty() && got.back() == "commands") continue;
-        got.push_back(item);
-    }
-    // clang-format off
-    const std::vector<std::string> expect = {
-        "StartPage",
-        "OEM_GetConfig", "OEM_BidiGetPrinterData", // the configuration, then the copy of it
-        "OEM_BeginSession", "OEM_StartDoc",
-        "commands", "OEM_PJLCustJobHeader", "commands", "OEM_PDLCustJobHeader", // job header
-        "commands", "OEM_PDLCustPageHeader", "commands", pages[0],             // page header
-        "EndPage", // no watermark: nothing
-        "StartPage", "OEM_BeginSession", // every page; the job's StartDoc only once
-        "commands", "OEM_PDLCustPageHeader", "commands", pages[1],
-        "EndPage",
-        "EndDoc", "commands", "OEM_PJLCustJobFooter", "OEM_EndDoc", "OEM_EndSession"};
-    // clang-format on
-    EXPECT_EQ(got, expect);
+    EXPECT_STREAM(h.Stream(), streamtest::Golden("plugin_job.txt"));
 
     // Arguments, against the job's own blocks.
     // The blocks stay locked for the job (the record: within the fixture's lifetime of it).
@@ -207,21 +161,24 @@ TEST_F(Bridge, AWholeJobCallsEachEntryAtItsPointWithItsArguments) {
     const void *cfgBlock = q417::job::Locked<BYTE>(hCfg).get();
     ASSERT_NE(cfgBlock, nullptr) << "the configuration was read";
     const std::vector<RecCall> calls = h.PluginCalls();
+    std::vector<std::u16string> names;
     for (const RecCall &c : calls) {
         const std::string entry = c.entry;
+        if (entry == "OEM_StartDoc")
+            names.push_back(c.hasJobName ? std::u16string(c.jobName) : u"<null>");
+        if (&c < &calls[firstCall]) continue;
         SCOPED_TRACE(entry);
         EXPECT_EQ(c.hPrinter, h.printer());
+        EXPECT_NE(c.pCustData, 0u) << "24 bytes of plug-in data behind the record";
+        EXPECT_NE(c.pCustData, 0x7777u) << "the sender's pointer is set anew";
         if (entry == "OEM_GetConfig" || entry == "OEM_BidiGetPrinterData") {
             EXPECT_EQ(c.arg[0], reinterpret_cast<uintptr_t>(cfgBlock)) << "the CFGINFO block";
         } else if (entry == "OEM_BeginSession") {
             EXPECT_EQ(c.arg[0], ghModule) << "the library's module";
             EXPECT_EQ(c.dmPrintQuality, c.dmYResolution) << "set before the session";
-            EXPECT_NE(c.pCustData, 0u) << "24 bytes of plug-in data behind the record";
             EXPECT_EQ(c.arg[1], reinterpret_cast<uintptr_t>(c.pdm));
             EXPECT_EQ(c.arg[2], 0u);
             EXPECT_EQ(c.arg[3], 2u);
-        } else if (entry == "OEM_StartDoc") {
-            EXPECT_EQ(std::u16string(c.jobName), u"Ledger");
         } else if (entry.find("Cust") != std::string::npos) {
             EXPECT_EQ(c.arg[0], 0x600DCAFEu) << "dwCustDataWord";
             EXPECT_EQ(c.arg[1], reinterpret_cast<uintptr_t>(c.pdm) + sizeof(DDIDEVMODE))
@@ -229,6 +186,8 @@ TEST_F(Bridge, AWholeJobCallsEachEntryAtItsPointWithItsArguments) {
             EXPECT_EQ(Ptr32To(c.pJobInfo), record) << "pJobInfo is the job's record";
         }
     }
+    EXPECT_EQ(names, (std::vector<std::u16string>{u"<null>", u"Ledger"}));
+    EXPECT_EQ(hCustUIDLL, module);
     EXPECT_EQ(calls.back().pdm, copy) << "the copy the last block 2 made ends the job";
     EXPECT_EQ(copy->dwSession, kSessionValue);
 
@@ -245,9 +204,8 @@ TEST_F(Bridge, APluginLoadedByGetConfigIsUnloadedWhenItEnds) {
     const std::u16string path = (h.dir() / "printer.DLL").u16string();
     const HMODULE own = LoadLibraryW(path.c_str());
     ASSERT_NE(own, 0u);
-    auto count = reinterpret_cast<PFN_Rec_Count>(GetProcAddress(own, "Rec_Count"));
-    auto get = reinterpret_cast<PFN_Rec_Get>(GetProcAddress(own, "Rec_Get"));
-    ASSERT_TRUE(count && get);
+    auto recCalls = reinterpret_cast<PFN_Rec_Calls>(GetProcAddress(own, "Rec_Calls"));
+    ASSERT_NE(recCalls, nullptr);
 
     std::vector<BYTE> dm = h.DevMode();
     auto *pdm = reinterpret_cast<DDIDEVMODE *>(dm.data());
@@ -257,16 +215,18 @@ TEST_F(Bridge, APluginLoadedByGetConfigIsUnloadedWhenItEnds) {
             ASSERT_NE(FillFunctionTable(h.printer()), 0);
         }
         const HMODULE module = hCustUIDLL;
-        const int first = count();
+        int first = 0, count = 0;
+        recCalls(&first);
         BYTE cfg[CFGINFO_SIZE] = {};
         ASSERT_EQ(GetConfig(pdm, cfg), 1);
         EXPECT_EQ(hCustUIDLL, module);
         EXPECT_EQ(CustDLL.OEM_GetConfig != nullptr, loadedBefore) << "the table goes with it";
-        ASSERT_EQ(count() - first, 2);
-        for (int i = first; i < count(); ++i) {
-            EXPECT_STREQ(get(i)->entry, i == first ? "OEM_GetConfig" : "OEM_BidiGetPrinterData");
-            EXPECT_EQ(get(i)->pdm, pdm);
-            EXPECT_EQ(get(i)->arg[0], reinterpret_cast<uintptr_t>(cfg)) << "the caller's block";
+        const RecCall *calls = recCalls(&count);
+        ASSERT_EQ(count - first, 2);
+        for (int i = first; i < count; ++i) {
+            EXPECT_STREQ(calls[i].entry, i == first ? "OEM_GetConfig" : "OEM_BidiGetPrinterData");
+            EXPECT_EQ(calls[i].pdm, pdm);
+            EXPECT_EQ(calls[i].arg[0], reinterpret_cast<uintptr_t>(cfg)) << "the caller's block";
         }
         Q417_FreeConfig(cfg);
     }
@@ -275,7 +235,7 @@ TEST_F(Bridge, APluginLoadedByGetConfigIsUnloadedWhenItEnds) {
 }
 
 TEST(LibraryLoad, AttachClearsTheProcessStateAndDetachReleasesThePlugin) {
-    JobHarness h("attach");
+    q417::test::JobHarness h("attach");
     h.InstallPlugin(Q417_PLUGIN_REC);
     ASSERT_NE(FillFunctionTable(h.printer()), 0);
     const HMODULE self = ghModule;

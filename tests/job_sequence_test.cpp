@@ -1,5 +1,6 @@
-// Page and job sequencing: what each page start writes, the one door of DevWrite, the entries'
-// results on records that cannot be used, and the ends of whole jobs through the exported entries.
+// Page and job sequencing: what each page start writes, the entries' results on records that
+// cannot be used, and whole jobs through the exported entries: their ends, a failed write at
+// every byte, and a thousand jobs without a leak.
 #include "job_harness.h"
 
 #include "config/config.h"
@@ -10,7 +11,6 @@
 namespace {
 
 using q417::test::Event;
-using q417::test::JobHarness;
 using q417::test::LetterRecord;
 using q417::test::PageData;
 
@@ -68,94 +68,43 @@ TEST(WriteHeaders, APageStartWritesHeadersOnlyWhereASheetBegins) {
     }
 }
 
-// ---- DevWrite --------------------------------------------------------------------------------
-
-TEST(DevWrite, AFailedWriteSilencesEveryLaterCommandUntilTheSenderClearsIt) {
-    JobHarness h("devwrite");
-    SPLDEVINFO info{};
-    info.hPrinter = h.printer();
-    EXPECT_EQ(DevWrite(&info, "\033E", 2), 1);
-    h.FailWriteAtByte(3);
-    EXPECT_EQ(DevWrite(&info, "\033&l0O", 6), 0);
-    EXPECT_EQ(info.dwDevFlags, DWORD{DEV_OUTPUT_FAILED});
-    h.FailWriteAtByte(0);
-    EXPECT_EQ(DevWrite(&info, "\033*c0F", 6), 0) << "refused, not attempted";
-    EXPECT_EQ(DevWrite(&info, "", 0), 1) << "nothing to write is always written";
-    EXPECT_EQ(h.bytesOffered, 8u) << "the refused command never reached the printer";
-    info.dwDevFlags = DEV_FORGET_HISTORY; // a block 1 replaces the whole word
-    EXPECT_EQ(DevWrite(&info, "\033E", 2), 1);
-    EXPECT_EQ(h.Stream(), "\033E\033E");
-}
-
 // ---- Entries on records they cannot use -------------------------------------------------
 
-struct Entries : ::testing::Test {
-    JobHarness h{"entries"};
-    long live0 = 0;
+struct Entries : q417::test::JobTest {
     void SetUp() override {
-        DefaultXfers();
-        live0 = q417::mem::LiveBlocks();
+        JobTest::SetUp();
         h.InstallPlugin(Q417_PLUGIN_REC);
         ASSERT_NE(h.Start(), nullptr);
-    }
-    void TearDown() override {
-        q417::mem::FailLock(0);
-        h.Close();
-        FreeFunctionTable();
-        EXPECT_EQ(q417::mem::LiveBlocks(), live0);
     }
 };
 
 // Without a device mode copy, or when the record cannot be locked, every entry does nothing:
 // not even the plug-in is loaded.
 TEST_F(Entries, WithoutAUsableRecordEveryEntryDoesNothing) {
-    using Entry = std::function<BOOL()>;
-    const std::pair<const char *, Entry> entries[] = {
+    const std::pair<std::string, std::function<BOOL()>> entries[] = {
         {"StartPage", [&] { return DrvSplStartPage(h.job()); }},
         {"EndPage", [&] { return DrvSplEndPage(h.job()); }},
         {"EndDoc", [&] { return DrvSplEndDoc(h.job()), BOOL{0}; }},
         {"Abort", [&] { return DrvSplAbort(h.job()), BOOL{0}; }},
     };
-    for (bool lockFails : {false, true}) {
-        ASSERT_EQ(h.SendRecord(LetterRecord()), 1);
-        if (lockFails) h.SendSetup(h.DevMode());
-        const SPLDEVINFO before = h.Record();
-        for (const auto &[name, entry] : entries) {
+    for (const auto &[name, entry] : entries) {
+        SCOPED_TRACE(name);
+        for (bool lockFails : {false, true}) {
+            ASSERT_EQ(h.SendRecord(LetterRecord()), 1);
+            if (lockFails) h.SendSetup(h.DevMode());
+            const SPLDEVINFO before = h.Record();
+            const DWORD state = q417::job::JobOf(h.job())->dwState;
+            const HMODULE plugin = hCustUIDLL;
+            const size_t written = h.events.size();
             q417::mem::FailLock(lockFails ? 1 : 0);
-            EXPECT_EQ(entry(), 0) << name;
+            EXPECT_EQ(entry(), 0) << lockFails;
             q417::mem::FailLock(0);
             const SPLDEVINFO after = h.Record();
-            EXPECT_EQ(std::memcmp(&before, &after, sizeof before), 0) << name;
-            EXPECT_EQ(q417::job::JobOf(h.job())->dwState, 1u) << name;
+            EXPECT_EQ(std::memcmp(&before, &after, sizeof before), 0) << lockFails;
+            EXPECT_EQ(q417::job::JobOf(h.job())->dwState, state) << lockFails;
+            EXPECT_EQ(hCustUIDLL, plugin) << lockFails;
+            EXPECT_EQ(h.events.size(), written) << lockFails;
         }
-        EXPECT_EQ(hCustUIDLL, 0u) << lockFails;
-        EXPECT_TRUE(h.events.empty()) << lockFails;
-    }
-}
-
-// A block 2 brings the sender's printer handle and plug-in data pointer; every entry sets its own.
-TEST_F(Entries, EachEntryRefreshesThePrinterAndThePluginDataPointer) {
-    const std::pair<const char *, std::function<void()>> entries[] = {
-        {"StartPage", [&] { DrvSplStartPage(h.job()); }},
-        {"EndPage", [&] { DrvSplEndPage(h.job()); }},
-        {"EndDoc", [&] { DrvSplEndDoc(h.job()); }},
-    };
-    for (const auto &[name, entry] : entries) {
-        std::vector<BYTE> dm = h.DevMode(8);
-        auto *pdm = reinterpret_cast<DDIDEVMODE *>(dm.data());
-        pdm->hPrinter = 0x5555;
-        pdm->pCustData = 0x7777;
-        SPLDEVINFO r = h.Record();
-        r.hPrinter = 0x5555;
-        ASSERT_EQ(h.SendRecord(r), 1);
-        ASSERT_EQ(h.SendDevMode(dm), 1);
-        entry();
-        q417::job::Locked<SPLDEVINFO> info(q417::job::JobOf(h.job())->hDevInfo);
-        const DDIDEVMODE *copy = DevModeOf(info.get());
-        EXPECT_EQ(copy->hPrinter, h.printer()) << name;
-        EXPECT_EQ(info->hPrinter, h.printer()) << name;
-        EXPECT_EQ(Ptr32To(copy->pCustData), reinterpret_cast<const BYTE *>(copy) + sizeof *copy)
-            << name;
     }
 }
 
@@ -198,39 +147,7 @@ TEST_F(Entries, EveryEntryReleasesTheLocksItTook) {
 
 // ---- Whole jobs ------------------------------------------------------------------------------
 
-struct WholeJob : ::testing::Test {
-    JobHarness h{"wholejob"};
-    long live0 = 0;
-    std::set<std::string> data;
-    std::vector<BOOL> sent; // what each page's print data returned
-    void SetUp() override {
-        FreeFunctionTable(); // no plug-in here
-        DefaultXfers();
-        live0 = q417::mem::LiveBlocks();
-    }
-    void TearDown() override { EXPECT_EQ(q417::mem::LiveBlocks(), live0); }
-
-    // A job of three pages as the graphics half drives it: blocks 1 and 2 before each page.
-    void Run() {
-        h.events.clear();
-        sent.clear();
-        ASSERT_NE(h.Start(), nullptr);
-        const std::vector<BYTE> dm = h.DevMode();
-        h.SendSetup(dm, u"Annual report");
-        for (int page = 1; page <= 3; ++page) {
-            if (page > 1) {
-                ASSERT_EQ(h.SendRecord(h.Record()), 1);
-                ASSERT_EQ(h.SendDevMode(dm), 1);
-            }
-            ASSERT_EQ(DrvSplStartPage(h.job()), 1) << page;
-            data.insert(PageData(page));
-            sent.push_back(h.SendData(PageData(page), static_cast<BYTE>(page * 40)));
-            ASSERT_EQ(DrvSplEndPage(h.job()), 1) << page;
-        }
-        DrvSplEndDoc(h.job());
-        h.Close();
-    }
-};
+using WholeJob = q417::test::JobTest;
 
 // The end of a job that opened no page: no footer. The watermark font goes by what the last
 // first page decided, which may be an earlier job's. An abort writes nothing: no footer, and a
@@ -265,13 +182,14 @@ TEST_F(WholeJob, AJobWithoutPagesOrAnAbortWritesNoFooter) {
 }
 
 TEST_F(WholeJob, AFailedWriteAtAnyByteSilencesTheCommandsButNotThePrintData) {
-    Run();
-    const std::vector<Event> clean = h.Writes();
+    h.RunJob(h.DevMode(), u"Annual report");
+    const std::vector<Event> clean = h.events;
+    const std::set<std::string> data = {PageData(1), PageData(2), PageData(3)};
     const size_t total = h.bytesOffered;
     for (size_t failAt = 1; failAt <= total; ++failAt) {
         h.bytesOffered = 0;
         h.FailWriteAtByte(failAt);
-        Run();
+        const std::vector<BOOL> sent = h.RunJob(h.DevMode(), u"Annual report");
         // After a failed command nothing but print data reaches the printer; print data
         // reports its own write.
         std::vector<Event> expect;
@@ -289,10 +207,25 @@ TEST_F(WholeJob, AFailedWriteAtAnyByteSilencesTheCommandsButNotThePrintData) {
             }
             if (!silenced || data.count(e.text)) expect.push_back(e);
         }
-        EXPECT_EQ(h.Writes(), expect) << "failing at byte " << failAt;
+        EXPECT_EQ(h.events, expect) << "failing at byte " << failAt;
         EXPECT_EQ(sent, expectSent) << "failing at byte " << failAt;
     }
     h.FailWriteAtByte(0);
+}
+
+// A thousand jobs, every other one four up, with the plug-in and its data, leave nothing
+// behind but what lives for the process.
+TEST_F(WholeJob, AThousandJobsLeaveOnlyTheProcessWideBlocks) {
+    h.InstallPlugin(Q417_PLUGIN_REC);
+    long live = 0;
+    // Job 0 sets up what lives for the process (the configuration cache, the plug-in).
+    for (int job = 0; job <= 1000; ++job) {
+        if (job == 1) live = q417::mem::LiveBlocks();
+        h.RunJob(h.DevMode(16, 600, job % 2 ? 4 : 1),
+                 u"Job " + std::u16string(1, static_cast<char16_t>(u'A' + job % 26)));
+    }
+    EXPECT_EQ(q417::mem::LiveBlocks(), live);
+    EXPECT_NE(hCustUIDLL, 0u);
 }
 
 } // namespace

@@ -1,20 +1,26 @@
 // Golden printer streams as escaped text, one command a line, the way the printer language
-// manuals write them; and the printer description the stream tests run their jobs on.
+// manuals write them; and the printer the stream tests run their jobs on.
 #pragma once
+
+#include "job_harness.h"
+
+#include "config/config.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <fstream>
 #include <initializer_list>
+#include <sstream>
 #include <string>
 
 namespace streamtest {
 
 // "\x1b" (exactly two hex digits), "\n", "\r", "\\" to bytes; everything else as it stands.
-inline std::string Unescape(const char *text) {
+inline std::string Unescape(const std::string &text) {
     std::string out;
     auto hex = [](char c) { return c <= '9' ? c - '0' : (c | 0x20) - 'a' + 10; };
-    for (const char *p = text; *p; ++p) {
+    for (const char *p = text.c_str(); *p; ++p) {
         if (*p != '\\' || !p[1]) {
             out += *p;
         } else if (*++p == 'x') {
@@ -56,31 +62,47 @@ inline std::string Stream(std::initializer_list<const char *> lines) {
 #define EXPECT_STREAM(actual, expected)                                                            \
     EXPECT_EQ(::streamtest::Escape(actual), ::streamtest::Escape(expected))
 
-// Papers: row 0 Letter "2", row 1 A4 "26", row 2 "-1" (nothing is sent). Trays: row 0 "1", row 1
-// "4", row 2 "-1" (the printer picks; nothing is sent).
-inline const char kDescription[] = R"(*PDD-Lindgate: 1
-*Product: "Quill 4100"
-*Orientation Portrait: "@PJL SET ORIENTATION=PORTRAIT\n"
-*Orientation Landscape: "@PJL SET ORIENTATION=LANDSCAPE\n"
-*PageSize Letter/US Letter: 2
-*PaperDimension Letter: "612 792"
-*ImageableArea Letter: "18 18 594 774"
-*PageSize A4/A4: 26
-*PaperDimension A4: "595.2 841.8"
-*ImageableArea A4: "18 18 577 824"
-*PageSize Fixed/Loaded paper: -1
-*PaperDimension Fixed: "612 792"
-*ImageableArea Fixed: "18 18 594 774"
-*DefaultPageSize: Letter
-*InputSlot Tray1/Tray 1: 1
-*InputSlot Tray4/Drawer: 4
-*InputSlot Auto/Automatic: -1
-*DefaultInputSlot: Tray1
-*DefaultResolution: 600dpi
-*Resolution 600dpi/600 dpi: "600"
-)";
+inline std::string DataFile(const std::string &name) {
+    std::ifstream in(std::string(Q417_TEST_DATA) + "/stream/" + name, std::ios::binary);
+    EXPECT_TRUE(in) << name;
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+// A golden stream from tests/data/stream: escaped commands, a line each; "#" starts a comment
+// at the start of a line or after two blanks.
+inline std::string Golden(const std::string &name) {
+    std::istringstream in(DataFile(name));
+    std::string out;
+    for (std::string line; std::getline(in, line);) {
+        line = line.substr(0, line[0] == '#' ? 0 : line.find("  #"));
+        out += Unescape(line.substr(0, line.find_last_not_of(' ') + 1));
+    }
+    return out;
+}
+
 inline const char kVersion[] = "*FileVersion: \"2.10\"\n";
 constexpr unsigned short kLetter = 0, kA4 = 1, kPaperNone = 2;
 constexpr unsigned short kTray1 = 0, kTray4 = 1, kTrayAuto = 2;
+
+// A printer on quill.pdd, with no plug-in, no configuration read yet and no watermark
+// definitions: nothing but page set-up commands in the stream.
+struct StreamTest : q417::test::JobTest {
+    void SetUp() override {
+        DiscardDeviceInfo(nullptr);
+        ASSERT_TRUE(Q417_SetWindowsDirectory(h.dir().c_str()));
+        JobTest::SetUp();
+        WriteDescription(kVersion);
+    }
+    void TearDown() override {
+        DiscardDeviceInfo(nullptr);
+        Q417_SetWindowsDirectory(nullptr);
+        JobTest::TearDown();
+    }
+    // quill.pdd and further lines; a binary configuration made from an earlier one goes.
+    void WriteDescription(const std::string &more) {
+        std::filesystem::remove(std::filesystem::path(h.pddPath()).replace_extension("bdd"));
+        std::ofstream(h.pddPath(), std::ios::binary) << DataFile("quill.pdd") << more;
+    }
+};
 
 } // namespace streamtest

@@ -1,40 +1,31 @@
 // The stream writers one by one, on the record of a job with its first page open: language
 // switches, the HP-GL/2 scale, the page command's numbers, tray and paper memory, the header
 // hooks, the identification comments and their limits.
-#include "job_harness.h"
 #include "stream_support.h"
 
-#include "config/config.h"
 #include "stream/stream.h"
 
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 
 using namespace streamtest;
-using q417::test::JobHarness;
 
 namespace {
 
-class StreamWriters : public ::testing::Test {
-  protected:
+struct StreamWriters : StreamTest {
     void SetUp() override {
-        DefaultXfers();
-        ASSERT_TRUE(Q417_SetWindowsDirectory(h.dir().c_str())); // no watermarks
-        live0 = q417::mem::LiveBlocks();
-        Open(std::string(kDescription) + kVersion);
+        StreamTest::SetUp();
+        Open(kVersion);
     }
     void TearDown() override {
         Close();
-        Q417_SetWindowsDirectory(nullptr);
-        EXPECT_EQ(q417::mem::LiveBlocks(), live0); // the writers keep no block
+        StreamTest::TearDown(); // the writers keep no block
     }
 
-    // Starts a job on the description and opens its first page; the test then owns the record.
-    void Open(const std::string &description, const std::u16string &name = u"Report") {
+    // Starts a job on quill.pdd and more lines and opens its first page; the test then owns the
+    // record.
+    void Open(const std::string &more, const std::u16string &name = u"Report") {
         Close();
-        std::filesystem::remove(std::filesystem::path(h.pddPath()).replace_extension("bdd"));
-        std::ofstream(h.pddPath(), std::ios::binary) << description;
+        WriteDescription(more);
         ASSERT_NE(h.Start(), nullptr);
         h.SendSetup(h.DevMode(16), name);
         ASSERT_EQ(DrvSplStartPage(h.job()), 1);
@@ -53,17 +44,13 @@ class StreamWriters : public ::testing::Test {
         DiscardDeviceInfo(nullptr);
     }
 
-    // What the printer got since the last call; the test's marks show as "<mark>".
+    // What the printer got since the last call.
     std::string Take() {
-        std::string out;
-        for (const auto &e : h.events)
-            out += e.kind == q417::test::Event::Mark ? "<" + e.text + ">" : e.text;
+        const std::string out = h.Stream();
         h.events.clear();
         return out;
     }
 
-    JobHarness h{"writers"};
-    long live0 = 0;
     SPLDEVINFO *info = nullptr;
     DDIDEVMODE *dm = nullptr;
 };
@@ -91,16 +78,6 @@ TEST_F(StreamWriters, OutputModeSwitches) {
     }
 }
 
-// A clipping window is cleared inside the page header's one HP-GL/2 excursion.
-TEST_F(StreamWriters, ClippingWindowIsClearedInThePageHeader) {
-    info->wHPGLFlags = HPGL_CLIP_WINDOW | 0x0100;
-    info->bOutputMode = OUTPUT_PCL;
-    WriteHPGLPageHeader(info);
-    EXPECT_STREAM(Take(),
-                  Stream({R"(\x1b%0B)", "IW;", "IP0,10668,8128,0SC0,4800,0,6300;", R"(\x1b%0A)"}));
-    EXPECT_EQ(info->wHPGLFlags, 0x0100);
-}
-
 // N-up scales the sheet's frame; 2 and 6 up turn the sheet, so P1 and P2 swap.
 TEST_F(StreamWriters, HPGLScaleOfAnNUpSheet) {
     const std::pair<DWORD, const char *> cases[] = {
@@ -120,105 +97,85 @@ TEST_F(StreamWriters, HPGLScaleOfAnNUpSheet) {
 
 // ---- Page set-up ----
 
-TEST_F(StreamWriters, TopMarginBoundaries) {
-    const std::pair<INT, const char *> cases[] = {
-        {149, "\x1b&l2a0o6d1E"},
-        {150, "\x1b&l2a0o4d1E"}, // 6, then 4 lines an inch
-        {180, "\x1b&l2a0o4d1E"},
-        {181, "\x1b&l2a0o48d13E"}, // 48: (362 + 29) / 30
-        {195, "\x1b&l2a0o48d13E"},
-        {196, "\x1b&l2a0o48d14E"},               // 13 lines of 15 cover 195
-        {1919903859, "\x1b&l2a0o48d-15171984E"}, // a block 1 margin that wraps in 32 bits
-    };
-    for (const auto &[margin, command] : cases) {
-        info->cyMargin = margin;
-        info->nLastPaper = -1;
-        PCLPageSelect(info);
-        EXPECT_EQ(Take().substr(0, strlen(command)), command) << margin;
-    }
-}
-
-TEST_F(StreamWriters, OrientationCode) {
+// The page-size command of a sheet on new paper: orientation code, line spacing and top margin
+// in lines, and the duplex code that goes out with it.
+TEST_F(StreamWriters, PageSizeCommand) {
     struct Case {
+        INT margin;
         SHORT orientation;
         DWORD pagesPerSheet, keepOrient;
         BYTE rotated, outputFlags;
-        int code;
+        SHORT duplex;
+        const char *command;
     } cases[] = {
-        {1, 1, 0, 0, 0, 0},    {2, 1, 0, 0, 0, 1},    {3, 1, 0, 0, 0, 1},
-        {1, 4, 1, 0, 0, 0},    {1, 2, 0, 0, 0, 1}, // N-up follows the sheet
-        {2, 4, 1, 0, 0, 1},    {2, 2, 0, 0, 0, 0},    {1, 1, 0, 1, 0, 2},
-        {2, 1, 0, 1, 0, 3},                           // rotated adds 2
-        {2, 1, 0, 0, 0x08, 3}, {2, 1, 0, 1, 0x08, 1}, // reverse landscape: 1 -> 3, else 1
-        {2, 2, 0, 0, 0x08, 1}, {1, 1, 0, 0, 0x08, 0}, // reverse only counts in landscape
-        {2, 1, 0, 0, 0x07, 1},
+        {149, 1, 1, 0, 0, 0, 0, R"(\x1b&l2a0o6d1E)"},
+        {150, 1, 1, 0, 0, 0, 0, R"(\x1b&l2a0o4d1E)"}, // 6, then 4 lines an inch
+        {180, 1, 1, 0, 0, 0, 0, R"(\x1b&l2a0o4d1E)"},
+        {181, 1, 1, 0, 0, 0, 0, R"(\x1b&l2a0o48d13E)"}, // 48: (362 + 29) / 30
+        {195, 1, 1, 0, 0, 0, 0, R"(\x1b&l2a0o48d13E)"},
+        {196, 1, 1, 0, 0, 0, 0, R"(\x1b&l2a0o48d14E)"},               // 13 lines of 15 cover 195
+        {1919903859, 1, 1, 0, 0, 0, 0, R"(\x1b&l2a0o48d-15171984E)"}, // wraps in 32 bits
+        {180, 2, 1, 0, 0, 0, 0, R"(\x1b&l2a1o4d1E)"},
+        {180, 3, 1, 0, 0, 0, 0, R"(\x1b&l2a1o4d1E)"},
+        {180, 1, 4, 1, 0, 0, 0, R"(\x1b&l2a0o4d1E)"}, // N-up follows the sheet
+        {180, 1, 2, 0, 0, 0, 0, R"(\x1b&l2a1o4d1E)"},
+        {180, 2, 4, 1, 0, 0, 0, R"(\x1b&l2a1o4d1E)"},
+        {180, 2, 2, 0, 0, 0, 0, R"(\x1b&l2a0o4d1E)"},
+        {180, 1, 1, 0, 1, 0, 0, R"(\x1b&l2a2o4d1E)"}, // rotated adds 2
+        {180, 2, 1, 0, 1, 0, 0, R"(\x1b&l2a3o4d1E)"},
+        {180, 2, 1, 0, 0, 0x08, 0, R"(\x1b&l2a3o4d1E)"}, // reverse landscape: 1 -> 3, else 1
+        {180, 2, 1, 0, 1, 0x08, 0, R"(\x1b&l2a1o4d1E)"},
+        {180, 2, 2, 0, 0, 0x08, 0, R"(\x1b&l2a1o4d1E)"}, // reverse only counts in landscape
+        {180, 1, 1, 0, 0, 0x08, 0, R"(\x1b&l2a0o4d1E)"},
+        {180, 2, 1, 0, 0, 0x07, 0, R"(\x1b&l2a1o4d1E)"},
+        {180, 1, 1, 0, 0, 0, 1, R"(\x1b&l2a0o4d1E\x1b&l0S)"}, // duplex 1 to 3: 0, 2, 1
+        {180, 1, 1, 0, 0, 0, 2, R"(\x1b&l2a0o4d1E\x1b&l2S)"},
+        {180, 1, 1, 0, 0, 0, 3, R"(\x1b&l2a0o4d1E\x1b&l1S)"},
+        {180, 1, 1, 0, 0, 0, 4, R"(\x1b&l2a0o4d1E)"},
+        {180, 1, 1, 0, 0, 0, -1, R"(\x1b&l2a0o4d1E)"},
     };
     for (const Case &c : cases) {
+        info->cyMargin = c.margin;
         dm->dmOrientation = c.orientation;
-        dm->bRotated = c.rotated;
-        dm->bOutputFlags = c.outputFlags;
         info->nPagesPerSheet = c.pagesPerSheet;
         info->bKeepOrient = c.keepOrient;
+        dm->bRotated = c.rotated;
+        dm->bOutputFlags = c.outputFlags;
+        dm->dmDuplex = c.duplex;
         info->nLastPaper = -1;
         PCLPageSelect(info);
-        const std::string expected = "\x1b&l2a" + std::to_string(c.code) + "o4d1E";
-        EXPECT_EQ(Take().substr(0, expected.size()), expected) << "row " << &c - cases;
+        const std::string expected = Unescape(c.command) + "\x1b*pxY"; // then the frame
+        EXPECT_STREAM(Take().substr(0, expected.size()), expected) << "row " << &c - cases;
     }
 }
 
-TEST_F(StreamWriters, DuplexGoesOutWithThePageSizeCommand) {
-    const std::pair<SHORT, const char *> cases[] = {
-        {0, ""}, {1, R"(\x1b&l0S)"}, {2, R"(\x1b&l2S)"}, {3, R"(\x1b&l1S)"}, {4, ""}, {-1, ""},
-    };
-    for (const auto &[duplex, command] : cases) {
-        dm->dmDuplex = duplex;
-        info->nLastPaper = -1;
-        PCLPageSelect(info);
-        EXPECT_STREAM(Take(),
-                      Stream({R"(\x1b&l2a0o4d1E)", command, R"(\x1b*pxY\x1b*c5760x7560y0T)"}))
-            << duplex;
-    }
-}
-
-// Sheets in a row: paper and orientation go out when they differ from what the printer was
-// last told. The page-size command does not update nLastOrient: the form-feed path compares
-// with the value it stored itself. A paper of code -1 skips the page and changes nothing.
-TEST_F(StreamWriters, PaperAndOrientationMemory) {
+// Sheets in a row: paper, orientation and tray go out when they differ from what the printer
+// was last told. The page-size command does not update nLastOrient: the form-feed path
+// compares with the value it stored itself. A paper of code -1 skips the page and changes
+// nothing; a tray of code -1 is remembered but not sent.
+TEST_F(StreamWriters, PaperOrientationAndTrayMemory) {
     struct Step {
         WORD paper;
         SHORT orientation;
+        WORD tray;
         int result;
-        const char *stream;
+        const char *page, *traySelect;
     } steps[] = {
-        {kA4, 2, 1, R"(\x1b&l26a1o4d1E)"},    // new paper: memory of the orientation stays 0
-        {kA4, 2, 1, R"(\x0c\x1b&l1o4d1E)"},   // form feed, landscape told on this path
-        {kA4, 2, 1, R"(\x0c)"},               // known now
-        {kPaperNone, 2, 0, ""},               // row 2 does not exist: code -1
-        {kA4, 2, 1, R"(\x0c)"},               // the -1 page left the memory as it was
-        {kLetter, 1, 1, R"(\x1b&l2a0o4d1E)"}, // back to Letter
+        {kA4, 2, kTray1, 1, R"(\x1b&l26a1o4d1E)", ""},     // new paper: orientation memory stays 0
+        {kA4, 2, kTrayAuto, 1, R"(\x0c\x1b&l1o4d1E)", ""}, // landscape told on this path
+        {kA4, 2, kTrayAuto, 1, R"(\x0c)", ""},             // known now
+        {kPaperNone, 2, kTrayAuto, 0, "", ""},             // row 2 does not exist: code -1
+        {kA4, 2, kTray4, 1, R"(\x0c)", R"(\x1b&l4H)"},     // the -1 page left the memory
+        {kLetter, 1, kTray1, 1, R"(\x1b&l2a0o4d1E)", R"(\x1b&l1H)"},
     };
     for (const Step &s : steps) {
         dm->wPaperIndex = s.paper;
         dm->dmOrientation = s.orientation;
+        dm->wSourceIndex = s.tray;
         EXPECT_EQ(PCLPageSelect(info), s.result);
-        std::string expected = Unescape(s.stream);
-        if (s.result) expected += "\x1b*pxY\x1b*c5760x7560y0T";
-        EXPECT_STREAM(Take(), expected) << s.stream;
-    }
-}
-
-TEST_F(StreamWriters, TrayMemory) {
-    const std::pair<WORD, const char *> steps[] = {
-        {kTray1, ""},         // what the first page sent
-        {kTrayAuto, ""},      // -1 is remembered, not sent
-        {kTrayAuto, ""},      // and the next -1 does nothing
-        {kTray4, "\x1b&l4H"}, // a real code goes out again
-        {kTray1, "\x1b&l1H"},
-    };
-    for (const auto &[row, command] : steps) {
-        dm->wSourceIndex = row;
         PCLTraySelect(info);
-        EXPECT_EQ(Take(), command) << row;
+        const char *frame = s.result ? "\x1b*pxY\x1b*c5760x7560y0T" : "";
+        EXPECT_STREAM(Take(), Unescape(s.page) + frame + Unescape(s.traySelect)) << s.page;
     }
     // The tray is formatted in CustCmdBuf even when pCmdBuf points elsewhere.
     char other[CMD_BUF_SIZE] = {};
@@ -232,68 +189,38 @@ TEST_F(StreamWriters, TrayMemory) {
 // ---- Header hooks ----
 
 // The hooks mark the stream where they run and check what they are given.
-JobHarness *harness;
+q417::test::JobHarness *harness;
 SPLDEVINFO *record;
-DWORD Hook(const char *name, DDIDEVMODE *pdm, DWORD word, void *cust) {
-    EXPECT_EQ(Ptr32As<SPLDEVINFO>(pdm->pJobInfo), record) << name;
-    EXPECT_EQ(cust, reinterpret_cast<BYTE *>(pdm) + DDIDEVMODE_SIZE) << name;
-    EXPECT_EQ(word, 0x51u) << name;
-    harness->Mark(name);
+const char *const kHooks[] = {"PJL job header", "PDL job header", "page header", "job footer"};
+template <int N>
+DWORD Hook(DDIDEVMODE *pdm, DWORD word, void *cust) {
+    EXPECT_EQ(Ptr32As<SPLDEVINFO>(pdm->pJobInfo), record) << kHooks[N];
+    EXPECT_EQ(cust, reinterpret_cast<BYTE *>(pdm) + DDIDEVMODE_SIZE) << kHooks[N];
+    EXPECT_EQ(word, 0x51u) << kHooks[N];
+    if (N == 0) pdm->dmPrintQuality = 300;  // the PJL resolution follows; the PCL units do not
+    if (N == 2) pdm->wSourceIndex = kTray4; // honoured by the second tray selection
+    harness->Mark(kHooks[N]);
     return 1;
 }
 
 TEST_F(StreamWriters, HeaderHooksStandBehindTheirStepsAndTheirChangesCount) {
     harness = &h;
     record = info;
-    CustDLL.OEM_PJLCustJobHeader = [](DDIDEVMODE *pdm, DWORD word, void *cust) {
-        pdm->dmPrintQuality = 300; // the PJL resolution follows; the PCL units do not
-        return Hook("PJL job header", pdm, word, cust);
-    };
-    CustDLL.OEM_PDLCustJobHeader = [](DDIDEVMODE *pdm, DWORD w, void *c) {
-        return Hook("PDL job header", pdm, w, c);
-    };
-    CustDLL.OEM_PDLCustPageHeader = [](DDIDEVMODE *pdm, DWORD word, void *cust) {
-        pdm->wSourceIndex = kTray4; // honoured by the second tray selection
-        return Hook("page header", pdm, word, cust);
-    };
-    CustDLL.OEM_PJLCustJobFooter = [](DDIDEVMODE *pdm, DWORD w, void *c) {
-        return Hook("job footer", pdm, w, c);
-    };
+    CustDLL.OEM_PJLCustJobHeader = Hook<0>;
+    CustDLL.OEM_PDLCustJobHeader = Hook<1>;
+    CustDLL.OEM_PDLCustPageHeader = Hook<2>;
+    CustDLL.OEM_PJLCustJobFooter = Hook<3>;
     dm->wEmulation = 2;
     dm->dwCustDataWord = 0x51;
     dm->pCustData = dm->pJobInfo = 0; // stale in a received copy; set anew before each hook
     info->bOutputMode = OUTPUT_UNKNOWN;
     info->nLastPaper = info->nLastTray = -1;
     WritePCLJobHeader(info);
+    info->wHPGLFlags |= HPGL_CLIP_WINDOW | 0x0100;
     WritePCLPageHeader(info);
+    EXPECT_EQ(info->wHPGLFlags & (HPGL_CLIP_WINDOW | 0x0100), 0x0100);
     WritePCLJobFooter(info);
-    const std::string out = Take();
-    EXPECT_STREAM(out.substr(out.find("@PJL SET ORIENTATION")),
-                  Stream({
-                      R"(@PJL SET ORIENTATION=PORTRAIT\n)",
-                      "<PJL job header>",
-                      R"(@PJL SET RESOLUTION=300\n)", // read after the hook
-                      R"(@PJL ENTER LANGUAGE=PCL\n)",
-                      R"(\x1b%0A)",
-                      R"(\x1b&u600D)", // units: the resolution on entry
-                      R"(\x1b*t600R)", // raster: the same
-                      R"(\x1b*c0F)",
-                      R"(\x1b%0BWU0LT0,10,1;LTPW0TR0CF2LA1,1,2,2LO21PP1)",
-                      R"(\x1b%0A)",
-                      R"(\x1b&l1X)",
-                      "<PDL job header>",
-                      R"(\x1b&l2a0o4d1E)",
-                      R"(\x1b*pxY\x1b*c5760x7560y0T)",
-                      R"(\x1b&l1H)", // the device mode's tray before the hook
-                      R"(\x1b*r0F)",
-                      "<page header>",
-                      R"(\x1b&l4H)", // the hook's tray
-                      R"(\x1b%0B)",
-                      R"(IP0,10668,8128,0SC0,2400,0,6300;)", // 300*5760/720 across
-                      R"(\x1b%0A)",
-                      R"(\x1b%-12345X)",
-                      "<job footer>", // outside the PCL job
-                  }));
+    EXPECT_STREAM(Take(), Golden("hooks.txt"));
 }
 
 // ---- Job framing ----
@@ -341,7 +268,7 @@ TEST_F(StreamWriters, DescriptionTextsInTheComments) {
          "@PJL SET ORIENTATION=LANDSCAPE\n"},
     };
     for (const Case &c : cases) {
-        Open(kDescription + c.version);
+        Open(c.version);
         dm->wEmulation = 2;
         dm->dmOrientation = c.orientation;
         WritePCLJobHeader(info);
@@ -358,7 +285,7 @@ TEST_F(StreamWriters, DescriptionTextsInTheComments) {
 TEST_F(StreamWriters, NamesThatDoNotFitAreCut) {
     // A job name of 500 characters keeps 399 in the 400-byte buffer.
     const std::u16string longName(500, u'n');
-    Open(std::string(kDescription) + kVersion, longName);
+    Open(kVersion, longName);
     EXPECT_EQ(PJL_WriteJobName(info), 1);
     EXPECT_EQ(Take(), "@PJL COMMENT Job Name: " + std::string(399, 'n') + "\n");
     EXPECT_EQ(GlobalFlags(dm->hJobName) & 0xFF, 0u); // the name is unlocked again

@@ -10,8 +10,7 @@
 
 #define REC_EXPORT __attribute__((visibility("default")))
 
-REC_EXPORT int Rec_Count(void);
-REC_EXPORT const RecCall *Rec_Get(int index);
+REC_EXPORT const RecCall *Rec_Calls(int *count);
 REC_EXPORT void Rec_SetObserver(REC_OBSERVER fn, void *ctx);
 
 static RecCall calls[REC_MAX_CALLS];
@@ -19,11 +18,9 @@ static int nCalls;
 static REC_OBSERVER observer;
 static void *observerCtx;
 
-int Rec_Count(void) {
-    return nCalls;
-}
-const RecCall *Rec_Get(int index) {
-    return index >= 0 && index < nCalls ? &calls[index] : 0;
+const RecCall *Rec_Calls(int *count) {
+    *count = nCalls;
+    return calls;
 }
 void Rec_SetObserver(REC_OBSERVER fn, void *ctx) {
     observer = fn;
@@ -112,23 +109,5 @@ DEVMODE_ONLY(OEM_AbortDoc)
     }
 GET_CONFIG(OEM_GetConfig)
 GET_CONFIG(OEM_BidiGetPrinterData)
-
-#define UNCALLED(name)                                                                             \
-    DWORD name(void) {                                                                             \
-        Record(#name, 0);                                                                          \
-        return 0;                                                                                  \
-    }
-UNCALLED(OEM_DeletePrinter)
-UNCALLED(OEM_DevCaps)
-UNCALLED(OEM_DevInstall)
-UNCALLED(OEM_DriverDialog)
-UNCALLED(OEM_GetCustDataSize)
-UNCALLED(OEM_GetPropertyPages)
-UNCALLED(OEM_InitCustData)
-UNCALLED(OEM_InitializePrinter)
-UNCALLED(OEM_InitUIData)
-UNCALLED(OEM_ReadCustData)
-UNCALLED(OEM_UpdateCustData)
-UNCALLED(OEM_WriteCustData)
 
 #endif /* REC_NONE */

@@ -26,8 +26,8 @@ typedef struct RecCall {
     HANDLE32 hPrinter;
 } RecCall;
 
-typedef int (*PFN_Rec_Count)(void);
-typedef const RecCall *(*PFN_Rec_Get)(int index);
+/* The calls so far, and their count. */
+typedef const RecCall *(*PFN_Rec_Calls)(int *count);
 /* Called at each entry with its name, so a test can interleave calls with the stream. */
 typedef void (*REC_OBSERVER)(void *ctx, const char *entry);
 typedef void (*PFN_Rec_SetObserver)(REC_OBSERVER fn, void *ctx);
