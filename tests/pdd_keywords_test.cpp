@@ -84,6 +84,11 @@ TEST(PddKeywords, LinesAndTheirEffects) {
          "*PaperDimension B: \"100 100\"\n*ImageableArea B: \"1 1 99 99\"",
          "paper[A|||6120x7920|0,0,6120,7920|0,0,6120,7920] "
          "paper[B|||1000x1000|10,10,990,990|10,10,990,990] !calc(A)"},
+        // An edge the file never gave (0) leaves the area incomplete; edges that wrap.
+        {dim + "*ImageableArea A: \"1 2 3 0\"",
+         "paper[A|||1000x2000|10,20,30,0|10,20,30,0] !calc(A)"},
+        {dim + "*ImageableArea A: \".1 -1e400 1e400 1e400\"",
+         "paper[A|||1000x2000|1,-2147483648,2147483646,-1|1,-2147483648,2147483646,-1]"},
         // Sources, bins, media and translations.
         {"*InputSlot Tray1/upper:", "tray[Tray1|upper|]"},
         {"*OutputBin Top:\n*MediaType Plain:", "bin[Top||] media[Plain||] !OutputBin !MediaType"},
@@ -230,66 +235,6 @@ TEST(PddValues, SizesAndWholeNumbers) {
     for (const auto &r : rows) {
         EXPECT_EQ(PDDSize(r.text), r.size) << r.text;
         EXPECT_EQ(PDDAtoi(r.text), r.whole) << r.text;
-    }
-}
-
-// Names compare as unsigned bytes, and a text cut at 40 bytes never matches its name again.
-TEST(PddEntries, TextCompare) {
-    PDDTEXT t;
-    txtcpy(&t, "\xE9");
-    EXPECT_GT(txtcmp(&t, "e"), 0);
-    std::string s40(40, 'x');
-    EXPECT_EQ(txtcpy(&t, (s40 + "y").c_str()), 40);
-    EXPECT_NE(txtcmp(&t, s40.c_str()), 0);
-}
-
-// The parser finds keys and languages by binary search: both tables must stay sorted.
-TEST(PddEntries, KeyAndLanguageTables) {
-    for (int i = 1; i < PDD_NKEYS; ++i)
-        EXPECT_LT(std::strcmp(PDDKeyTable[i - 1].pszKey, PDDKeyTable[i].pszKey), 0) << i;
-    for (const PDDKEY &row : PDDKeyTable) {
-        EXPECT_EQ(InterestingKey(row.pszKey), &row);
-        std::string lower = row.pszKey;
-        for (char &c : lower) c = char(std::tolower(static_cast<unsigned char>(c)));
-        EXPECT_EQ(InterestingKey(lower.c_str()), nullptr) << lower;
-    }
-    EXPECT_EQ(InterestingKey("Zzz"), nullptr);
-    for (int i = 1; i < PDD_NLANGS; ++i)
-        EXPECT_LT(PDDStrICmp(LangTable[i - 1].pszName, LangTable[i].pszName), 0) << i;
-    for (const LANGVERS &row : LangTable) {
-        std::string upper = row.pszName;
-        for (char &c : upper) c = char(std::toupper(static_cast<unsigned char>(c)));
-        EXPECT_EQ(FindLangVers(upper.c_str()), &row);
-    }
-    EXPECT_EQ(FindLangVers("English\r\n"), nullptr);
-}
-
-TEST(PddCalcPapers, ResultsAndConversion) {
-    PDDINFO info{};
-    EXPECT_EQ(PDD_CalcPapers(&info), 0) << "no papers";
-    PDDPAPER a{}, b{}, c{};
-    a.nWidth = 6120, a.nHeight = 7920, a.PortraitArea = {120, 130, 6000, 7800};
-    b = a;
-    b.LandscapeArea = {1, 2, 3, 4}, b.PortraitArea = {5, 6, 7, 8};
-    a.pNext = &b;
-    info.pPaperList = &a;
-    info.nPapers = 3; // a count that disagrees with the list
-    EXPECT_EQ(PDD_CalcPapers(&info), 0);
-    EXPECT_EQ(Area(a.PortraitArea) + " " + Area(a.LandscapeArea),
-              "120,130,5880,7670 120,130,5880,7670");
-    EXPECT_EQ(Area(b.PortraitArea) + " " + Area(b.LandscapeArea), "5,6,2,2 1,2,2,2");
-    c.nWidth = c.nHeight = 1;
-    c.PortraitArea = {1, -2147483647 - 1, 2147483647, 2147483647}; // edges that wrap
-    info.pPaperList = &c;
-    info.nPapers = 1;
-    EXPECT_EQ(PDD_CalcPapers(&info), 1);
-    EXPECT_EQ(Area(c.PortraitArea), "1,-2147483648,2147483646,-1");
-    // An edge the file never gave (0) leaves the area incomplete.
-    for (PDDAREA area :
-         {PDDAREA{0, 2, 3, 4}, PDDAREA{1, 0, 3, 4}, PDDAREA{1, 2, 0, 4}, PDDAREA{1, 2, 3, 0}}) {
-        c.PortraitArea = area;
-        c.LandscapeArea = {};
-        EXPECT_EQ(PDD_CalcPapers(&info), 0) << Area(area);
     }
 }
 
