@@ -40,18 +40,21 @@ struct Binary : LiveBlocks {
     }
 };
 
-// The file of full.pdd byte for byte: the header (the record with hPDD 0 and the writer's
-// handles, which the golden file holds as 0), then every table and text in its fixed order.
-TEST_F(Binary, FileOfAKnownDescription) {
-    CfgBlock cfg;
-    ASSERT_EQ(Write(kFull, cfg), 1);
-    auto file = ReadAll(path);
-    ASSERT_GT(file.size(), CFGINFO_SIZE);
-    EXPECT_EQ(
-        HandleAt(*reinterpret_cast<const CFGINFO *>(file.data()), offsetof(CFGINFO, hPaperNames)),
-        cfg.c->hPaperNames);
-    for (size_t off : kHandleAt) std::memset(&file[off], 0, sizeof(HGLOBAL));
-    EXPECT_EQ(file, ReadAll(std::string(Q417_TEST_DATA) + "/config/full.bdd"));
+// The files of two descriptions byte for byte: the header (the record with hPDD 0 and the
+// writer's handles, which the golden files hold as 0), then every table and text in its fixed
+// order. tables.pdd says what its lines exercise.
+TEST_F(Binary, FilesOfKnownDescriptions) {
+    for (std::string name : {"full", "tables"}) {
+        SCOPED_TRACE(name);
+        CfgBlock cfg;
+        ASSERT_EQ(Write(std::string(Q417_TEST_DATA) + "/config/" + name + ".pdd", cfg), 1);
+        auto file = ReadAll(path);
+        ASSERT_GT(file.size(), CFGINFO_SIZE);
+        const CFGINFO &header = *reinterpret_cast<const CFGINFO *>(file.data());
+        EXPECT_EQ(HandleAt(header, offsetof(CFGINFO, hPaperNames)), cfg.c->hPaperNames);
+        for (size_t off : kHandleAt) std::memset(&file[off], 0, sizeof(HGLOBAL));
+        EXPECT_EQ(file, ReadAll(std::string(Q417_TEST_DATA) + "/config/" + name + ".bdd"));
+    }
 }
 
 // The widest a description allows: 40-byte texts, so rows of 41 and orientation texts of 40.
