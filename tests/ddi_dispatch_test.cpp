@@ -96,7 +96,7 @@ TEST(DdiGetString, TextIdsAnswerAsGetStringDoes) {
     DevMode d = KnownRecord(cfg.h);
     std::memcpy(d.dm.szModelName, "ABCDEFGHIJKLMNOPQRSTUVWXYZ012345", 32); // no terminator
     const std::u16string job = u"Quarterly report.pdf";
-    d.dm.hJobName = Block(job.c_str(), (job.size() + 1) * 2);
+    d.dm.hJobName = pddtest::Block(job.c_str(), (job.size() + 1) * 2);
     const std::pair<DWORD, std::u16string> texts[] = {
         {DDI_STR_DEVICENAME, u"Lindgate 417"},
         {DDI_STR_PLUGIN, u"QMPLUG.DLL"},

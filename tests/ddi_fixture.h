@@ -1,11 +1,12 @@
-// Hand-made configurations and device modes for the settings interface tests: a CFGINFO with
-// its wide tables in global blocks, laid out either as a PDD build makes them (each table as
-// wide as its longest text plus 1) or as the long-lived copy has them (rows of 24, 64 for
-// paper keys and names, cut without a terminator). And the check that a text getter answers a
+// The settings interface tests' printer (tests/data/ddi/sample.pdd) as the values a test
+// expects, its configuration laid out either as a PDD build makes it (each table as wide as its
+// longest text plus 1) or as the long-lived copy has it (rows of 24, 64 for paper keys and
+// names, cut without a terminator), device modes, and the check that a text getter answers a
 // size query, an exact fit and a cut as GetString does.
 #pragma once
 
 #include "ddi/ddi.h"
+#include "pdd_testutil.h"
 #include "q417/q417plg.h"
 
 #include <gtest/gtest.h>
@@ -41,10 +42,8 @@ struct PrinterDesc {
     std::array<DWORD, 10> custLimits = {};
 };
 
-// A printer with every family filled, one custom paper and texts of the awkward lengths: a
-// 40-character paper name, a 24-character tray key, papers without a translation. The margins
-// differ between the halves, so a wrong half shows. BuildConfig adds the plug-in QMPLUG.DLL,
-// the model "Lindgate ColorLaser 417", language 7 and measurement units 1.
+// What sample.pdd describes. The custom paper's row has the margins 100, 200, 300 and 400 in
+// both halves.
 inline PrinterDesc SamplePrinter() {
     PrinterDesc s;
     s.papers = {{u"Letter", u"Letter 8.5 x 11 in"},
@@ -57,22 +56,22 @@ inline PrinterDesc SamplePrinter() {
                   {5953, 8419, 120, 120, 5713, 8179},
                   {6120, 10080, 120, 120, 5880, 9840},
                   {2970, 6840, 144, 144, 2682, 6552},
-                  {6120, 7920, 100, 200, 5920, 7520}};
+                  {6120, 7920, 100, 200, 5720, 7320}};
     s.landscape = {{6120, 7920, 180, 60, 5760, 7800},
                    {5953, 8419, 180, 60, 5593, 8299},
                    {6120, 10080, 180, 60, 5760, 9960},
                    {2970, 6840, 200, 100, 2570, 6640},
-                   {6120, 7920, 50, 150, 6020, 7620}};
+                   {6120, 7920, 100, 200, 5720, 7320}};
     s.customPaper = 4;
     s.custLimits = {2160, 3600, 8640, 12960, 6120, 7920, 100, 200, 300, 400};
     s.media = {{u"Plain", u"Plain paper"},
                {u"Transparency", u""},
                {u"HeavyGlossy", u"Heavy glossy paper 163-220 g/m2"}}; // cut to 24 in a copy
-    s.trays = {{u"Upper", u"Upper tray"},
-               {u"Lower", u"Lower tray"},
-               {u"LargeCapacityFeederUnit2", u"Large capacity feeder"}, // 24 characters
+    s.trays = {{u"Upper", u"Upper"},
+               {u"Lower", u"Lower"},
+               {u"LargeCapacityFeederUnit2", u"Large Capacity"}, // 24 characters
                {u"Manual", u""}};
-    s.trayIds = {1, 2, 11, 4};
+    s.trayIds = {1, 2, 11, 256};
     s.defTray = 1;
     s.dests = {{u"Top", u"Face down"}, {u"Rear", u"Face up"}};
     s.defDest = 1;
@@ -80,75 +79,6 @@ inline PrinterDesc SamplePrinter() {
     s.resValues = {{300, 300}, {600, 600}, {1200, 600}};
     s.defRes = 1;
     return s;
-}
-
-inline HGLOBAL Block(const void *data, size_t size) {
-    if (size == 0) return 0;
-    HGLOBAL h = GlobalAlloc(GHND, size);
-    if (h) {
-        std::memcpy(GlobalLock(h), data, size);
-        GlobalUnlock(h);
-    }
-    return h;
-}
-
-// Rows of a fixed width: the longest text plus 1, or the copy's width. A text as long as its
-// row or longer keeps no terminator.
-inline HGLOBAL WideTable(const std::vector<Option> &rows, bool keys, Widths w, DWORD copyWidth,
-                         DWORD &width) {
-    auto text = [&](const Option &o) -> const std::u16string & {
-        return keys ? o.key : o.display();
-    };
-    width = copyWidth;
-    if (w == Widths::Pdd) {
-        size_t longest = 0;
-        for (const Option &o : rows) longest = std::max(longest, text(o).size());
-        width = DWORD(longest + 1);
-    }
-    std::vector<WCHAR> cells(rows.size() * width, 0);
-    for (size_t r = 0; r < rows.size(); ++r)
-        std::memcpy(&cells[r * width], text(rows[r]).data(),
-                    std::min<size_t>(text(rows[r]).size(), width) * 2);
-    return Block(cells.data(), cells.size() * 2);
-}
-
-// Builds the CFGINFO block with its tables; ScopedConfig frees both.
-inline HGLOBAL BuildConfig(const PrinterDesc &s, Widths w) {
-    CFGINFO c{};
-    c.wVersion = s.version;
-    c.bLangID = 7;
-    c.bMeasUnits = 1;
-    auto family = [&](const std::vector<Option> &rows, DWORD copyWidth, HGLOBAL &hKeys,
-                      DWORD &cchKey, HGLOBAL &hNames, DWORD &cchName, DWORD &n, INT &def, INT d) {
-        n = DWORD(rows.size());
-        def = d;
-        hKeys = WideTable(rows, true, w, copyWidth, cchKey);
-        hNames = WideTable(rows, false, w, copyWidth, cchName);
-    };
-    family(s.papers, 64, c.hPaperKeys, c.cchPaperKey, c.hPaperNames, c.cchPaperName, c.nPapers,
-           c.nDefaultPaper, s.defPaper);
-    family(s.media, 24, c.hMediaKeys, c.cchMediaKey, c.hMediaNames, c.cchMediaName, c.nMedia,
-           c.nDefaultMedia, s.defMedia);
-    family(s.trays, 24, c.hTrayKeys, c.cchTrayKey, c.hTrayNames, c.cchTrayName, c.nTrays,
-           c.nDefaultTray, s.defTray);
-    family(s.dests, 24, c.hDestKeys, c.cchDestKey, c.hDestNames, c.cchDestName, c.nDests,
-           c.nDefaultDest, s.defDest);
-    family(s.res, 24, c.hResKeys, c.cchResKey, c.hResNames, c.cchResName, c.nResolutions,
-           c.nDefaultRes, s.defRes);
-    c.hPaperIDs = Block(s.paperIds.data(), s.paperIds.size() * 2);
-    c.hTrayIDs = Block(s.trayIds.data(), s.trayIds.size() * 2);
-    std::vector<DWORD> v;
-    for (auto [x, y] : s.resValues) v.insert(v.end(), {x, y});
-    c.hResValues = Block(v.data(), v.size() * 4);
-    std::vector<PaperDims> d = s.portrait;
-    if (s.version > 8) d.insert(d.end(), s.landscape.begin(), s.landscape.end());
-    c.hPaperDims = Block(d.data(), d.size() * sizeof(PaperDims));
-    std::memcpy(&c.dwCustMinWidth, s.custLimits.data(), sizeof s.custLimits);
-    c.nCustomPaper = s.customPaper;
-    const char16_t plugIn[32] = u"QMPLUG.DLL";
-    c.hPlugIn = Block(plugIn, sizeof plugIn);
-    c.hModelName = Block("Lindgate ColorLaser 417\0\0\0\0\0\0\0\0", 32);
-    return Block(&c, sizeof c);
 }
 
 // Runs f on the locked CFGINFO behind h.
@@ -179,10 +109,28 @@ inline DevMode MakeDevMode(HGLOBAL hConfig = 0) {
     return d;
 }
 
-// A configuration for the length of a test.
+// The configuration of sample.pdd for the length of a test, built as GetConfig builds it or
+// copied as the cache has it, with the version and the custom paper's sizes of s.
 struct ScopedConfig {
-    HGLOBAL h;
-    explicit ScopedConfig(const PrinterDesc &s, Widths w = Widths::Pdd) : h(BuildConfig(s, w)) {}
+    HGLOBAL h = GlobalAlloc(GHND, CFGINFO_SIZE);
+    explicit ScopedConfig(const PrinterDesc &s, Widths w = Widths::Pdd) {
+        pddtest::Parsed pdd(std::string(Q417_TEST_DATA) + "/ddi/sample.pdd");
+        pddtest::CfgBlock built;
+        EXPECT_EQ(built.Build(pdd.h), 1);
+        EditConfig(h, [&](CFGINFO &c) {
+            DDIDEVMODE dm{};
+            dm.hConfig = built.h;
+            if (w == Widths::Copy) {
+                EXPECT_EQ(CFGCopyInfo(&dm, &c), 1);
+                built.c->hFileVersion = built.c->hPortraitCmd = built.c->hLandscapeCmd = 0;
+            } else {
+                std::swap(c, *built.c);
+            }
+            c.hPDD = 0;
+            c.wVersion = s.version;
+            std::memcpy(&c.dwCustMinWidth, s.custLimits.data(), sizeof s.custLimits);
+        });
+    }
     ~ScopedConfig() {
         EditConfig(h, [](CFGINFO &c) { FreeConfigTables(&c); });
         GlobalFree(h);
