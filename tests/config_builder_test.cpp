@@ -89,27 +89,6 @@ TEST_F(Builder, WindowsIdsOfPapersAndSources) {
     EXPECT_EQ(Bytes<uint16_t>(b.c->hTrayIDs), (std::vector<uint16_t>{1, 256, 1, 257, 4, 9}));
 }
 
-TEST_F(Builder, FullLengthTextsAndRawOrientationBytes) {
-    const std::string key40(40, 'K');
-    // A command cut short by the line-feed conversion keeps its length.
-    Built b("*Resolution r:\n*PageSize " + key40 + ": 1\n*InputSlot t: 1\n*Product: \"" +
-            std::string(40, 'P') + "\"\n*Orientation Portrait: \"@PJL\\nXYZ\"\n" +
-            "*CustomPageSize C: \"21.6 36 61.2 100.8\"\n*CustomPageMargins:  \"0 0 0 1.2\"");
-    ASSERT_EQ(b.ok, 1);
-    const CFGINFO &c = *b.c;
-    EXPECT_EQ(c.cchPaperKey, 41u);
-    EXPECT_EQ(Row(c.hPaperKeys, 41, 0), std::u16string(40, u'K'));
-    auto model = Bytes(c.hModelName);
-    EXPECT_EQ(std::string(model.begin(), model.end()), std::string(40, 'P') + '\0');
-    EXPECT_EQ(
-        std::vector<long>({c.nCustomPaper, long(c.dwCustMinWidth), long(c.dwCustMarginBottom)}),
-        std::vector<long>({1, 216, 12}));
-    EXPECT_EQ(Bytes(+c.hPortraitCmd), (std::vector<uint8_t>{'@', 'P', 'J', 'L', '\n', 0, 0, 0}));
-    EXPECT_EQ(+c.cbPortraitCmd, 8u);
-    EXPECT_EQ(+c.hLandscapeCmd | +c.cbLandscapeCmd | c.hFileVersion | c.hPlugIn, 0u);
-    EXPECT_EQ(c.nDests | c.nMedia | c.cchDestName | c.cchMediaName, 0u);
-}
-
 TEST_F(Builder, MissingRequiredFamilyFailsWithNoTables) {
     const char *families[] = {"*Resolution r:\n", "*PageSize p: 1\n", "*InputSlot t: 1\n"};
     for (int missing = 0; missing < 3; ++missing) {
