@@ -82,40 +82,26 @@ TEST(PddLineReader, LineEndsCutLinesAndZeroBytes) {
     for (const auto &c : cases) EXPECT_EQ(ReadLines(c.bytes, c.cchMax), c.expected) << c.what;
 }
 
-// A line, and the CR LF pair behind it, at every position across the end of the first block.
+// A line, and each kind of line end behind it, at every position across the end of the first
+// block.
 TEST(PddLineReader, LinesAcrossTheBlockBoundaryArriveWhole) {
-    for (int prefix = 500; prefix <= 513; ++prefix) {
-        // Filler lines of 100 bytes with CR LF, then one shorter line to reach the prefix.
-        std::string bytes;
-        std::vector<std::string> expected;
-        while (static_cast<int>(bytes.size()) + 102 <= prefix - 3) {
-            bytes += std::string(100, 'x') + "\r\n";
-            expected.push_back("102:" + std::string(100, 'x') + "\\r\\n\\0");
+    for (std::string eol : {"\r\n", "\n", "\r", "\n\r"}) {
+        for (size_t prefix = 500; prefix <= 513; ++prefix) {
+            std::string bytes;
+            std::vector<std::string> expected;
+            auto line = [&](const std::string &text) {
+                bytes += text + eol;
+                expected.push_back(std::to_string(text.size() + 2) + ":" + text + "\\r\\n\\0");
+            };
+            // Filler lines of 100 bytes, then one shorter line to reach the prefix.
+            while (bytes.size() + 102 + eol.size() < prefix) line(std::string(100, 'x'));
+            line(std::string(prefix - bytes.size() - eol.size(), 'y'));
+            line("HELLO");
+            line("WORLD");
+            expected.push_back("0:");
+            EXPECT_EQ(ReadLines(bytes), expected) << Escape(eol) << ", HELLO at byte " << prefix;
         }
-        int rest = prefix - static_cast<int>(bytes.size()) - 2;
-        bytes += std::string(rest, 'y') + "\r\n";
-        expected.push_back(std::to_string(rest + 2) + ":" + std::string(rest, 'y') + "\\r\\n\\0");
-        ASSERT_EQ(static_cast<int>(bytes.size()), prefix);
-        bytes += "HELLO\r\nWORLD\r\n";
-        expected.push_back("7:HELLO\\r\\n\\0");
-        expected.push_back("7:WORLD\\r\\n\\0");
-        expected.push_back("0:");
-        EXPECT_EQ(ReadLines(bytes), expected) << "HELLO at byte " << prefix;
     }
-}
-
-// Every single line end, many times over, across many blocks.
-TEST(PddLineReader, ManyBlocksOfMixedLineEnds) {
-    std::string bytes;
-    std::vector<std::string> expected;
-    const char *ends[] = {"\r\n", "\n", "\r", "\n\r"};
-    for (int i = 0; i < 400; ++i) {
-        std::string text = "line" + std::to_string(i);
-        bytes += text + ends[i % 4];
-        expected.push_back(std::to_string(text.size() + 2) + ":" + text + "\\r\\n\\0");
-    }
-    expected.push_back("0:");
-    EXPECT_EQ(ReadLines(bytes), expected);
 }
 
 // A read that fails (a handle open for writing only) ends the file; its error is no count of
