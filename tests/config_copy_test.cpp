@@ -45,7 +45,8 @@ TEST_F(Copy, WidthsBecomeFixedAndTextsAreCutWithoutTerminator) {
     ASSERT_EQ(CFGCopyInfo(&src.dm, &d), 1);
     EXPECT_EQ(std::memcmp(&before, src.s, CFGINFO_SIZE), 0) << "the source never changes";
 
-    // Every table of rows: its width in the copy, one row's text, and whether it ends in 0.
+    // Tables of rows: the width in the copy, one row's text, and whether it ends in 0. (The
+    // settings interface tests read every family's keys and names from a copy.)
     const struct {
         const char *what;
         HGLOBAL h;
@@ -55,17 +56,10 @@ TEST_F(Copy, WidthsBecomeFixedAndTextsAreCutWithoutTerminator) {
     } rows[] = {
         {"29 chars in a row of 24: cut", d.hResNames, d.cchResName, 24, 2, 0, k24, false},
         {"short text: zero-filled row", d.hResNames, d.cchResName, 24, 2, 1, u"600 dpi", true},
-        {"resolution key", d.hResKeys, d.cchResKey, 24, 2, 1, u"600dpi", true},
         {"40-char paper name fits 64", d.hPaperNames, d.cchPaperName, 64, 2, 0, k40, true},
         {"paper key", d.hPaperKeys, d.cchPaperKey, 64, 2, 1, u"A4", true},
-        {"paper code", d.hPaperCmds, d.cchPaperCmd, 24, 2, 1, u"26", true},
         {"exactly 24 chars: no terminator", d.hTrayNames, d.cchTrayName, 24, 2, 0, k24, false},
-        {"tray key", d.hTrayKeys, d.cchTrayKey, 24, 2, 1, u"Tray2", true},
         {"tray code", d.hTrayCmds, d.cchTrayCmd, 24, 2, 1, u"-1", true},
-        {"bin name", d.hDestNames, d.cchDestName, 24, 1, 0, u"Up", true},
-        {"bin key", d.hDestKeys, d.cchDestKey, 24, 1, 0, u"Up", true},
-        {"media name", d.hMediaNames, d.cchMediaName, 24, 1, 0, u"Plain", true},
-        {"media key", d.hMediaKeys, d.cchMediaKey, 24, 1, 0, u"Plain", true},
         {"media code", d.hMediaCmds, d.cchMediaCmd, 24, 1, 0, u"0", true},
     };
     for (auto &r : rows) {
@@ -145,15 +139,6 @@ TEST_F(Copy, EachFailureLeavesNoTableAndNoLeak) {
     }
 }
 
-// An 8-bit text without terminator is read only to its block's end.
-TEST_F(Copy, TextCopyKeepsToTheSourceBlock) {
-    HGLOBAL raw = Block("0123456789", 10);
-    HGLOBAL c = StrnCopyHandleToHandle(raw, 32);
-    EXPECT_EQ(Text(c) + " " + std::to_string(GlobalSize(c)), "0123456789 32");
-    GlobalFree(c);
-    GlobalFree(raw);
-}
-
 // ---- The cache and its lookups ----
 
 struct Cache : LiveBlocks {
@@ -171,7 +156,9 @@ struct Cache : LiveBlocks {
     }
 };
 
-TEST_F(Cache, PaperAndTrayCodesByRow) {
+// Codes by row, the version and the orientation texts; a code as wide as its row and a version
+// of 40 bytes have no terminator and are read only to their end.
+TEST_F(Cache, CodesByRowAndTexts) {
     const struct {
         int (*fn)(DDIDEVMODE *, int);
         int row, code;
@@ -186,15 +173,6 @@ TEST_F(Cache, PaperAndTrayCodesByRow) {
         EXPECT_EQ(dm.hCfgCache, hCfg);
     }
     EXPECT_EQ(GetPaperSelect(nullptr, 0), 0);
-    // A code as wide as its row has no terminator: read only to the row's end.
-    auto *c = static_cast<CFGINFO *>(GlobalLock(hCfg));
-    GlobalFree(c->hTrayCmds);
-    c->hTrayCmds = WideTable({u"000000000000000000000007", u"8"}, 24);
-    GlobalUnlock(hCfg);
-    EXPECT_EQ(GetTraySelect(&dm, 0), 7);
-}
-
-TEST_F(Cache, VersionAndOrientationTexts) {
     char buf[kOrientTextCap];
     std::memset(buf, 'x', sizeof buf);
     EXPECT_EQ(GetPDDVersionString(&dm, buf), 40);
@@ -203,20 +181,25 @@ TEST_F(Cache, VersionAndOrientationTexts) {
         SHORT orient;
         int result;
         const char *text;
-    } cases[] = {{1, 6, "@PJL P"}, {2, 6, "@PJL L"}, {0, 0, ""}, {3, 0, ""}};
-    for (auto &c : cases) {
-        dm.dmOrientation = c.orient;
+    } texts[] = {{1, 6, "@PJL P"}, {2, 6, "@PJL L"}, {0, 0, ""}, {3, 0, ""}};
+    for (auto &t : texts) {
+        dm.dmOrientation = t.orient;
         buf[0] = 0;
-        EXPECT_EQ(GetPJLOrientString(&dm, buf), c.result) << c.orient;
-        EXPECT_STREQ(buf, c.text);
+        EXPECT_EQ(GetPJLOrientString(&dm, buf), t.result) << t.orient;
+        EXPECT_STREQ(buf, t.text);
     }
     auto *cfg = static_cast<CFGINFO *>(GlobalLock(hCfg));
+    GlobalFree(cfg->hTrayCmds);
+    std::u16string codes = u"000000000000000000000007"
+                           u"8";
+    codes.resize(48);
+    cfg->hTrayCmds = Block(codes.data(), 96);
     GlobalFree(cfg->hLandscapeCmd);
     cfg->hLandscapeCmd = 0;
-    // 40 bytes of version text: copied whole and terminated behind.
     GlobalFree(cfg->hFileVersion);
     cfg->hFileVersion = Block("0123456789012345678901234567890123456789", 40);
     GlobalUnlock(hCfg);
+    EXPECT_EQ(GetTraySelect(&dm, 0), 7);
     dm.dmOrientation = 2;
     EXPECT_EQ(GetPJLOrientString(&dm, buf), 0) << "no text for landscape";
     EXPECT_EQ(GetPDDVersionString(&dm, buf), 40);
