@@ -210,14 +210,6 @@ inline HGLOBAL Block(const void *data, size_t cb) {
     return h;
 }
 
-// A wide table of rows of `cch` characters; a text as long as the row gets no terminator.
-inline HGLOBAL WideTable(std::initializer_list<std::u16string_view> rows, DWORD cch) {
-    std::vector<WCHAR> t(rows.size() * cch);
-    size_t r = 0;
-    for (auto s : rows) std::copy_n(s.begin(), std::min<size_t>(s.size(), cch), &t[r++ * cch]);
-    return Block(t.data(), t.size() * 2);
-}
-
 // The block's contents as elements of T.
 template <class T = uint8_t>
 std::vector<T> Bytes(HGLOBAL h) {

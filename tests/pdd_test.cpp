@@ -1,0 +1,564 @@
+// The description parser. Key by key: lines of a description and what they leave in the
+// record, each row parsed behind the tag line; the effect is the record's summary
+// (pdd_testutil.h), with "!key" for each line skipped or refused and "!calc(name)" for a paper
+// whose area can't be completed. Then the line reader (every kind of line end, the 512-byte
+// block boundary, cut lines, 0 bytes, the switch to a second file and back), the sample
+// description whole, the results of a parse, and "Include:" lines.
+#include "pdd_testutil.h"
+
+namespace {
+
+using namespace pddtest;
+
+TEST(PddKeywords, LinesAndTheirEffects) {
+    const std::string dim = "*PaperDimension A: \"100 200\"\n";
+    const std::string size = "*CustomPageSize C/Custom: \"216 360 612 1008\"\n";
+    const std::string def = "*DefaultCustomPageSize:  \"612 792\"\n";
+    const std::string margins = "*CustomPageMargins:  \"12 14 16 18\"\n";
+    const std::string custom = "custmin=2160x3600 custmax=6120x10080 custdef=6120x7920 "
+                               "margins=120,140,160,180 "
+                               "Cpaper[C|Custom||6120x7920|120,140,5840,7600|120,140,5840,7600]";
+    const std::string n39(39, 'n'), n40(40, 'n'), P40(40, 'P');
+    const struct {
+        std::string lines, effect;
+    } rows[] = {
+        // Which lines are key lines and which key tokens match.
+        {"*\tProduct: \"X\"", "product=X"}, // blanks and tabs before the key
+        {"*  Product:\t\"X\"", "product=X"},
+        {" *Product: \"X\"", " !"},                  // blank before the asterisk
+        {"*%Product: \"X\"\n*\nProduct: \"X\"", ""}, // comment, lone asterisk, no asterisk
+        {"*   ", " !"},                              // no key token
+        {"*product: \"X\"", " !product:"},           // known key, wrong case
+        {"*Product : \"X\"", " !Product"},           // blank before the colon
+        {"*PageSize: Letter", " !PageSize:"},        // colon behind an option key
+        {"*Product:  \"X\"", "product= "},           // Q: the second blank is the value
+        {"*Product:\"X\"", " !Product:\"X\""},       // nothing ends the key token
+        {"*Product: X", "product=X"},                // no quotes: the text to the end
+        {"*Product: \"Abc", "product=Abc"},          // no closing quote
+        {"*PageSize Letter/US Letter: 2 trailing words",
+         "paper[Letter|US Letter|2|0x0] !calc(Letter)"},
+        // 128 bytes count, the byte behind them is lost, the rest is a line of its own.
+        {"*Product: \"" + std::string(117, 'P') + "\"*FileVersion: \"2\"",
+         "product=" + P40 + " version=2 !"},
+        {"*Product: \"" + std::string(114, 'P') + "\"\r\n*FileVersion: \"2\"",
+         "product=" + P40 + " version=2"},
+        {std::string("*Product: \"A\0B\"", 15) + "\n*FileVersion: \"2\"", "product=A version=2"},
+        {"*Product: \"\xE9t\xE9\"", "product=\xE9t\xE9"},
+        // Papers.
+        // No colon: the name takes the line end, is stored without it and is never found again.
+        {"*PageSize Letter\n*PageSize Letter", "paper[Letter|||0x0] paper[Letter|||0x0] !PageSize "
+                                               "!PageSize !PageSize !PageSize !calc(Letter)"},
+        // Two entries stored as "Letter": a later line names the first; each list has its own.
+        {"*PageSize Letter\n*PageSize Letter\n*PaperDimension Letter: \"1 2\"\n"
+         "*InputSlot Letter: 3\n*OutputBin Letter: 4\n*InputSlot Letter: 5",
+         "paper[Letter|||10x20] paper[Letter|||0x0] tray[Letter||5] bin[Letter||4] !PageSize "
+         "!PageSize !PageSize !PageSize !calc(Letter)"},
+        {"*PageSize Letter:", "paper[Letter|||0x0] !PageSize !calc(Letter)"},
+        {"*PageSize Letter: \"2\"", "paper[Letter||\"2\"|0x0] !calc(Letter)"},
+        {"*PageSize A4.port: 26", "paper[A4.port||26|0x0] !calc(A4.port)"},
+        {"*DefaultPageSize: unknown", ""},
+        {"*DefaultPageSize: Legal", "paper*[Legal|||0x0] !calc(Legal)"},
+        {"*DefaultPageSize:", " !DefaultPageSize:"},
+        {"*PaperDimension A:  \"612 792\"", "paper[A|||6120x7920] !calc(A)"},
+        // One number: the closing quote goes with the width and the height reads as 0.
+        {"*PaperDimension A: \"612\"", "paper[A|||6120x0] !calc(A)"},
+        {"*PaperDimension A: 612 792", "paper[A|||0x0] !PaperDimension !calc(A)"},
+        {"*PaperDimension A: \"abc 1.5e2\"", "paper[A|||0x1500] !calc(A)"},
+        {"*PaperDimension A: \"1e400 -1e400\"", "paper[A|||2147483647x-2147483648] !calc(A)"},
+        // Imageable areas and their orientation suffixes.
+        {dim + "*ImageableArea A.port: \"1 2 3 4\"\n*ImageableArea A.land: \"5 6 7 8\"",
+         "paper[A|||1000x2000|10,20,20,20|60,50,20,20]"},
+        {dim + "*ImageableArea A.port: \"1 2 3 4\"\n*ImageableArea A.land: \"5 6 7 8\"\n"
+               "*ImageableArea A: \"1 2 3 4\"",
+         "paper[A|||1000x2000|10,20,20,20|10,20,20,20]"},
+        // Landscape alone: the same four numbers for portrait, not swapped back.
+        {dim + "*ImageableArea A.land: \"1 2 3 4\"",
+         "paper[A|||1000x2000|20,10,20,20|20,10,20,20]"},
+        {dim + "*ImageableArea A.LANDSCAPE/Quer: \"1 2 3 4\"",
+         "paper[A|Quer||1000x2000|20,10,20,20|20,10,20,20]"},
+        {"*ImageableArea A.lan: \"1 2 3 4\"\n*ImageableArea A.foo: \"1 2 3 4\"",
+         " !ImageableArea !ImageableArea"},
+        {"*PageSize A.foo: 1\n*ImageableArea A.foo: \"1 2 3 4\"",
+         "paper[A.foo||1|0x0] !ImageableArea !calc(A.foo)"},
+        {dim + "*ImageableArea A: \"1 2\"", "paper[A|||1000x2000] !ImageableArea !calc(A)"},
+        {dim + "*ImageableArea A: 1 2 3 4", "paper[A|||1000x2000] !ImageableArea !calc(A)"},
+        // An area with a left edge of 0 is incomplete: the conversion stops there.
+        {"*PaperDimension A: \"612 792\"\n*ImageableArea A: \"0 0 612 792\"\n"
+         "*PaperDimension B: \"100 100\"\n*ImageableArea B: \"1 1 99 99\"",
+         "paper[A|||6120x7920|0,0,6120,7920|0,0,6120,7920] "
+         "paper[B|||1000x1000|10,10,990,990|10,10,990,990] !calc(A)"},
+        // An edge the file never gave (0) leaves the area incomplete; edges that wrap.
+        {dim + "*ImageableArea A: \"1 2 3 0\"",
+         "paper[A|||1000x2000|10,20,30,0|10,20,30,0] !calc(A)"},
+        {dim + "*ImageableArea A: \".1 -1e400 1e400 1e400\"",
+         "paper[A|||1000x2000|1,-2147483648,2147483646,-1|1,-2147483648,2147483646,-1]"},
+        // Sources, bins, media and translations.
+        {"*InputSlot Tray1/upper:", "tray[Tray1|upper|]"},
+        {"*OutputBin Top:\n*MediaType Plain:", "bin[Top||] media[Plain||] !OutputBin !MediaType"},
+        {"*DefaultInputSlot: Lower\n*InputSlot Lower/lower: 4", "tray*[Lower|lower|4]"},
+        {"*DefaultOutputBin: unknown\n*DefaultMediaType:", " !DefaultMediaType:"},
+        {"*DefaultMediaType: Glossy/shiny", "media*[Glossy|shiny|]"},
+        {"*InputSlot T: 1\n*InputSlot T/late: 2", "tray[T|late|2]"},
+        {"*InputSlot T/first: 1\n*InputSlot T/second: 2", "tray[T|first|2]"},
+        {"*InputSlot T/: 1\n*InputSlot T/x/y.z w: 2", "tray[T|x/y.z w|2]"},
+        {"*InputSlot t: 1\n*InputSlot T: 2", "tray[t||1] tray[T||2]"},
+        {"*InputSlot /empty: 1\n*InputSlot /: 2", "tray[|empty|2]"},
+        {"*InputSlot  T: 1\n*InputSlot T : 2", "tray[ T||1] tray[T ||2]"},
+        {"*InputSlot " + n39 + ": 1\n*InputSlot " + n39 + ": 2", "tray[" + n39 + "||2]"},
+        {"*InputSlot " + n40 + ": 1\n*InputSlot " + n40 + ": 2",
+         "tray[" + n40 + "||1] tray[" + n40 + "||2] !InputSlot !InputSlot"},
+        {"*InputSlot T: 1 2", "tray[T||1]"},
+        // Resolutions.
+        {"*Resolution 600x300dpi: \"a\"", "res[600x300dpi||a|600x300]"},
+        {"*Resolution 600x300: \"a\"", "res[600x300||a|600x300]"},
+        {"*Resolution 300: \"a\"", "res[300||a|300x300]"},
+        {"*Resolution 600X300: \"a\"", "res[600X300||a|600x600]"},
+        {"*Resolution dpi600: \"a\"", "res[dpi600||a|0x0]"},
+        {"*Resolution 1200dpi:", "res[1200dpi|||1200x1200]"},
+        {"*Resolution 1200dpi: 1200", "res[1200dpi|||1200x1200]"},
+        {"*DefaultResolution: 1200x600", "res*[1200x600|||1200x600]"},
+        {"*DefaultResolution: unknown\n*SetResolution anything at all", ""},
+        {"*DefaultResolution: 600dpi\n*Resolution 600dpi/Fine: \"@PJL\"",
+         "res*[600dpi|Fine|@PJL|600x600]"},
+        {"*Resolution 99999999999x5dpi: \"a\"", "res[99999999999x5dpi||a|2147483647x5]"},
+        // Language and level.
+        {"*PrinterLanguage: PCL5", "lang=1"},
+        {"*PrinterLanguage: pcl7", " !PrinterLanguage:"},
+        {"*PrinterLanguage: pcl5\n*LanguageLevel: 5c", "lang=1 level=3"},
+        {"*PrinterLanguage: pcl5\n*LanguageLevel: 5EC", "lang=1 level=4"},
+        {"*PrinterLanguage: pcl5\n*LanguageLevel: 6c", "lang=1 level=2"},
+        {"*PrinterLanguage: pcl6\n*LanguageLevel: 6c", "lang=5 level=6"},
+        {"*PrinterLanguage: pcl6\n*LanguageLevel: 5c", "lang=5 level=5"},
+        {"*PrinterLanguage: gdi\n*LanguageLevel: 1x24", "lang=10 level=11"},
+        {"*PrinterLanguage: gdi\n*LanguageLevel: 2x2", "lang=10"},
+        {"*PrinterLanguage: gdi\n*LanguageLevel:", "lang=10 !LanguageLevel:"},
+        {"*LanguageLevel: 5c\n*PrinterLanguage: pcl5", "lang=1 !LanguageLevel:"},
+        {"*PrinterLanguage: pcl5\n*PrinterLanguage: gdi", "lang=10"},
+        {"*LanguageVersion: \"german\"", "langid=7 units=1"},
+        {"*LanguageVersion: German", " !LanguageVersion:"},
+        {"*LanguageVersion: \"Klingon\"", " !LanguageVersion:"},
+        {"*LanguageVersion: \"Swedish\"\n*LanguageVersion: \"ENGLISH\"", ""},
+        // Flags and single values.
+        {"*ColorDevice: TRUE", "colors=3"},
+        {"*ColorDevice: yes", "colors=1"},
+        {"*ColorDevice:", " !ColorDevice:"},
+        {"*DuplexDevice: true\n*Collate: True\n*EnableTextClipping: tRUE",
+         "duplex=1 collate=1 clip=1"},
+        {"*DuplexDevice: True\n*DuplexDevice: False", ""},
+        {"*LandscapeOrientation: minus90", "minus90=1"},
+        {"*LandscapeOrientation: Minus90\n*LandscapeOrientation: Any", ""},
+        {"*LandscapeOrientation: Minus90\n*LandscapeOrientation: Plus90", ""},
+        {"*LandscapeOrientation: Minus90\n*LandscapeOrientation: Minus270",
+         "minus90=1 !LandscapeOrientation:"},
+        {"*DefaultFontPitch: 266", "pitch=10"},
+        {"*DefaultFontPitch: -1", "pitch=255"},
+        {"*DefaultFontPitch: 99999999999999999999", "pitch=255"},
+        {"*DefaultFontPitch: 12cpi", "pitch=12"},
+        {"*PlugIn: \"x.dll\"", "plugin=\"x.dll\""},
+        {"*PlugIn: a b", "plugin=a"},
+        {"*Product: \"" + std::string(50, 'M') + "\"", "product=" + std::string(40, 'M')},
+        {"*FileVersion: \"2.0 beta\"", "version=2.0 beta"},
+        // The Q read finds the line end: an empty text, accepted.
+        {"*FileVersion: \"1\"\n*FileVersion:", ""},
+        // Orientation: the escape becomes LF, the text ends there and the length counts the
+        // bytes behind.
+        {"*Orientation Portrait: \"a\\nb\"", "portrait=a\\n\\0"},
+        {"*Orientation Landscape: \"\\n\"", "landscape=\\n"},
+        {"*Orientation portrait: \"P\"", "portrait=P"},
+        {"*Orientation Portrait/Hochformat: \"L\"", "landscape=L"},
+        {"*Orientation Other: \"a\\n\\n\"", "landscape=a\\n\\0\\"},
+        // No blank behind the colon: the q read takes the text and Q only the line end.
+        {"*Orientation Portrait:\"P\"", ""},
+        {"*Orientation Portrait:", " !Orientation"},
+        // The custom paper, in any order of its three lines.
+        {size, "custmin=2160x3600 custmax=6120x10080 Cpaper[C|Custom||2160x3600] !calc(C)"},
+        {size + def + margins, custom},
+        {size + margins + def, custom},
+        {"*CustomPageSize C: \"216 360\"",
+         "custmin=2160x3600 Cpaper[C|||2160x3600] !CustomPageSize !calc(C)"},
+        {def + margins + size, "custmin=2160x3600 custmax=6120x10080 Cpaper[C|Custom||2160x3600] "
+                               "!DefaultCustomPageSize: !CustomPageMargins: !calc(C)"},
+        // A single blank: the q read swallows the numbers.
+        {size + "*DefaultCustomPageSize: \"612 792\"",
+         "custmin=2160x3600 custmax=6120x10080 Cpaper[C|Custom||2160x3600] "
+         "!DefaultCustomPageSize: !calc(C)"},
+        // A later CustomPageSize keeps the default size in the entry.
+        {size + def + "*CustomPageSize C: \"100 200 300 400\"",
+         "custmin=1000x2000 custmax=3000x4000 custdef=6120x7920 "
+         "Cpaper[C|Custom||6120x7920|0,0,6120,7920|0,0,6120,7920] !calc(C)"},
+        {"*CustomPageSize C1: \"1 2 3 4\"\n*CustomPageSize C2: \"5 6 7 8\"",
+         "custmin=50x60 custmax=70x80 paper[C1|||10x20] Cpaper[C2|||50x60] !calc(C1)"},
+        {size + def + "*CustomPageMargins:  \"12 12\"",
+         "custmin=2160x3600 custmax=6120x10080 custdef=6120x7920 margins=120,120,0,0 "
+         "Cpaper[C|Custom||6120x7920|0,0,6120,7920|0,0,6120,7920] !CustomPageMargins: !calc(C)"},
+    };
+    for (const auto &r : rows) EXPECT_EQ(ParseLines(r.lines), r.effect) << Escape(r.lines);
+}
+
+// ---- Helpers ------------------------------------------------------------------------------
+
+TEST(PddValues, SizesAndWholeNumbers) {
+    const int32_t kMax = 2147483647, kMin = -kMax - 1;
+    const struct {
+        const char *text;
+        int32_t size, whole;
+    } rows[] = {
+        {"612", 6120, 612},
+        {"595.28", 5952, 595},
+        {"841.89", 8418, 841},
+        {"841.8", 8418, 841},
+        {"0.7", 7, 0},
+        {"-1.5", -15, -1},
+        {"+3", 30, 3},
+        {" \t7", 70, 7},
+        {".5", 5, 0},
+        {"5.", 50, 5},
+        {"1e2", 1000, 1},
+        {"1e", 10, 1},
+        {"2E-1", 2, 2},
+        {"12\"", 120, 12},
+        {"abc", 0, 0},
+        {"", 0, 0},
+        {"-", 0, 0},
+        {".", 0, 0},
+        {"0x10", 0, 0},
+        {"inf", 0, 0},
+        {"nan", 0, 0},
+        {"1e400", kMax, 1},
+        {"-1e400", kMin, -1},
+        {"1e-400", 0, 1},
+        {"214748364.7", kMax, 214748364},
+        {"214748364.8", kMax, 214748364},
+        {"-214748364.8", kMin, -214748364},
+        {"2147483648", kMax, kMax},
+        {"-2147483648", kMin, kMin},
+        {"99999999999999999999999", kMax, kMax},
+        {"-99999999999999999999999", kMin, kMin},
+    };
+    for (const auto &r : rows) {
+        EXPECT_EQ(PDDSize(r.text), r.size) << r.text;
+        EXPECT_EQ(PDDAtoi(r.text), r.whole) << r.text;
+    }
+}
+
+// The parser finds keys and languages by binary search: both tables must stay sorted.
+TEST(PddEntries, KeyAndLanguageTablesStaySorted) {
+    for (int i = 1; i < PDD_NKEYS; ++i)
+        EXPECT_LT(std::strcmp(PDDKeyTable[i - 1].pszKey, PDDKeyTable[i].pszKey), 0) << i;
+    for (int i = 1; i < PDD_NLANGS; ++i)
+        EXPECT_LT(PDDStrICmp(LangTable[i - 1].pszName, LangTable[i].pszName), 0) << i;
+}
+
+// ---- Line reader ------------------------------------------------------------------------------
+
+struct OpenedFile {
+    HANDLE h;
+    explicit OpenedFile(const std::string &path) {
+        std::u16string w = Wide(path);
+        h = CreateFileW(w.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+                        FILE_ATTRIBUTE_NORMAL, 0);
+    }
+    ~OpenedFile() { CloseHandle(h); }
+    HFILE fh() const { return static_cast<HFILE>(h); }
+};
+
+// One delivery: the result and the bytes stored, up to the first byte left untouched.
+std::string Deliver(int cchMax, HFILE fh) {
+    char buf[200];
+    std::memset(buf, 0xAA, sizeof buf);
+    int n = _lgets(buf, cchMax, fh);
+    size_t stored = 0;
+    while (stored < sizeof buf && static_cast<unsigned char>(buf[stored]) != 0xAA) ++stored;
+    return std::to_string(n) + ":" + Escape(std::string(buf, stored));
+}
+
+// All deliveries up to the first 0.
+std::vector<std::string> ReadLines(const std::string &bytes, int cchMax = PDD_MAXLINE) {
+    TempDir tmp;
+    OpenedFile f(tmp.Write("r.txt", bytes));
+    std::vector<std::string> out;
+    for (int i = 0; i < 1000; ++i) {
+        std::string d = Deliver(cchMax, f.fh());
+        out.push_back(d);
+        if (d[0] == '0' && d[1] == ':') break;
+    }
+    _end_lgets();
+    return out;
+}
+
+TEST(PddLineReader, LineEndsCutLinesAndZeroBytes) {
+    const std::string ab = "3:A\\r\\n\\0", b = "3:B\\r\\n\\0", empty = "2:\\r\\n\\0";
+    const struct {
+        const char *what;
+        std::string bytes;
+        int cchMax;
+        std::vector<std::string> expected; // "result:stored bytes"; the last is the end
+    } cases[] = {
+        {"LF LF", "A\n\nB\n", 128, {ab, empty, b, "0:"}},
+        {"CR CR", "A\r\rB\r", 128, {ab, empty, b, "0:"}},
+        {"CR LF CR LF", "A\r\n\r\nB\r\n", 128, {ab, empty, b, "0:"}},
+        {"LF LF LF", "A\n\n\nB\n", 128, {ab, empty, empty, b, "0:"}},
+        {"a leading LF is dropped", "\nA\n", 128, {ab, "0:"}},
+        {"a leading CR LF is an empty line", "\r\nA\r\n", 128, {empty, ab, "0:"}},
+        {"last line without line end", "AB\nCDE", 128, {"4:AB\\r\\n\\0", "2:CDE", "0:"}},
+        {"last line of one byte reads as the end", "AB\nC", 128, {"4:AB\\r\\n\\0", "0:C"}},
+        {"0 byte inside a line", std::string("AB\0CD\n", 6), 128, {"1:AB", "4:CD\\r\\n\\0", "0:"}},
+        {"0 byte at the head of a line ends the reading",
+         std::string("AB\n\0CD\n", 7),
+         128,
+         {"4:AB\\r\\n\\0", "0:"}},
+        {"empty file", "", 128, {"0:"}},
+        {"overlong: the byte behind the cut is lost",
+         "ABCDEFG\n",
+         4,
+         {"4:ABCD", "4:FG\\r\\n\\0", "0:"}},
+        {"exactly cchMax with CR LF: the CR is lost, the LF dropped",
+         "XY\r\nABCD\r\nEF\r\n",
+         4,
+         {"4:XY\\r\\n\\0", "4:ABCD", "4:EF\\r\\n\\0", "0:"}},
+        {"cchMax + 1 with CR LF: text, an empty line, the next line",
+         "XY\r\nABCDE\r\nFG\r\n",
+         4,
+         {"4:XY\\r\\n\\0", "4:ABCD", empty, "4:FG\\r\\n\\0", "0:"}},
+        {"cut twice", "ABCDEFGHIJ\n", 3, {"3:ABC", "3:EFG", "4:IJ\\r\\n\\0", "0:"}},
+    };
+    for (const auto &c : cases) EXPECT_EQ(ReadLines(c.bytes, c.cchMax), c.expected) << c.what;
+}
+
+// A line, and each kind of line end behind it, at every position across the end of the first
+// block.
+TEST(PddLineReader, LinesAcrossTheBlockBoundaryArriveWhole) {
+    for (std::string eol : {"\r\n", "\n", "\r", "\n\r"}) {
+        for (size_t prefix = 500; prefix <= 513; ++prefix) {
+            std::string bytes;
+            std::vector<std::string> expected;
+            auto line = [&](const std::string &text) {
+                bytes += text + eol;
+                expected.push_back(std::to_string(text.size() + 2) + ":" + text + "\\r\\n\\0");
+            };
+            // Filler lines of 100 bytes, then one shorter line to reach the prefix.
+            while (bytes.size() + 102 + eol.size() < prefix) line(std::string(100, 'x'));
+            line(std::string(prefix - bytes.size() - eol.size(), 'y'));
+            line("HELLO");
+            line("WORLD");
+            expected.push_back("0:");
+            EXPECT_EQ(ReadLines(bytes), expected) << Escape(eol) << ", HELLO at byte " << prefix;
+        }
+    }
+}
+
+// A read that fails (a handle open for writing only) ends the file; its error is no count of
+// bytes, so the block of the file read before is not delivered again.
+TEST(PddLineReader, AFailedReadEndsTheFile) {
+    TempDir tmp;
+    const std::string path = tmp.Write("w.txt", "*Product: \"X\"\n");
+    ReadLines("*Product: \"X\"\n"); // leaves the line in the reader's block
+    const std::u16string w = Wide(path);
+    HANDLE h = CreateFileW(w.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, 0);
+    ASSERT_NE(h, INVALID_HANDLE_VALUE);
+    EXPECT_EQ(Deliver(PDD_MAXLINE, static_cast<HFILE>(h)), "0:");
+    _end_lgets();
+    CloseHandle(h);
+}
+
+// The parser reads a second file in the middle of the first and comes back to it: the first
+// file's pointer moves back over what its block still held.
+TEST(PddLineReader, SwitchToAnotherFileAndBack) {
+    struct Case {
+        const char *eol;
+        std::vector<std::string> after; // the first deliveries of the outer file after the switch
+    } cases[] = {
+        {"\r\n", {"2:\\r\\n\\0", "4:A2\\r\\n\\0", "4:A3\\r\\n\\0"}},
+        {"\n", {"4:A2\\r\\n\\0", "4:A3\\r\\n\\0"}},
+        {"\r", {"4:A2\\r\\n\\0", "4:A3\\r\\n\\0"}},
+    };
+    for (const Case &c : cases) {
+        TempDir tmp;
+        // The outer file is larger than a block, so the switch has to move its pointer back.
+        std::string outer = std::string("A1") + c.eol + "A2" + c.eol + "A3" + c.eol;
+        for (int i = 0; i < 100; ++i) outer += "filler" + std::to_string(i) + c.eol;
+        OpenedFile a(tmp.Write("a.txt", outer));
+        EXPECT_EQ(Deliver(128, a.fh()), "4:A1\\r\\n\\0");
+        {
+            OpenedFile b(tmp.Write("b.txt", "B1\r\nB2"));
+            EXPECT_EQ(Deliver(128, b.fh()), "4:B1\\r\\n\\0");
+            EXPECT_EQ(Deliver(128, b.fh()), "1:B2");
+            EXPECT_EQ(Deliver(128, b.fh()), "0:");
+            _end_lgets();
+        }
+        std::vector<std::string> got;
+        int nLines = 0;
+        for (;;) {
+            std::string d = Deliver(128, a.fh());
+            if (d == "0:") break;
+            if (got.size() < c.after.size()) got.push_back(d);
+            ++nLines;
+        }
+        EXPECT_EQ(got, c.after) << Escape(c.eol);
+        EXPECT_EQ(nLines, static_cast<int>(c.after.size()) + 100) << Escape(c.eol);
+        _end_lgets();
+    }
+}
+
+// ---- Whole files ------------------------------------------------------------------------------
+
+const std::string kSample = std::string(Q417_TEST_DATA) + "/pdd/sample.pdd";
+
+using PddParse = LiveBlocks;
+
+TEST_F(PddParse, SampleDescriptionUnderEveryLineEnd) {
+    // Areas become origin and size; "\n" in a command becomes LF and the text one byte shorter.
+    const std::string want =
+        "lang=1 level=4 colors=3 duplex=1 collate=1 clip=1 minus90=1 pitch=10 "
+        "product=Sample 1200 version=1.00 plugin=sample.dll "
+        "portrait=@PJL SET ORIENTATION=PORTRAIT\\n landscape=@PJL SET ORIENTATION=LANDSCAPE\\n "
+        "custmin=2160x3600 custmax=6120x10080 custdef=6120x7920 margins=120,120,120,120 "
+        "paper*[Letter|US Letter|2|6120x7920|120,120,5880,7680|120,120,5880,7680] "
+        "paper[A4|A4|26|5952x8418|120,120,5710,8180|120,140,8180,5670] "
+        "Cpaper[Custom|Custom Size|101|6120x7920|120,120,5880,7680|120,120,5880,7680] "
+        "tray*[Tray1|upper|1] tray[Manual|manual feed|2] bin*[Top|Top Bin|1] "
+        "media*[Plain|Plain Paper|0] res*[600dpi|600 dpi|600|600x600] "
+        "res[600x300dpi|600 by 300|600x300|600x300]";
+    {
+        Parsed r(kSample);
+        ASSERT_EQ(r.result, PDD_OK);
+        EXPECT_EQ(Summary(*r.p), want);
+        EXPECT_EQ(r.p->hSelf, r.h);
+        EXPECT_EQ(r.p->dwLineNumber, 38u);
+        EXPECT_EQ(r.p->pszFileName, r.name.c_str()) << "the caller's name, not a copy";
+        for (const PDDTEXT *t : {&r.p->Product, &r.p->PlugIn, &r.p->PortraitCmd})
+            for (size_t i = size_t(t->nLen); i < sizeof t->achText; ++i)
+                ASSERT_EQ(t->achText[i], 0) << Text(*t) << ": byte " << i << " behind the text";
+    }
+    auto crlf = ReadAll(kSample);
+    std::string lf, cr, lfcr;
+    for (char c : crlf) {
+        if (c == '\r') continue;
+        lf += c, cr += c == '\n' ? '\r' : c,
+            lfcr += c == '\n' ? std::string("\n\r") : std::string(1, c);
+    }
+    TempDir tmp;
+    for (const std::string &bytes : {lf, cr, lfcr, lf.substr(0, lf.size() - 1)}) {
+        Parsed r(tmp.Write("s.pdd", bytes));
+        EXPECT_EQ(r.result, PDD_OK);
+        EXPECT_EQ(Summary(*r.p), want) << Escape(bytes.substr(0, 40));
+    }
+}
+
+TEST_F(PddParse, ResultsOfAParse) {
+    TempDir tmp;
+    struct Case {
+        const char *what;
+        std::string bytes;
+        int result;
+    } cases[] = {
+        {"empty file", "", PDD_NOT_PDD},
+        {"tag in another case", "*pdd-lindgate: 1\r\n*Product: \"X\"\r\n", PDD_NOT_PDD},
+        {"tag alone", "*PDD-Lindgate:", PDD_OK},
+        {"one line end before the tag is dropped", "\n*PDD-Lindgate: 1\n", PDD_OK},
+        {"two make an empty first line", "\r\n*PDD-Lindgate: 1\r\n", PDD_NOT_PDD},
+        {"0 byte first", std::string("\0*PDD-Lindgate:\n", 16), PDD_NOT_PDD},
+        {"every key line refused",
+         "*PDD-Lindgate:\n*LanguageLevel: 5c\n*PrinterLanguage: pcl9\n*ColorDevice:\n", PDD_OK},
+    };
+    for (const Case &c : cases) {
+        Parsed r(tmp.Write("r.pdd", c.bytes));
+        EXPECT_EQ(r.result, c.result) << c.what;
+        EXPECT_EQ(Summary(*r.p), "") << c.what << ": the record is reset";
+    }
+
+    HGLOBAL h = PDD_Startup();
+    EXPECT_EQ(PDD_ParseFile(h, Wide(tmp / "missing.pdd").c_str()), PDD_NO_FILE);
+    EXPECT_EQ(PDD_ParseFile(h, nullptr), PDD_NO_FILE);
+    q417::mem::FailLock(1);
+    std::u16string sample = Wide(kSample);
+    EXPECT_EQ(PDD_ParseFile(h, sample.c_str()), PDD_NO_LOCK);
+    EXPECT_EQ(PDD_ParseFile(0, sample.c_str()), PDD_NO_LOCK);
+    // A second parse into the same record starts it afresh and drops the first one's entries.
+    EXPECT_EQ(PDD_ParseFile(h, sample.c_str()), PDD_OK);
+    EXPECT_EQ(PDD_ParseFile(h, sample.c_str()), PDD_OK);
+    q417::mem::FailLock(1);
+    EXPECT_EQ(PDD_FreeLists(h), PDD_NO_LOCK) << "nothing freed";
+    EXPECT_EQ(PDD_Shutdown(h), 1);
+
+    // No memory for an entry refuses its line only.
+    TempDir t2;
+    q417::mem::FailAllocation(3); // the record, A, then B
+    Parsed m(t2.Write("m.pdd", "*PDD-Lindgate:\n*PageSize A: 1\n*PageSize B: 2\n*PageSize C: 3\n"));
+    EXPECT_EQ(m.result, PDD_OK);
+    EXPECT_EQ(Summary(*m.p), "paper[A||1|0x0] paper[C||3|0x0]");
+    q417::mem::FailAllocation(1);
+    EXPECT_EQ(PDD_Startup(), 0u);
+}
+
+// ---- "Include:" ------------------------------------------------------------------------------
+
+struct Includes : PddParse {
+    TempDir tmp;
+    DiagLog log;
+    std::string Parse(const std::string &path) {
+        Parsed r(path);
+        return std::to_string(r.result) + " " + Summary(*r.p);
+    }
+};
+
+TEST_F(Includes, NestedFilesAddToTheRecordAndTheOuterFileGoesOn) {
+    tmp.Write("sub/b.pdd", "*PDD-Lindgate:\r\n*InputSlot B1: 1\r\n*Include: \"c.pdd\"\r\n"
+                           "*InputSlot B2: 2\r\n*Bogus: b\r\n");
+    tmp.Write("sub/c.pdd", "*PDD-Lindgate:\n*InputSlot C1: 3\n*PageSize A4/A4: 26\n"
+                           "*PaperDimension A4: \"595.2 841.8\"\n"
+                           "*ImageableArea A4: \"12 12 583 830\"\n");
+    // The outer file spans several blocks, so the return has to find its place again.
+    std::string outer = "*PDD-Lindgate:\r\n*InputSlot A1: 0\r\n";
+    for (int i = 0; i < 30; ++i) outer += "*% padding line " + std::to_string(i) + "\r\n";
+    outer += "*Include: \"sub/b.pdd\"\r\n*InputSlot A2: 4\r\n*Bogus: a\r\n";
+    EXPECT_EQ(Parse(tmp.Write("a.pdd", outer)),
+              "0 paper[A4|A4|26|5952x8418|120,120,5710,8180|120,120,5710,8180] "
+              "tray[A1||0] tray[B1||1] tray[C1||3] tray[B2||2] tray[A2||4]");
+    // Line numbers count per file.
+    EXPECT_EQ(log.lines, (std::vector<std::string>{"b.pdd:5 Bogus:: unknown key",
+                                                   "a.pdd:35 Bogus:: unknown key"}));
+}
+
+TEST_F(Includes, DepthIsLimitedToEightAndSelfIncludesAreSkipped) {
+    for (int i = 0; i <= 10; ++i)
+        tmp.Write("f" + std::to_string(i) + ".pdd",
+                  "*PDD-Lindgate:\n*InputSlot F" + std::to_string(i) + ": " + std::to_string(i) +
+                      "\n*Include: \"f" + std::to_string(i + 1) + ".pdd\"\n");
+    EXPECT_EQ(Parse(tmp / "f0.pdd"), "0 tray[F0||0] tray[F1||1] tray[F2||2] tray[F3||3] "
+                                     "tray[F4||4] tray[F5||5] tray[F6||6] tray[F7||7] tray[F8||8]");
+    ASSERT_FALSE(log.lines.empty());
+    EXPECT_EQ(log.lines.back(), "f8.pdd:3 Include:: includes nested deeper than 8: skipped");
+
+    log.lines.clear();
+    std::string self = tmp.Write(
+        "self.pdd", "*PDD-Lindgate:\n*Include: \"self.pdd\"\n*Include: \"./x/../self.pdd\"\n"
+                    "*Include: \"loop.pdd\"\n*InputSlot S: 1\n");
+    tmp.Write("loop.pdd", "*PDD-Lindgate:\n*Include: \"self.pdd\"\n*InputSlot L: 2\n");
+    EXPECT_EQ(Parse(self), "0 tray[L||2] tray[S||1]");
+    EXPECT_EQ(log.lines, (std::vector<std::string>{
+                             "self.pdd:2 Include:: file includes itself: skipped",
+                             "self.pdd:3 Include:: file includes itself: skipped",
+                             "loop.pdd:2 Include:: file includes itself: skipped",
+                         }));
+}
+
+TEST_F(Includes, MissingOrInvalidFilesAndAbsoluteNames) {
+    std::string abs = tmp.Write("abs/x.pdd", "*PDD-Lindgate:\n*InputSlot X: 9\n");
+    tmp.Write("notpdd.pdd", "*Product: \"no tag\"\n");
+    std::string a =
+        tmp.Write("a.pdd", "*PDD-Lindgate:\n*Include: \"missing.pdd\"\n"
+                           "*Include: \"notpdd.pdd\"\n*Include: \"" +
+                               abs + "\"\n*Include:\n*Include: \"  \"\n*InputSlot A: 1\n");
+    EXPECT_EQ(Parse(a), "0 tray[X||9] tray[A||1]");
+    EXPECT_EQ(log.lines, (std::vector<std::string>{
+                             "a.pdd:2 Include:: included file can't be opened",
+                             "notpdd.pdd:0 : empty, or the first line lacks the tag "
+                             "\"*PDD-Lindgate:\"",
+                             "a.pdd:3 Include:: included file is empty or not a PDD",
+                             "a.pdd:5 Include:: no file name",
+                             "a.pdd:6 Include:: no file name",
+                         }));
+}
+
+} // namespace
