@@ -5,7 +5,7 @@
 // told), unknown and malformed commands, values of any length, relative moves. A stream cut
 // inside a command (cut-*) is reported at that command's offset, with status 2.
 #include "pcl_decoder.h"
-#include "tests/cli/run.h"
+#include "tests/support/printer_harness.h"
 
 #include <gtest/gtest.h>
 
@@ -16,7 +16,7 @@
 namespace {
 
 namespace fs = std::filesystem;
-using CliDecoder = clitest::CliTest;
+using CliDecoder = q417test::CliTest;
 
 TEST_F(CliDecoder, GoldenStreams) {
     int streams = 0;
@@ -24,10 +24,10 @@ TEST_F(CliDecoder, GoldenStreams) {
         fs::path stream = e.path(), listing = e.path();
         if (stream.extension() != ".prn") continue;
         ++streams;
-        clitest::Result r = Run({"dump", stream.string(), "-o", "listing.txt"});
+        q417test::Result r = Run({"dump", stream.string(), "-o", "listing.txt"});
         EXPECT_EQ(r.status, stream.stem().string().rfind("cut-", 0) == 0 ? 2 : 0) << stream;
-        EXPECT_EQ(clitest::Slurp(dir_ / "listing.txt"),
-                  clitest::Slurp(listing.replace_extension(".txt")))
+        EXPECT_EQ(q417test::ReadFile(dir_ / "listing.txt"),
+                  q417test::ReadFile(listing.replace_extension(".txt")))
             << stream;
     }
     EXPECT_EQ(streams, 22);
