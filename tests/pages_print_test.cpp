@@ -2,7 +2,6 @@
 // rectangle at a known place, a gray ramp, a landscape page) and pictures and raster streams
 // of each kind, read back from the stream's raster graphics; files and command lines that
 // can't be printed; page ranges.
-#include "pcl_decoder.h"
 #include "print.h"
 #include "printer.h"
 #include "render.h"
@@ -10,18 +9,11 @@
 #include "sink.h"
 #include "tests/support/printer_harness.h"
 
-#include <gtest/gtest.h>
-
-#include <cairo-pdf.h>
-#include <cairo.h>
 #include <cups/raster.h>
-#include <cstdio>
 #include <functional>
-#include <png.h>
-
 #include <jpeglib.h>
+#include <png.h>
 #include <zlib.h>
-#include <fcntl.h>
 
 namespace {
 

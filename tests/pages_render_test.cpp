@@ -9,13 +9,8 @@
 #include "settings.h"
 #include "tests/support/printer_harness.h"
 
-#include <gtest/gtest.h>
-
 #include <cctype>
-#include <filesystem>
 #include <regex>
-#include <string>
-#include <vector>
 
 namespace {
 
