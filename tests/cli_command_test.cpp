@@ -296,16 +296,13 @@ TEST_F(CliTest, AwkwardHomesAndFoldersWork) {
 // pdd check names each mistake by its line and key, and says whether the printer is usable:
 // status 0 when it is (a resolution, papers, a source), 1 when not.
 TEST_F(CliTest, PddCheckReportsKnownMistakesByLine) {
+    // Not usable: no paper source (nosource), and not a printer description at all (notapdd).
+    // They are kept as .txt: every .pdd under tests/data must make a printer.
     const fs::path data = fs::path(Q417_TEST_DATA) / "cli";
-    fs::copy_file(data / "mistakes.pdd", dir_ / "mistakes.pdd");
-    // Not usable: no paper source, and not a printer description at all. (They are not kept
-    // under tests/data, where every description must make a printer.)
-    std::ofstream(dir_ / "nosource.pdd") << "*PDD-Lindgate: 1\n*Resolution 300dpi/300: \"300\"\n"
-                                            "*PageSize A4/A4: 26\n*PaperDimension A4: \"595 842\"\n"
-                                            "*ImageableArea A4: \"12 12 583 830\"\n";
-    std::ofstream(dir_ / "notapdd.pdd") << "*PDD-lindgate: 1\n";
     for (auto [name, status] : {std::pair{"mistakes", 0}, {"nosource", 1}, {"notapdd", 1}}) {
-        Result r = Run({"pdd", "check", std::string(name) + ".pdd"});
+        const std::string pdd = std::string(name) + ".pdd";
+        fs::copy_file(data / (status ? std::string(name) + ".txt" : pdd), dir_ / pdd);
+        Result r = Run({"pdd", "check", pdd});
         EXPECT_EQ(r.out, ReadFile(data / (std::string(name) + ".check"))) << name;
         EXPECT_EQ(r.status, status) << name;
     }
