@@ -3,20 +3,19 @@
 // configuration, soft font headers (one claiming more than it holds), character and pattern
 // downloads, raster rows (counted, each run naming its method, a row that can't be decoded
 // told), unknown and malformed commands, values of any length, relative moves. A stream cut
-// inside a command (cut-*) is reported at that command's offset, with status 2.
+// inside a command (cut-*) is reported at that command's offset, with status 2. And the
+// PBM/PGM/PPM reader of q417 print.
+#include "image.h"
 #include "pcl_decoder.h"
-#include "tests/cli/run.h"
+#include "tests/support/printer_harness.h"
+#include "tool.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <string>
 #include <string_view>
 
 namespace {
 
 namespace fs = std::filesystem;
-using CliDecoder = clitest::CliTest;
+using CliDecoder = q417test::CliTest;
 
 TEST_F(CliDecoder, GoldenStreams) {
     int streams = 0;
@@ -24,10 +23,10 @@ TEST_F(CliDecoder, GoldenStreams) {
         fs::path stream = e.path(), listing = e.path();
         if (stream.extension() != ".prn") continue;
         ++streams;
-        clitest::Result r = Run({"dump", stream.string(), "-o", "listing.txt"});
+        q417test::Result r = Run({"dump", stream.string(), "-o", "listing.txt"});
         EXPECT_EQ(r.status, stream.stem().string().rfind("cut-", 0) == 0 ? 2 : 0) << stream;
-        EXPECT_EQ(clitest::Slurp(dir_ / "listing.txt"),
-                  clitest::Slurp(listing.replace_extension(".txt")))
+        EXPECT_EQ(q417test::ReadFile(dir_ / "listing.txt"),
+                  q417test::ReadFile(listing.replace_extension(".txt")))
             << stream;
     }
     EXPECT_EQ(streams, 22);
@@ -58,6 +57,39 @@ TEST_F(CliDecoder, ListingStreamsInBoundedPieces) {
     EXPECT_GT(pieces, 20u);
     EXPECT_LT(largest, 70000u);
     EXPECT_GT(lastDone, stream.size() / 2);
+}
+
+std::vector<uint8_t> Bytes(const std::string &s) {
+    return {s.begin(), s.end()};
+}
+
+TEST(CliRender, PnmImages) {
+    using namespace q417tool;
+    struct {
+        const char *name;
+        std::string data;
+        int w, h, channels;
+        std::vector<uint8_t> pixels;
+    } cases[] = {
+        {"P1 with a comment", "P1\n# c\n3 2\n1 0 1\n0 1 0\n", 3, 2, 1, {0, 255, 0, 255, 0, 255}},
+        {"P4", std::string("P4 3 2\n\xa0\x40", 9), 3, 2, 1, {0, 255, 0, 255, 0, 255}},
+        {"P2", "P2 2 1 4\n0 4\n", 2, 1, 1, {0, 255}},
+        {"P5 16-bit", std::string("P5 1 1 65535\n\x80\x00", 15), 1, 1, 1, {127}},
+        {"P6", std::string("P6 1 1 255\n\x01\x02\x03", 14), 1, 1, 3, {1, 2, 3}},
+    };
+    for (auto &c : cases) {
+        Image img = DecodePnm(Bytes(c.data), c.name);
+        EXPECT_EQ(img.width, c.w) << c.name;
+        EXPECT_EQ(img.height, c.h) << c.name;
+        EXPECT_EQ(img.channels, c.channels) << c.name;
+        EXPECT_EQ(img.pixels, c.pixels) << c.name;
+    }
+    const char *bad[] = {"P5 2 2 255\n\x01",     // data cut short
+                         "P7 1 1 255\n",         // no such kind
+                         "P5 0 1 255\n",         // empty
+                         "P2 1 1 4\n9\n",        // sample above the maximum
+                         "P5 99999999 1 255\n"}; // absurd size
+    for (const char *b : bad) EXPECT_THROW(DecodePnm(Bytes(b), "bad"), ToolError) << b;
 }
 
 } // namespace

@@ -1,20 +1,13 @@
 // The printer's offer under PPD and IPP names, the PPD made of it, and job options back to
-// settings: the names a CUPS queue shows for the sample printers, the lines of the PPD that CUPS
-// and a print dialog act on, the job options a filter receives mapped to the device mode, and
+// settings: the names a CUPS queue shows for the sample printers, the PPD that CUPS and a print
+// dialog act on, the job options a filter receives mapped to the device mode, and
 // the options that must be refused with a line that names them.
 #include "config/config.h"
 #include "options.h"
 #include "ppd_writer.h"
+#include "tests/support/printer_harness.h"
 
-#include <cups/cups.h>
-#include <gtest/gtest.h>
-
-#include <cstdio>
-#include <fstream>
-#include <string>
 #include <tuple>
-#include <sys/stat.h>
-#include <vector>
 
 namespace {
 
@@ -30,70 +23,45 @@ std::string Sample(const std::string &name) {
     DiscardDeviceInfo(nullptr);
     std::string dir = ::testing::TempDir() + "/q417-cups-samples";
     mkdir(dir.c_str(), 0755);
-    std::ifstream in(kShare + "/" + name, std::ios::binary);
-    std::ofstream(dir + "/" + name, std::ios::binary) << in.rdbuf();
+    q417test::WriteFile(dir + "/" + name, q417test::ReadFile(kShare + "/" + name));
     return dir + "/" + name;
 }
 
+// The IPP names of the choices, in order.
 template <typename T>
-std::string Names(const std::vector<T> &v, std::string Choice::*name = &Choice::ipp) {
+std::string Names(const std::vector<T> &v) {
     std::string s;
-    for (const Choice &c : v) s += (s.empty() ? "" : " ") + c.*name;
+    for (const Choice &c : v) s += (s.empty() ? "" : " ") + c.ipp;
     return s;
 }
 
 struct Colour : ::testing::Test {
-    Printer printer{Sample("qcl4100.pdd"), "socket://127.0.0.1:9100"};
+    std::string pdd = Sample("qcl4100.pdd");
+    Printer printer{pdd, "socket://127.0.0.1:9100"};
     Capabilities caps = Describe(printer, kShare);
 };
 
-// The offer under IPP names, and the lines of its PPD that CUPS and a print dialog act on.
+// The offer under IPP names, and its PPD that CUPS and a print dialog act on.
 TEST_F(Colour, OffersItsOptionsUnderIppNamesAndInItsPpdThatRunsOurFilter) {
     EXPECT_EQ(Names(caps.papers),
               "iso_a4_210x297mm na_letter_8.5x11in na_legal_8.5x14in iso_a5_148x210mm "
               "na_executive_7.25x10.5in na_number-10_4.125x9.5in iso_dl_110x220mm");
-    EXPECT_EQ(caps.papers[0].text, "A4 210 x 297 mm");
     EXPECT_EQ(Names(caps.sources), "tray-1 tray-2 manual envelope auto");
     EXPECT_EQ(Names(caps.mediaTypes), "stationery bond transparency photographic-glossy");
     EXPECT_EQ(Names(caps.bins), "face-down face-up");
-    EXPECT_EQ(Names(caps.resolutions, &Choice::ppd), "300dpi 600dpi 1200dpi");
     EXPECT_EQ(caps.custom.ippMax, "custom_max_8.5x14in");
-    EXPECT_EQ(Names(caps.watermarks, &Choice::ppd), "Draft Confidential Copy");
     EXPECT_EQ(caps.watermarks[1].label, "CONFIDENTIAL");
     EXPECT_EQ(caps.watermarks[1].index, 2);
 
-    std::string ppd = cups::MakePpd(caps, {"qcl4100.pdd", ""});
-    const char *lines[] = {
-        "*PPD-Adobe: \"4.3\"\n",
-        "*PCFileName: \"qcl4100.ppd\"\n",
-        "*ModelName: \"Quillmark CL 4100\"\n",
-        "*cupsManualCopies: False\n",
-        "*cupsFilter2: \"application/pdf application/vnd.q417-pcl 0 q417pcl\"\n",
-        "*cupsFilter2: \"application/vnd.cups-raster application/vnd.q417-pcl 100 q417pcl\"\n",
-        "*q417PDD: \"qcl4100.pdd\"\n",
-        "*DefaultPageSize: A4\n",
-        "*PageSize Letter/US Letter: \"<</PageSize[612 792]/ImageableArea null>>setpagedevice\"\n",
-        "*ImageableArea Letter/US Letter: \"18 18 594 774\"\n",
-        "*PaperDimension EnvDL/Envelope DL: \"311.8 623.6\"\n",
-        "*ParamCustomPageSize Width: 1 points 216 612\n",
-        "*ParamCustomPageSize Height: 2 points 360 1008\n",
-        "*DefaultInputSlot: Tray1\n",
-        "*InputSlot Manual/manual feed: \"<</MediaPosition 2>>setpagedevice\"\n",
-        "*OutputBin FaceUp/Rear Bin, face up: \"<</OutputType(FaceUp)>>setpagedevice\"\n",
-        "*DefaultResolution: 600dpi\n",
-        "*Duplex DuplexNoTumble/Long Edge (Standard): \"<</Duplex true/Tumble "
-        "false>>setpagedevice\"\n",
-        "*DefaultColorModel: RGB\n",
-        "*Watermark None/None: \"\"\n",
-        "*Watermark Confidential/Confidential: \"\"\n",
-        "*OpenUI *FirstPageWatermark/Watermark on First Page Only: Boolean\n",
-    };
-    for (const char *line : lines) EXPECT_NE(ppd.find(line), std::string::npos) << line;
-    // The PageSize and PageRegion tables offer the same seven papers; Custom is no paper.
-    EXPECT_EQ(ppd.find("*PageSize Custom"), std::string::npos);
-    size_t regions = 0;
-    for (size_t at = 0; (at = ppd.find("\n*PageRegion ", at + 1)) != std::string::npos;) ++regions;
-    EXPECT_EQ(regions, caps.papers.size());
+    // The PPD, as a golden file that names the writer's version and the description's path
+    // by marks.
+    std::string ppd = cups::MakePpd(caps, {"qcl4100.pdd", ""}),
+                want = q417test::ReadFile(Q417_TEST_DATA "/cups/qcl4100.ppd");
+    for (auto [mark, text] :
+         {std::pair<std::string, std::string>{"@VERSION@", Q417_VERSION}, {"@PDD@", pdd}})
+        for (size_t at; (at = want.find(mark)) != std::string::npos;)
+            want.replace(at, mark.size(), text);
+    EXPECT_EQ(ppd, want);
 
     // Texts: a colon would end a translation, a quote a value; beyond Latin-1 is '?'.
     caps.papers[0].text = "A4: 210 × 297 mm – ISO";
@@ -252,26 +220,12 @@ TEST(CupsOptions, SizeNames) {
         EXPECT_FALSE(ParsePwgSize(bad, w, h)) << bad;
 }
 
-// QMWMARK.INI read as the library reads it: numbered among the lines that parse.
+// QMWMARK.INI read as the library reads it: numbered among the lines that parse. The file has
+// lines before the section and in another section, one of eleven fields, a run of commas that
+// counts once, a comment, a key with no value, a label too long, a quoted value, a key that an
+// earlier one answers for, the longest face and label, and a second section of the same name.
 TEST(CupsOptions, WatermarkDefinitionsAreNumberedAsTheLibraryNumbersThem) {
-    std::string path = ::testing::TempDir() + "/QMWMARK.INI";
-    std::ofstream(path, std::ios::binary)
-        << "Stray=0,0,0,0,0,0,0,400,0,10,Face,Before the section\r\n"
-           "[Other]\nA=0,0,0,0,0,0,0,400,0,10,Face,Elsewhere\n"
-           "[watermarks]\n"
-           "  One = 0,0,0,0,0,0,450,700,0,72,DejaVu Sans,FIRST  \n"
-           "Short=0,0,0,0,0,0,450,700,0,72,DejaVu Sans\n"           // eleven fields
-           "Commas=0,,0,0,0,0,0,450,700,0,72,DejaVu Sans,DOUBLED\n" // a run counts once
-           "; a comment\n"
-           "NoValue\n"
-           "Long=0,0,0,0,0,0,0,400,0,10,Face,"
-        << std::string(51, 'x')
-        << "\n"
-           "Quoted=\"0,0,0,0,0,0,0,400,0,10,Face,Q,\"\n"
-           "one=0,0,0,0,0,0,0,400,0,10,Face,Shadowed\n" // the first "One" answers for it
-           "Max=0,0,0,0,0,0,0,400,0,10,"
-        << std::string(32, 'f') << "," << std::string(50, 't')
-        << "\n[Watermarks]\nLater=0,0,0,0,0,0,0,400,0,10,Face,Second section\n";
+    const std::string path = Q417_TEST_DATA "/cups/watermarks.ini";
     std::string got;
     for (const Watermark &w : ReadWatermarks(path))
         got += std::to_string(w.index) + " " + w.key + " " + w.label + " " + w.ppd + " " + w.ipp +
@@ -283,7 +237,6 @@ TEST(CupsOptions, WatermarkDefinitionsAreNumberedAsTheLibraryNumbersThem) {
                    "5 Max " +
                        std::string(50, 't') + " Max max\n");
     EXPECT_TRUE(ReadWatermarks(path + ".missing").empty());
-    std::remove(path.c_str());
 }
 
 } // namespace

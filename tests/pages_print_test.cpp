@@ -2,26 +2,18 @@
 // rectangle at a known place, a gray ramp, a landscape page) and pictures and raster streams
 // of each kind, read back from the stream's raster graphics; files and command lines that
 // can't be printed; page ranges.
-#include "pcl_decoder.h"
 #include "print.h"
 #include "printer.h"
 #include "render.h"
 #include "settings.h"
 #include "sink.h"
-#include "tests/cli/run.h"
+#include "tests/support/printer_harness.h"
 
-#include <gtest/gtest.h>
-
-#include <cairo-pdf.h>
-#include <cairo.h>
 #include <cups/raster.h>
-#include <cstdio>
 #include <functional>
-#include <png.h>
-
 #include <jpeglib.h>
+#include <png.h>
 #include <zlib.h>
-#include <fcntl.h>
 
 namespace {
 
@@ -61,7 +53,7 @@ Ink InkOf(const RasterBlock &b, long fromRow = 0, long toRow = 1L << 30) {
 }
 
 // Documents and the printer's description live in the scratch directory q417 runs in.
-class PagesPrint : public clitest::CliTest {
+class PagesPrint : public q417test::CliTest {
   protected:
     void SetUp() override { UsePrinter("qml2400.pdd"); }
     // A sample printer, Letter at 600 dpi; its printable area in g_.
@@ -291,7 +283,7 @@ std::string PngHeaderOnly(uint32_t w, uint32_t h) {
 // a false claim: no run takes much more memory than printing a good PDF, which, with standard
 // error not a terminal, shows no progress.
 TEST_F(PagesPrint, MistakesAreOneLineErrorsThatLeaveNothing) {
-    const std::string good = MakePdf(), bytes = clitest::Slurp(good);
+    const std::string good = MakePdf(), bytes = q417test::ReadFile(good);
     std::ofstream(dir_ / "cut.pdf", std::ios::binary) << bytes.substr(0, bytes.size() / 2);
     std::ofstream(dir_ / "notes.pdf") << "Shopping list: milk, bread.\n";
     std::ofstream(dir_ / "bad.png") << "\x89PNG\r\n\x1a\nnot really";
@@ -313,7 +305,8 @@ TEST_F(PagesPrint, MistakesAreOneLineErrorsThatLeaveNothing) {
         std::vector<std::string> args;
         int status;
         std::string mention; // in the one line; empty: nothing on standard error
-        clitest::Env setup = {};
+        q417test::Env env = {};
+        std::string out = ""; // standard output, when not the one read
     } cases[] = {
         // clang-format off
         {{"print", "doc.pdf"}, 0, ""},
@@ -334,8 +327,8 @@ TEST_F(PagesPrint, MistakesAreOneLineErrorsThatLeaveNothing) {
         {{"pdd", "check", "absent.pdd"}, 1, "absent.pdd"},
         {{"pdd", "compile", "\xe5\x8d\xb0.pdd"}, 1, "not written: the library spells the file's name in its 8-bit code"},
         {{"print", "-o", "/dev/full"}, 1, "q417: /dev/full: No space left on device\n"},
-        {{"print", "-o", "-"}, 1, "q417: standard output: No space left on device\n", {{}, "/dev/full"}},
-        {{"print"}, 1, "Q417_HOME: /dev/null/q417: Not a directory (set it to a folder", {{{"Q417_HOME", "/dev/null/q417"}}, ""}},
+        {{"print", "-o", "-"}, 1, "q417: standard output: No space left on device\n", {}, "/dev/full"},
+        {{"print"}, 1, "Q417_HOME: /dev/null/q417: Not a directory (set it to a folder", {{"Q417_HOME", "/dev/null/q417"}}},
         {{"print", "--copies", "abc"}, 2, "--copies"},
         {{"print", "--bogus"}, 2, "--bogus"},
         {{"frob"}, 2, "frob"},
@@ -371,9 +364,9 @@ TEST_F(PagesPrint, MistakesAreOneLineErrorsThatLeaveNothing) {
         for (const auto &a : c.args) what += a + " ";
         if (!haveGs && what.find("locked.pdf") != std::string::npos) continue;
         SCOPED_TRACE(what);
-        clitest::Result r = Run(c.args, c.setup);
+        q417test::Result r = Run(c.args, c.env, c.out);
         EXPECT_EQ(r.status, c.status) << r.err;
-        if (!c.mention.empty()) clitest::ExpectOneErrorLine(r, c.mention);
+        if (!c.mention.empty()) q417test::ExpectOneErrorLine(r, c.mention);
         EXPECT_EQ(r.err.empty(), c.mention.empty());
         EXPECT_TRUE(r.out.empty());
         EXPECT_EQ(fs::remove(dir_ / "q417-job.prn"), c.status == 0);

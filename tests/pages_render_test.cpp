@@ -7,15 +7,10 @@
 #include "printer.h"
 #include "render.h"
 #include "settings.h"
-#include "tests/cli/run.h"
-
-#include <gtest/gtest.h>
+#include "tests/support/printer_harness.h"
 
 #include <cctype>
-#include <filesystem>
 #include <regex>
-#include <string>
-#include <vector>
 
 namespace {
 
@@ -144,7 +139,7 @@ void CheckLayout(Printer &printer, const Paper &paper, bool landscape, int n, co
 }
 
 // The samples are copied to a scratch directory, where their compiled files are written.
-using PagesRender = clitest::CliTest;
+using PagesRender = q417test::CliTest;
 
 TEST_F(PagesRender, TestPagesOnTheSamples) {
     for (const char *sample : {"qcl4100.pdd", "qml2400.pdd"}) {

@@ -1,6 +1,7 @@
-// What the end-to-end tests share: programs and servers as children of the test, waits with a
-// limit, temporary folders, files read and written whole, documents to print, a printer port on
-// 127.0.0.1 that keeps what it is sent, and the tool's listing of a stream.
+// What the tests that run programs share: programs and servers as children of the test, waits
+// with a limit, temporary folders, files read and written whole, documents to print, a printer
+// port on 127.0.0.1 that keeps what it is sent, the tool's listing of a stream, and q417 run as
+// a user runs it.
 #pragma once
 
 #include "pcl_decoder.h"
@@ -12,11 +13,13 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -29,47 +32,88 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace q417test {
 
 using namespace std::chrono_literals;
+namespace fs = std::filesystem;
 
-inline std::string ReadFile(const std::string &path) {
+inline std::string ReadFile(const fs::path &path) {
     std::ifstream f(path, std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(f), {});
 }
 
-// Starts a program (found on PATH) as a child of the test, its output in `log`, with `env` (the
-// test's own if none is given); it ends with the test, however the test ends. Its id.
-inline pid_t Spawn(const std::vector<std::string> &args, const std::string &log,
-                   const std::vector<std::string> &env = {}) {
+// Changes to the test's environment for a child: an empty value unsets, a later change wins.
+using Env = std::vector<std::pair<std::string, std::string>>;
+
+// Starts a program (found on PATH) as a child of the test, in `dir` if one is given, its output
+// in `out` and its errors in `err` (with the output if none); it ends with the test, however
+// the test ends. Its id.
+inline pid_t Spawn(const std::vector<std::string> &args, const std::string &out,
+                   const Env &env = {}, const std::string &err = "", const std::string &dir = "") {
+    std::vector<std::string> vars;
+    for (char **e = environ; *e; ++e) vars.push_back(*e);
+    for (const auto &[name, value] : env) {
+        std::erase_if(vars, [&](const std::string &v) { return v.rfind(name + "=", 0) == 0; });
+        if (!value.empty()) vars.push_back(name + "=" + value);
+    }
     std::vector<char *> argv, envp;
     for (auto &a : args) argv.push_back(const_cast<char *>(a.c_str()));
-    for (auto &e : env) envp.push_back(const_cast<char *>(e.c_str()));
+    for (auto &v : vars) envp.push_back(v.data());
     argv.push_back(nullptr);
     envp.push_back(nullptr);
     pid_t pid = fork();
     if (pid == 0) {
         prctl(PR_SET_PDEATHSIG, SIGTERM);
-        int fd = open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-        dup2(fd, 1);
-        dup2(fd, 2);
-        execvpe(argv[0], argv.data(), env.empty() ? environ : envp.data());
+        int o = open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+        int e = err.empty() ? o : open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+        if (!dir.empty() && chdir(dir.c_str()) != 0) _exit(127);
+        dup2(o, 1);
+        dup2(e, 2);
+        execvpe(argv[0], argv.data(), envp.data());
         _exit(127);
     }
     return pid;
 }
 
-// Runs a program to its end; its standard output and error in `out`. Its exit status (127 if it
-// didn't start), or 128 + the signal that ended it.
-inline int RunProgram(const std::vector<std::string> &args, std::string *out = nullptr) {
-    std::string log = "/tmp/q417-run-" + std::to_string(getpid()) + ".out";
-    int status = 0;
-    waitpid(Spawn(args, log), &status, 0);
-    if (out) *out = ReadFile(log);
-    unlink(log.c_str());
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+struct Result {
+    int status = -1; // -1 when a signal ended the run
+    int signal = 0;
+    long peakKb = 0; // the process's maximum resident set
+    std::string out, err;
+};
+
+// Where a program run to its end leaves its output and errors while it runs.
+inline std::string RunLog(const char *which) {
+    return "/tmp/q417-run-" + std::to_string(getpid()) + which;
+}
+
+// Starts a program to be run to its end: its output to `out`, if given, instead of the one
+// Finish() reads.
+inline pid_t Start(const std::vector<std::string> &args, const Env &env = {},
+                   const std::string &dir = "", const std::string &out = "") {
+    return Spawn(args, out.empty() ? RunLog(".out") : out, env, RunLog(".err"), dir);
+}
+
+inline Result Finish(pid_t pid) {
+    Result r;
+    int st = 0;
+    rusage ru{};
+    wait4(pid, &st, 0, &ru);
+    r.status = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
+    r.signal = WIFSIGNALED(st) ? WTERMSIG(st) : 0;
+    r.peakKb = ru.ru_maxrss;
+    for (auto [which, text] : {std::pair{".out", &r.out}, {".err", &r.err}}) {
+        *text = ReadFile(RunLog(which));
+        unlink(RunLog(which).c_str());
+    }
+    return r;
+}
+
+inline Result RunProgram(const std::vector<std::string> &args, const Env &env = {}) {
+    return Finish(Start(args, env));
 }
 
 // Asks `done` every 100 ms until it answers true (then true) or `limit` has passed (false).
@@ -117,7 +161,7 @@ inline void RemoveUnlessFailed(const std::string &dir) {
     if (::testing::UnitTest::GetInstance()->failed_test_count() > 0)
         fprintf(stderr, "kept for a look: %s\n", dir.c_str());
     else
-        std::filesystem::remove_all(dir, ec);
+        fs::remove_all(dir, ec);
 }
 
 // The last 6000 bytes of a log.
@@ -179,6 +223,37 @@ inline std::string Decode(const std::string &stream) {
     return listing;
 }
 
+// The job of the issue as the printer gets it: three pages four up on one A4 sheet, bound on
+// the long edge, in PJL; the watermark's font sent once, its label on each page; each page in
+// a cell of its own, its label at the cell's centre.
+inline void ExpectFourUpSheet(const std::string &stream, const std::string &label) {
+    ASSERT_GT(stream.size(), 9u);
+    EXPECT_EQ(stream.rfind("\x1b%-12345X@PJL", 0), 0u);
+    EXPECT_EQ(stream.substr(stream.size() - 9), "\x1b%-12345X");
+    std::string listing = Decode(stream);
+    EXPECT_NE(listing.find("@PJL ENTER LANGUAGE=PCL"), std::string::npos);
+    for (const char *once : {"ESC&l26A ", "ESC&l1S ", "picture frame anchor point", "font header",
+                             "name \"DejaVu Sans\""})
+        EXPECT_EQ(Count(listing, once), 1u) << once;
+    EXPECT_EQ(Count(listing, "label \"" + label + "\""), 3u);
+    std::set<std::string> centres, origins; // of the labels and of the pages' rasters
+    for (size_t p = listing.find("  IW "); p != std::string::npos;
+         p = listing.find("  IW ", p + 1)) {
+        size_t pa = listing.find("PA", p);
+        centres.insert(listing.substr(pa, listing.find(' ', pa) - pa));
+    }
+    EXPECT_EQ(centres.size(), 3u);
+    std::istringstream lines(listing);
+    std::string line, x, y;
+    while (std::getline(lines, line)) {
+        if (line.find("horizontal cursor position") != std::string::npos) x = line.substr(10, 12);
+        if (line.find("vertical cursor position") != std::string::npos) y = line.substr(10, 12);
+        if (line.find("start raster graphics") != std::string::npos) origins.insert(x + y);
+    }
+    EXPECT_EQ(Count(listing, "start raster graphics"), 3u);
+    EXPECT_EQ(origins.size(), 3u) << listing.substr(0, 4000);
+}
+
 // A socket bound to a port of 127.0.0.1 that the system chose, and the port; -1 on failure.
 inline int BindLoopback(int &port) {
     int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -223,6 +298,7 @@ class Listener {
     }
 
     int port() const { return port_; }
+    std::string uri() const { return "socket://127.0.0.1:" + std::to_string(port_); }
 
     // The first stream not yet taken, waiting up to `timeout`; empty if none came.
     std::string Next(std::chrono::milliseconds timeout = 20s) {
@@ -264,5 +340,45 @@ class Listener {
     std::vector<std::string> streams_;
     size_t taken_ = 0;
 };
+
+#ifdef Q417_TOOL
+// A failure of q417 reads as one line: "q417: " and what names the cause.
+inline void ExpectOneErrorLine(const Result &r, const std::string &mention) {
+    EXPECT_NE(r.status, 0);
+    ASSERT_FALSE(r.err.empty());
+    EXPECT_EQ(r.err.find('\n'), r.err.size() - 1) << r.err;
+    EXPECT_EQ(r.err.rfind("q417: ", 0), 0u) << r.err;
+    EXPECT_NE(r.err.find(mention), std::string::npos) << r.err;
+}
+
+// Each test runs the built q417 in a private folder under /tmp, removed afterwards, with its
+// home in the folder's "home".
+class CliTest : public ::testing::Test {
+  protected:
+    ~CliTest() override { fs::remove_all(dir_); }
+
+    pid_t Start(const std::vector<std::string> &args, Env env = {}, const std::string &out = "") {
+        std::vector<std::string> argv{Q417_TOOL};
+        argv.insert(argv.end(), args.begin(), args.end());
+        env.insert(env.begin(), {{"Q417_HOME", (dir_ / "home").string()}, {"Q417_WINDIR", ""}});
+        return q417test::Start(argv, env, dir_, out);
+    }
+    Result Run(const std::vector<std::string> &args, const Env &env = {},
+               const std::string &out = "") {
+        return Finish(Start(args, env, out));
+    }
+
+    // Files the tool left in the folder, apart from its home.
+    std::vector<std::string> Leftovers() {
+        std::vector<std::string> names;
+        for (const auto &e : fs::directory_iterator(dir_))
+            if (e.path().filename() != "home") names.push_back(e.path().filename());
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+
+    fs::path dir_ = MakeTempDir("q417cli");
+};
+#endif
 
 } // namespace q417test
