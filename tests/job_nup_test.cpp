@@ -10,19 +10,7 @@
 namespace {
 
 using Origins = std::vector<std::array<INT, 2>>;
-
-// A record with its device mode copy, as a job holds them after block 2: letter at 600 dpi.
-struct Sheet {
-    SPLDEVINFO info = q417::test::LetterRecord();
-    DDIDEVMODE dm{};
-    Sheet(BYTE pagesPerSheet, SHORT orientation, SHORT res = 600) {
-        dm.bLayout = pagesPerSheet;
-        dm.dmOrientation = orientation;
-        dm.dmPaperSize = 1;
-        dm.dmPrintQuality = dm.dmYResolution = res;
-        info.pDevMode = Ptr32From(&dm);
-    }
-};
+using q417::test::Sheet;
 
 // Every grid, and frames that do not divide evenly. The values were worked out independently
 // of this code, in single precision with double intermediates: on the uneven frames keeping a

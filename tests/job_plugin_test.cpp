@@ -12,12 +12,7 @@ namespace {
 
 constexpr DWORD kSessionValue = 0x5E550001u; // what the recording plug-in's session returns
 
-struct Bridge : q417::test::JobTest {
-    void StartJob(const std::u16string &name = u"Minutes") {
-        ASSERT_NE(h.Start(), nullptr);
-        h.SendSetup(h.DevMode(24), name);
-    }
-};
+using Bridge = q417::test::JobTest;
 
 TEST_F(Bridge, TheLoadingRuleTriesBesideTheDescriptionThenTheDriverDirectory) {
     struct Case {
@@ -88,8 +83,7 @@ TEST_F(Bridge, ASessionOfZeroOrARefusedStartDocStopsThePageBeforeAnyHeader) {
         SCOPED_TRACE(c.module);
         q417::test::JobHarness p("stop");
         p.InstallPlugin(c.module);
-        ASSERT_NE(p.Start(), nullptr);
-        p.SendSetup(p.DevMode());
+        p.Open(p.DevMode());
         EXPECT_EQ(DrvSplStartPage(p.job()), c.page);
         std::vector<std::string> calls;
         for (const RecCall &call : p.PluginCalls()) calls.push_back(call.entry);
@@ -118,7 +112,7 @@ TEST_F(Bridge, AWholeJobCallsEachEntryAtItsPointWithItsArguments) {
     DiscardDeviceInfo(nullptr);
     live0 = q417::mem::LiveBlocks();
     h.InstallPlugin(Q417_PLUGIN_REC);
-    StartJob(u"");
+    h.Open(h.DevMode(24), u"");
     ASSERT_EQ(DrvSplStartPage(h.job()), 1);
     const HMODULE module = hCustUIDLL;
     h.Close();
@@ -127,13 +121,12 @@ TEST_F(Bridge, AWholeJobCallsEachEntryAtItsPointWithItsArguments) {
     h.ObservePlugin();
     const size_t firstCall = h.PluginCalls().size();
 
-    ASSERT_NE(h.Start(), nullptr);
     std::vector<BYTE> dm = h.DevMode(24);
     auto *pdm = reinterpret_cast<DDIDEVMODE *>(dm.data());
     pdm->dwCustDataWord = 0x600DCAFE;
     pdm->hPrinter = 0x5555; // the sender's, stale: every entry sets its own
     pdm->pCustData = 0x7777;
-    h.SendSetup(dm, u"Ledger");
+    h.Open(dm, u"Ledger");
     const std::string pages[2] = {"<first page>", "<second page>"};
     for (int page = 0; page < 2; ++page) {
         if (page) {

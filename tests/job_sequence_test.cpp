@@ -10,7 +10,6 @@
 
 namespace {
 
-using q417::test::Event;
 using q417::test::LetterRecord;
 using q417::test::PageData;
 
@@ -39,19 +38,15 @@ TEST(WriteHeaders, APageStartWritesHeadersOnlyWhereASheetBegins) {
         {"new layout while a page is open", 4, 4, 3, HS | PO, 2, 1, 0, HS | PO, 0},
     };
     for (const Case &c : cases) {
-        SPLDEVINFO info = LetterRecord();
-        DDIDEVMODE dm{};
-        dm.bLayout = c.bLayout;
-        dm.dmOrientation = dm.dmPaperSize = 1;
-        dm.dmPrintQuality = dm.dmYResolution = 600;
-        info.pDevMode = Ptr32From(&dm);
+        q417::test::Sheet s(c.bLayout, 1);
+        SPLDEVINFO &info = s.info;
         info.pCmdBuf = 0xC0DE;
         if (c.pagesPerSheet == 4) InitSubPages(&info); // made for portrait paper 1
         info.nPagesPerSheet = c.pagesPerSheet;
         info.nSubPage = c.subPage;
         info.bJobFlags = c.flagsBefore;
-        dm.dmOrientation = c.orientation;
-        dm.dmPaperSize = c.paper;
+        s.dm.dmOrientation = c.orientation;
+        s.dm.dmPaperSize = c.paper;
         EXPECT_EQ(WriteHeaders(&info), c.result) << c.what;
         EXPECT_EQ(info.bJobFlags, c.flagsAfter) << c.what;
         EXPECT_EQ(info.nSubPage, c.subPageAfter) << c.what;
@@ -96,9 +91,7 @@ TEST_F(Entries, WithoutAUsableRecordEveryEntryDoesNothing) {
             const DWORD state = q417::job::JobOf(h.job())->dwState;
             const HMODULE plugin = hCustUIDLL;
             const size_t written = h.events.size();
-            q417::mem::FailLock(lockFails ? 1 : 0);
-            EXPECT_EQ(entry(), 0) << lockFails;
-            q417::mem::FailLock(0);
+            EXPECT_EQ(q417::test::WithFaults(0, lockFails, entry), 0) << lockFails;
             const SPLDEVINFO after = h.Record();
             EXPECT_EQ(std::memcmp(&before, &after, sizeof before), 0) << lockFails;
             EXPECT_EQ(q417::job::JobOf(h.job())->dwState, state) << lockFails;
@@ -165,8 +158,7 @@ TEST_F(WholeJob, AJobWithoutPagesOrAnAbortWritesNoFooter) {
         {true, true, 1, 1 | 4, ""},
     };
     for (const Case &c : cases) {
-        ASSERT_NE(h.Start(), nullptr);
-        h.SendSetup(h.DevMode());
+        h.Open(h.DevMode());
         if (c.page) {
             ASSERT_EQ(DrvSplStartPage(h.job()), 1);
             ASSERT_EQ(DrvSplEndPage(h.job()), 1);
@@ -183,7 +175,7 @@ TEST_F(WholeJob, AJobWithoutPagesOrAnAbortWritesNoFooter) {
 
 TEST_F(WholeJob, AFailedWriteAtAnyByteSilencesTheCommandsButNotThePrintData) {
     h.RunJob(h.DevMode(), u"Annual report");
-    const std::vector<Event> clean = h.events;
+    const std::vector<std::string> clean = h.events;
     const std::set<std::string> data = {PageData(1), PageData(2), PageData(3)};
     const size_t total = h.bytesOffered;
     for (size_t failAt = 1; failAt <= total; ++failAt) {
@@ -192,20 +184,20 @@ TEST_F(WholeJob, AFailedWriteAtAnyByteSilencesTheCommandsButNotThePrintData) {
         const std::vector<BOOL> sent = h.RunJob(h.DevMode(), u"Annual report");
         // After a failed command nothing but print data reaches the printer; print data
         // reports its own write.
-        std::vector<Event> expect;
+        std::vector<std::string> expect;
         std::vector<BOOL> expectSent(3, 1);
         bool silenced = false;
         size_t offset = 0;
-        for (const Event &e : clean) {
+        for (const std::string &e : clean) {
             const size_t first = offset + 1;
-            offset += e.text.size();
+            offset += e.size();
             if (failAt >= first && failAt <= offset) {
-                silenced |= !data.count(e.text);
+                silenced |= !data.count(e);
                 for (int page = 1; page <= 3; ++page)
-                    if (e.text == PageData(page)) expectSent[page - 1] = 0;
+                    if (e == PageData(page)) expectSent[page - 1] = 0;
                 continue;
             }
-            if (!silenced || data.count(e.text)) expect.push_back(e);
+            if (!silenced || data.count(e)) expect.push_back(e);
         }
         EXPECT_EQ(h.events, expect) << "failing at byte " << failAt;
         EXPECT_EQ(sent, expectSent) << "failing at byte " << failAt;

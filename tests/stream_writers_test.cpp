@@ -26,8 +26,7 @@ struct StreamWriters : StreamTest {
     void Open(const std::string &more, const std::u16string &name = u"Report") {
         Close();
         WriteDescription(more);
-        ASSERT_NE(h.Start(), nullptr);
-        h.SendSetup(h.DevMode(16), name);
+        h.Open(h.DevMode(16), name);
         ASSERT_EQ(DrvSplStartPage(h.job()), 1);
         info = static_cast<SPLDEVINFO *>(GlobalLock(q417::job::JobOf(h.job())->hDevInfo));
         dm = DevModeOf(info);
