@@ -158,8 +158,9 @@ class JobHarness {
     }
 
     // Blocks 1, 2 and 8, in the order the graphics half sends them.
-    void SendSetup(const std::vector<BYTE> &dm, const std::u16string &name = u"Report") {
-        ASSERT_TRUE(SendRecord(LetterRecord()));
+    void SendSetup(const std::vector<BYTE> &dm, const std::u16string &name = u"Report",
+                   const SPLDEVINFO &record = LetterRecord()) {
+        ASSERT_TRUE(SendRecord(record));
         ASSERT_TRUE(SendDevMode(dm));
         if (!name.empty()) {
             ASSERT_TRUE(SendName(name));
@@ -191,11 +192,7 @@ class JobHarness {
             r.nSubPage = page - 1;
             std::vector<BYTE> dm = devMode;
             if (change) change(page, r, *reinterpret_cast<DDIDEVMODE *>(dm.data()));
-            EXPECT_EQ(SendRecord(r), 1);
-            EXPECT_EQ(SendDevMode(dm), 1);
-            if (page == 1) {
-                EXPECT_EQ(SendName(name), 1);
-            }
+            SendSetup(dm, page == 1 ? name : u"", r);
             EXPECT_EQ(DrvSplStartPage(job_), 1) << page;
             sent.push_back(SendData(PageData(page)));
             EXPECT_EQ(DrvSplEndPage(job_), 1) << page;

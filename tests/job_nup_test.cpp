@@ -118,18 +118,11 @@ TEST(NUp, PagesPerSheetOutsideTheTable) {
     }
 }
 
-TEST(NUp, NewSubPageSelectsTheCellOfThePage) {
+// The cell of each page: WriteHeaders. One page per sheet, or a count beyond the sixteen cells:
+// nothing moves.
+TEST(NUp, NewSubPageOutsideTheCells) {
     Sheet s(4, 1);
     InitSubPages(&s.info);
-    for (DWORD page = 0; page < 6; ++page) {
-        s.info.nSubPage = page;
-        s.info.bJobFlags = JOB_SUBPAGE_MARK | JOB_PAGE_OPEN;
-        NewSubPage(&s.info);
-        EXPECT_EQ(s.info.xSubPage, s.info.SubPageOrg[page % 4][0]) << page;
-        EXPECT_EQ(s.info.ySubPage, s.info.SubPageOrg[page % 4][1]) << page;
-        EXPECT_EQ(s.info.bJobFlags, JOB_PAGE_OPEN) << "only the mark is cleared";
-    }
-    // One page per sheet, or a count beyond the sixteen cells: nothing moves.
     s.info.xSubPage = 5;
     for (DWORD pages : {1u, 1000u}) {
         s.info.nPagesPerSheet = pages;

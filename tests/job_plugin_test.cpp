@@ -132,8 +132,7 @@ TEST_F(Bridge, AWholeJobCallsEachEntryAtItsPointWithItsArguments) {
         if (page) {
             SPLDEVINFO r = h.Record();
             r.nPage = 2;
-            ASSERT_EQ(h.SendRecord(r), 1);
-            ASSERT_EQ(h.SendDevMode(dm), 1);
+            h.SendSetup(dm, u"", r);
         }
         h.Mark("StartPage");
         ASSERT_EQ(DrvSplStartPage(h.job()), 1);
