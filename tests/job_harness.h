@@ -14,6 +14,7 @@
 
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <string>
 #include <vector>
@@ -55,6 +56,13 @@ struct Sheet {
         info.pDevMode = Ptr32From(&dm);
     }
 };
+
+// A file of tests/data, whole.
+inline std::string DataFile(const std::string &name) {
+    std::ifstream in(std::string(Q417_TEST_DATA) + "/" + name, std::ios::binary);
+    EXPECT_TRUE(in) << name;
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
 
 // A page's print data, told apart from the library's commands.
 inline std::string PageData(int page) {
