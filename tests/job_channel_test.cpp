@@ -4,15 +4,9 @@
 
 namespace {
 
-using q417::test::Event;
 using q417::test::LetterRecord;
-
-struct Channel : q417::test::JobTest {
-    void Open() {
-        ASSERT_NE(h.Start(), nullptr);
-        h.SendSetup(h.DevMode(), u"Name");
-    }
-};
+using q417::test::WithFaults;
+using Channel = q417::test::JobTest;
 
 // A failed start still reads the tables and arms the watermark font: the graphics half prints
 // gray watermarks through them whatever became of the job. The close asks for the record's
@@ -30,13 +24,9 @@ TEST_F(Channel, StartDocMakesAFreshRecordOrNothingAndCloseFreesEveryBlock) {
         SCOPED_TRACE(testing::Message() << c.failAlloc << c.failLock << c.closeFailLock);
         FreeXfers();
         bDoWtrMrkFontHeader = 0;
-        q417::mem::FailAllocation(c.failAlloc);
-        q417::mem::FailLock(c.failLock);
-        EXPECT_EQ(h.Start() != nullptr, c.job);
+        EXPECT_EQ(WithFaults(c.failAlloc, c.failLock, [&] { return h.Start(); }) != nullptr, c.job);
         EXPECT_EQ(bDoWtrMrkFontHeader, 1);
         EXPECT_NE(RedXfer, nullptr);
-        q417::mem::FailAllocation(0);
-        q417::mem::FailLock(0);
         if (!h.job()) continue;
         const SPLJOB *job = q417::job::JobOf(h.job());
         EXPECT_EQ(job->hPrinter, h.printer());
@@ -45,22 +35,20 @@ TEST_F(Channel, StartDocMakesAFreshRecordOrNothingAndCloseFreesEveryBlock) {
         EXPECT_EQ(r.nLastPaper, c.lastPaper);
         EXPECT_EQ(r.nLastTray, c.lastPaper);
         EXPECT_EQ(r.pDevMode, 0u);
-        h.SendSetup(h.DevMode(), u"Name");
-        q417::mem::FailLock(c.closeFailLock);
-        h.Close();
-        q417::mem::FailLock(0);
+        h.SendSetup(h.DevMode());
+        WithFaults(0, c.closeFailLock, [&] { return h.Close(), 0; });
         EXPECT_EQ(q417::mem::LiveBlocks(), live0);
     }
 }
 
 TEST_F(Channel, EveryTagButTheFourStateTagsIsPrintDataWithTheTagStripped) {
-    Open();
+    h.Open(h.DevMode());
     for (BYTE tag : {0, 3, 7, 9, 99, 101, 255}) {
         DWORD written = 0xDEAD;
         const std::string payload = "page " + std::to_string(tag);
         EXPECT_EQ(h.Send(tag, payload.data(), payload.size(), &written), 1) << int(tag);
         EXPECT_EQ(written, payload.size()) << "counts the payload, not the tag";
-        EXPECT_EQ(h.events.back(), (Event{Event::Write, payload})) << int(tag);
+        EXPECT_EQ(h.events.back(), payload) << int(tag);
     }
     const size_t before = h.events.size();
     DWORD written = 0xDEAD;
@@ -84,7 +72,7 @@ TEST_F(Channel, EveryTagButTheFourStateTagsIsPrintDataWithTheTagStripped) {
 // A block 1 replaces the record as far as it reaches, but for the history words, kept unless
 // the sender says forget; it releases the device mode copy, and the sender's pointer goes.
 TEST_F(Channel, Block1ReplacesTheRecordButItsHistory) {
-    Open();
+    h.Open(h.DevMode());
     struct Case {
         DWORD flags;
         DWORD size;
@@ -123,7 +111,7 @@ TEST_F(Channel, Block1ReplacesTheRecordButItsHistory) {
 
 // Too long a block 1, too short a block 2, or a block without memory: refused, the job unchanged.
 TEST_F(Channel, RefusedBlocksReturnZeroAndChangeNothing) {
-    Open();
+    h.Open(h.DevMode());
     const SPLDEVINFO before = h.Record();
     const long live = q417::mem::LiveBlocks();
     struct Case {
@@ -152,11 +140,10 @@ TEST_F(Channel, RefusedBlocksReturnZeroAndChangeNothing) {
             payload = h.DevMode();
         }
         payload.resize(payload.size() + c.extra, 0xAB);
-        q417::mem::FailAllocation(c.failAlloc);
-        q417::mem::FailLock(c.failLock);
-        EXPECT_EQ(h.Send(c.tag, payload.data(), payload.size()), 0) << c.what;
-        q417::mem::FailAllocation(0);
-        q417::mem::FailLock(0);
+        EXPECT_EQ(WithFaults(c.failAlloc, c.failLock,
+                             [&] { return h.Send(c.tag, payload.data(), payload.size()); }),
+                  0)
+            << c.what;
         const SPLDEVINFO after = h.Record();
         EXPECT_EQ(std::memcmp(&before, &after, sizeof before), 0) << c.what;
         EXPECT_EQ(q417::mem::LiveBlocks(), live) << c.what;
@@ -206,11 +193,10 @@ TEST_F(Channel, TheJobNameThroughASequenceOfBlocks) {
         {"and again", 8, {'P', 0}, u"P"},
     };
     for (const Step &s : steps) {
-        q417::mem::FailAllocation(s.failAlloc);
-        q417::mem::FailLock(s.failLock);
-        ASSERT_EQ(h.Send(s.tag, s.payload.data(), s.payload.size()), 1) << s.what;
-        q417::mem::FailAllocation(0);
-        q417::mem::FailLock(0);
+        ASSERT_EQ(WithFaults(s.failAlloc, s.failLock,
+                             [&] { return h.Send(s.tag, s.payload.data(), s.payload.size()); }),
+                  1)
+            << s.what;
         EXPECT_EQ(StoredName(), s.expect) << s.what;
         EXPECT_EQ(h.Record().pDevMode ? h.DevModeCopy().hJobName : hJobName, hJobName) << s.what;
     }

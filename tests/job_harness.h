@@ -14,21 +14,22 @@
 
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <string>
 #include <vector>
 
 namespace q417::test {
 
-struct Event {
-    enum Kind { Write, Call, Mark } kind;
-    std::string text; // bytes written, the plug-in entry's name, or the test's mark
-    bool operator==(const Event &) const = default;
-};
-
-inline void PrintTo(const Event &e, std::ostream *os) {
-    static const char *const kinds[] = {"write ", "call ", "mark "};
-    *os << kinds[e.kind] << ::testing::PrintToString(e.text);
+// Sets the allocation and lock faults for the length of f (0: none), then clears them.
+template <class F>
+auto WithFaults(long failAlloc, long failLock, F f) {
+    q417::mem::FailAllocation(failAlloc);
+    q417::mem::FailLock(failLock);
+    auto result = f();
+    q417::mem::FailAllocation(0);
+    q417::mem::FailLock(0);
+    return result;
 }
 
 // The record as a graphics half would first send it: a letter page at 600 dpi.
@@ -41,6 +42,26 @@ inline SPLDEVINFO LetterRecord() {
     r.cxMargin = r.cyMargin = 180;
     r.nPage = 1;
     return r;
+}
+
+// A record with its device mode copy, as a job holds them after block 2: letter at 600 dpi.
+struct Sheet {
+    SPLDEVINFO info = LetterRecord();
+    DDIDEVMODE dm{};
+    Sheet(BYTE pagesPerSheet, SHORT orientation, SHORT res = 600) {
+        dm.bLayout = pagesPerSheet;
+        dm.dmOrientation = orientation;
+        dm.dmPaperSize = 1;
+        dm.dmPrintQuality = dm.dmYResolution = res;
+        info.pDevMode = Ptr32From(&dm);
+    }
+};
+
+// A file of tests/data, whole.
+inline std::string DataFile(const std::string &name) {
+    std::ifstream in(std::string(Q417_TEST_DATA) + "/" + name, std::ios::binary);
+    EXPECT_TRUE(in) << name;
+    return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
 // A page's print data, told apart from the library's commands.
@@ -108,6 +129,11 @@ class JobHarness {
         return job_;
     }
     void *job() const { return job_; }
+    // A job with its blocks 1, 2 and 8 sent.
+    void Open(const std::vector<BYTE> &dm, const std::u16string &name = u"Report") {
+        ASSERT_NE(Start(), nullptr);
+        SendSetup(dm, name);
+    }
     void Close() {
         DrvSplClose(job_);
         job_ = nullptr;
@@ -140,8 +166,9 @@ class JobHarness {
     }
 
     // Blocks 1, 2 and 8, in the order the graphics half sends them.
-    void SendSetup(const std::vector<BYTE> &dm, const std::u16string &name = u"Report") {
-        ASSERT_TRUE(SendRecord(LetterRecord()));
+    void SendSetup(const std::vector<BYTE> &dm, const std::u16string &name = u"Report",
+                   const SPLDEVINFO &record = LetterRecord()) {
+        ASSERT_TRUE(SendRecord(record));
         ASSERT_TRUE(SendDevMode(dm));
         if (!name.empty()) {
             ASSERT_TRUE(SendName(name));
@@ -173,11 +200,7 @@ class JobHarness {
             r.nSubPage = page - 1;
             std::vector<BYTE> dm = devMode;
             if (change) change(page, r, *reinterpret_cast<DDIDEVMODE *>(dm.data()));
-            EXPECT_EQ(SendRecord(r), 1);
-            EXPECT_EQ(SendDevMode(dm), 1);
-            if (page == 1) {
-                EXPECT_EQ(SendName(name), 1);
-            }
+            SendSetup(dm, page == 1 ? name : u"", r);
             EXPECT_EQ(DrvSplStartPage(job_), 1) << page;
             sent.push_back(SendData(PageData(page)));
             EXPECT_EQ(DrvSplEndPage(job_), 1) << page;
@@ -188,12 +211,12 @@ class JobHarness {
     }
 
     // ---- The stream ----
-    std::vector<Event> events;
-    void Mark(const std::string &what) { events.push_back({Event::Mark, what}); }
-    // What the printer received, with the plug-in's calls and the test's marks as "<name>".
+    // Each write the printer received, and the plug-in's calls and the test's marks as "<name>".
+    std::vector<std::string> events;
+    void Mark(const std::string &what) { events.push_back("<" + what + ">"); }
     std::string Stream() const {
         std::string s;
-        for (const auto &e : events) s += e.kind == Event::Write ? e.text : "<" + e.text + ">";
+        for (const auto &e : events) s += e;
         return s;
     }
     // Fails the write that holds byte number failAt of the stream (0 for none); every other
@@ -208,11 +231,11 @@ class JobHarness {
         self->bytesOffered += size;
         if (self->failAt_ && self->failAt_ >= first && self->failAt_ <= self->bytesOffered)
             return 0;
-        self->events.push_back({Event::Write, std::string(static_cast<const char *>(data), size)});
+        self->events.emplace_back(static_cast<const char *>(data), size);
         return 1;
     }
     static void Observe(void *ctx, const char *entry) {
-        static_cast<JobHarness *>(ctx)->events.push_back({Event::Call, entry});
+        static_cast<JobHarness *>(ctx)->Mark(entry);
     }
 
     std::filesystem::path dir_;

@@ -3,110 +3,69 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <climits>
+#include <sstream>
+#include <string>
 #include <vector>
 
 namespace {
 
 using Origins = std::vector<std::array<INT, 2>>;
+using q417::test::Sheet;
 
-// A record with its device mode copy, as a job holds them after block 2: letter at 600 dpi.
-struct Sheet {
-    SPLDEVINFO info = q417::test::LetterRecord();
-    DDIDEVMODE dm{};
-    Sheet(BYTE pagesPerSheet, SHORT orientation, SHORT res = 600) {
-        dm.bLayout = pagesPerSheet;
-        dm.dmOrientation = orientation;
-        dm.dmPaperSize = 1;
-        dm.dmPrintQuality = dm.dmYResolution = res;
-        info.pDevMode = Ptr32From(&dm);
-    }
-};
-
-// Every grid, and frames that do not divide evenly. The values were worked out independently
-// of this code, in single precision with double intermediates: on the uneven frames keeping a
-// cell or image size in double, or a constant as a double, moves the scale or the image by one.
-// The sheet's layout is the record's, its pairs swapped where the sheet turns.
+// Every grid, and frames that do not divide evenly, from tests/data/nup_layouts.txt. The sheet's
+// layout is the record's, its pairs swapped where the sheet turns.
 TEST(NUp, EveryLayoutToThePixel) {
-    struct Case {
-        const char *what;
-        BYTE n;
-        SHORT orient, res;
-        INT paper[2], frame[2], margin[2];
+    std::istringstream file(q417::test::DataFile("nup_layouts.txt"));
+    int layouts = 0;
+    std::string what;
+    for (std::string line; std::getline(file, line);) {
+        if (line.empty() || line[0] == '#') {
+            what = line;
+            continue;
+        }
+        std::replace_if(
+            line.begin(), line.end(), [](char c) { return c == '|' || c == ','; }, ' ');
+        std::istringstream in(line);
+        int n, orient, res, scale, cx, cy;
+        INT given[6];
         DWORD keep;
-        int scale, cx, cy;
+        in >> n >> orient >> res;
+        for (INT &v : given) in >> v;
+        in >> keep >> scale >> cx >> cy;
         Origins cells;
-    } cases[] = {
-        // clang-format off
-        {"letter, two up: the sheet turns, the page fits its image", 2, 1, 600, {6120, 7920},
-         {5760, 7560}, {180, 200}, 0, 352, 2992, 3872, {{79, 463}, {3229, 463}}},
-        {"letter, four up", 4, 1, 600, {6120, 7920}, {5760, 7560}, {180, 180}, 1, 285, 2280, 2992,
-         {{60, 79}, {2460, 79}, {60, 3229}, {2460, 3229}}},
-        {"letter, two up turned", 2, 2, 600, {6120, 7920}, {5760, 7560}, {180, 180}, 0, 207, 1761,
-         2280, {{2269, 60}, {2269, 2460}}},
-        {"letter, six up", 6, 1, 600, {6120, 7920}, {5760, 7560}, {180, 180}, 0, 207, 1761, 2280,
-         {{169, 60}, {2269, 60}, {4369, 60}, {169, 2460}, {2269, 2460}, {4369, 2460}}},
-        // Turned: 0.92 for the image, and the cell's 0.05 halved as the left gap.
-        {"letter, six up turned", 6, 2, 600, {6120, 7920}, {5760, 7560}, {180, 180}, 0, 134, 1137,
-         1471, {{959, 64}, {4109, 64}, {959, 1664}, {4109, 1664}, {959, 3264}, {4109, 3264}}},
-        // Any other orientation takes the turned grid and scale, but the centred gap.
-        {"letter, six up, orientation 3", 6, 3, 600, {6120, 7920}, {5760, 7560}, {180, 180}, 0,
-         134, 1137, 1471,
-         {{1006, 64}, {4156, 64}, {1006, 1664}, {4156, 1664}, {1006, 3264}, {4156, 3264}}},
-        {"letter, nine up", 9, 1, 600, {6120, 7920}, {5760, 7560}, {180, 180}, 1, 190, 1520, 1995,
-         {{40, 52}, {1640, 52}, {3240, 52}, {40, 2152}, {1640, 2152}, {3240, 2152},
-          {40, 4252}, {1640, 4252}, {3240, 4252}}},
-        {"letter, sixteen up", 16, 1, 600, {6120, 7920}, {5760, 7560}, {180, 180}, 1, 143, 1140,
-         1496, {{30, 39}, {1230, 39}, {2430, 39}, {3630, 39}, {30, 1614}, {1230, 1614},
-          {2430, 1614}, {3630, 1614}, {30, 3189}, {1230, 3189}, {2430, 3189}, {3630, 3189},
-          {30, 4764}, {1230, 4764}, {2430, 4764}, {3630, 4764}}},
-        {"5216 by 7370, four up, 300 dpi: 143 with double constants",
-         4, 1, 300, {5216, 7370}, {4976, 7130}, {120, 120}, 1, 142, 985, 1411,
-         {{25, 37}, {1062, 37}, {25, 1522}, {1062, 1522}}},
-        {"A4, four up, 300 dpi: 142 without the stores",
-         4, 1, 300, {5953, 8419}, {5713, 8179}, {120, 120}, 1, 143, 1130, 1618,
-         {{29, 42}, {1220, 42}, {29, 1746}, {1220, 1746}}},
-        {"legal, two up: 332 and 2825 without the stores",
-         2, 1, 600, {6120, 10080}, {5880, 9840}, {120, 120}, 0, 333, 2826, 4655,
-         {{636, 122}, {4736, 122}}},
-        {"A4, six up turned: the page is narrowed in its cell",
-         6, 2, 600, {5953, 8419}, {5713, 8179}, {120, 120}, 0, 125, 1032, 1460,
-         {{1136, 63}, {4545, 63}, {1136, 1650}, {4545, 1650}, {1136, 3237}, {4545, 3237}}},
-        {"A4, nine up, 1200 dpi",
-         9, 1, 1200, {5953, 8419}, {5713, 8179}, {120, 120}, 1, 380, 3015, 4316,
-         {{80, 113}, {3253, 113}, {6426, 113}, {80, 4656}, {3253, 4656}, {6426, 4656},
-          {80, 9201}, {3253, 9201}, {6426, 9201}}},
-        // clang-format on
-    };
-    for (const Case &c : cases) {
-        Sheet s(c.n, c.orient, c.res);
+        for (INT x, y; in >> x >> y;) cells.push_back({x, y});
+        ++layouts;
+        SCOPED_TRACE(what);
+        Sheet s(static_cast<BYTE>(n), static_cast<SHORT>(orient), static_cast<SHORT>(res));
         SPLDEVINFO &r = s.info;
-        r.cxPaper = c.paper[0];
-        r.cyPaper = c.paper[1];
-        r.cxPrintable = c.frame[0];
-        r.cyPrintable = c.frame[1];
-        r.cxMargin = c.margin[0];
-        r.cyMargin = c.margin[1];
+        r.cxPaper = given[0];
+        r.cyPaper = given[1];
+        r.cxPrintable = given[2];
+        r.cyPrintable = given[3];
+        r.cxMargin = given[4];
+        r.cyMargin = given[5];
         InitSubPages(&r);
-        SCOPED_TRACE(c.what);
-        EXPECT_EQ(r.nPagesPerSheet, c.n);
-        EXPECT_EQ(r.bKeepOrient, c.keep);
-        EXPECT_EQ(r.nScaleX, c.scale);
-        EXPECT_EQ(r.nScaleY, c.scale);
-        EXPECT_EQ(r.cxSubPage, c.cx);
-        EXPECT_EQ(r.cySubPage, c.cy);
-        const auto *cells = reinterpret_cast<const std::array<INT, 2> *>(r.SubPageOrg);
-        EXPECT_EQ(Origins(cells, cells + r.nPagesPerSheet), c.cells);
-        EXPECT_EQ(r.xSubPage, c.cells[0][0]) << "the first cell is current";
-        EXPECT_EQ(r.ySubPage, c.cells[0][1]);
-        EXPECT_EQ(r.nLayoutOrient, c.orient);
+        EXPECT_EQ(r.nPagesPerSheet, static_cast<DWORD>(n));
+        EXPECT_EQ(r.bKeepOrient, keep);
+        EXPECT_EQ(r.nScaleX, scale);
+        EXPECT_EQ(r.nScaleY, scale);
+        EXPECT_EQ(r.cxSubPage, cx);
+        EXPECT_EQ(r.cySubPage, cy);
+        const auto *made = reinterpret_cast<const std::array<INT, 2> *>(r.SubPageOrg);
+        EXPECT_EQ(Origins(made, made + r.nPagesPerSheet), cells);
+        EXPECT_EQ(r.xSubPage, cells.at(0)[0]) << "the first cell is current";
+        EXPECT_EQ(r.ySubPage, cells.at(0)[1]);
+        EXPECT_EQ(r.nLayoutOrient, orient);
         EXPECT_EQ(r.nLayoutPaper, 1);
-        const auto [cx, cy] = c.keep ? std::pair{0, 1} : std::pair{1, 0};
+        const int x = keep ? 0 : 1, y = 1 - x; // each pair x, y
         EXPECT_EQ(std::vector<INT>(r.Layout, r.Layout + 6),
-                  (std::vector<INT>{c.paper[cx], c.paper[cy], c.frame[cx], c.frame[cy],
-                                    c.margin[cx], c.margin[cy]}));
+                  (std::vector<INT>{given[x], given[y], given[2 + x], given[2 + y], given[4 + x],
+                                    given[4 + y]}));
     }
+    EXPECT_EQ(layouts, 13);
 }
 
 TEST(NUp, PagesPerSheetOutsideTheTable) {
@@ -130,18 +89,11 @@ TEST(NUp, PagesPerSheetOutsideTheTable) {
     }
 }
 
-TEST(NUp, NewSubPageSelectsTheCellOfThePage) {
+// The cell of each page: WriteHeaders. One page per sheet, or a count beyond the sixteen cells:
+// nothing moves.
+TEST(NUp, NewSubPageOutsideTheCells) {
     Sheet s(4, 1);
     InitSubPages(&s.info);
-    for (DWORD page = 0; page < 6; ++page) {
-        s.info.nSubPage = page;
-        s.info.bJobFlags = JOB_SUBPAGE_MARK | JOB_PAGE_OPEN;
-        NewSubPage(&s.info);
-        EXPECT_EQ(s.info.xSubPage, s.info.SubPageOrg[page % 4][0]) << page;
-        EXPECT_EQ(s.info.ySubPage, s.info.SubPageOrg[page % 4][1]) << page;
-        EXPECT_EQ(s.info.bJobFlags, JOB_PAGE_OPEN) << "only the mark is cleared";
-    }
-    // One page per sheet, or a count beyond the sixteen cells: nothing moves.
     s.info.xSubPage = 5;
     for (DWORD pages : {1u, 1000u}) {
         s.info.nPagesPerSheet = pages;

@@ -12,12 +12,7 @@ namespace {
 
 constexpr DWORD kSessionValue = 0x5E550001u; // what the recording plug-in's session returns
 
-struct Bridge : q417::test::JobTest {
-    void StartJob(const std::u16string &name = u"Minutes") {
-        ASSERT_NE(h.Start(), nullptr);
-        h.SendSetup(h.DevMode(24), name);
-    }
-};
+using Bridge = q417::test::JobTest;
 
 TEST_F(Bridge, TheLoadingRuleTriesBesideTheDescriptionThenTheDriverDirectory) {
     struct Case {
@@ -88,8 +83,7 @@ TEST_F(Bridge, ASessionOfZeroOrARefusedStartDocStopsThePageBeforeAnyHeader) {
         SCOPED_TRACE(c.module);
         q417::test::JobHarness p("stop");
         p.InstallPlugin(c.module);
-        ASSERT_NE(p.Start(), nullptr);
-        p.SendSetup(p.DevMode());
+        p.Open(p.DevMode());
         EXPECT_EQ(DrvSplStartPage(p.job()), c.page);
         std::vector<std::string> calls;
         for (const RecCall &call : p.PluginCalls()) calls.push_back(call.entry);
@@ -118,7 +112,7 @@ TEST_F(Bridge, AWholeJobCallsEachEntryAtItsPointWithItsArguments) {
     DiscardDeviceInfo(nullptr);
     live0 = q417::mem::LiveBlocks();
     h.InstallPlugin(Q417_PLUGIN_REC);
-    StartJob(u"");
+    h.Open(h.DevMode(24), u"");
     ASSERT_EQ(DrvSplStartPage(h.job()), 1);
     const HMODULE module = hCustUIDLL;
     h.Close();
@@ -127,20 +121,18 @@ TEST_F(Bridge, AWholeJobCallsEachEntryAtItsPointWithItsArguments) {
     h.ObservePlugin();
     const size_t firstCall = h.PluginCalls().size();
 
-    ASSERT_NE(h.Start(), nullptr);
     std::vector<BYTE> dm = h.DevMode(24);
     auto *pdm = reinterpret_cast<DDIDEVMODE *>(dm.data());
     pdm->dwCustDataWord = 0x600DCAFE;
     pdm->hPrinter = 0x5555; // the sender's, stale: every entry sets its own
     pdm->pCustData = 0x7777;
-    h.SendSetup(dm, u"Ledger");
+    h.Open(dm, u"Ledger");
     const std::string pages[2] = {"<first page>", "<second page>"};
     for (int page = 0; page < 2; ++page) {
         if (page) {
             SPLDEVINFO r = h.Record();
             r.nPage = 2;
-            ASSERT_EQ(h.SendRecord(r), 1);
-            ASSERT_EQ(h.SendDevMode(dm), 1);
+            h.SendSetup(dm, u"", r);
         }
         h.Mark("StartPage");
         ASSERT_EQ(DrvSplStartPage(h.job()), 1);
@@ -196,8 +188,8 @@ TEST_F(Bridge, AWholeJobCallsEachEntryAtItsPointWithItsArguments) {
 }
 
 // GetConfig loads the plug-in for itself when no page start has, and unloads it when it ends;
-// a plug-in that a page start loaded stays. The test holds a load of its own, so that the
-// module and its record of calls survive the library's unload.
+// a plug-in that a page start loaded stays until the library is detached. The test holds a load of
+// its own, so that the module and its record of calls survive the library's unload.
 TEST_F(Bridge, APluginLoadedByGetConfigIsUnloadedWhenItEnds) {
     std::filesystem::copy_file(std::string(Q417_TEST_DATA) + "/config/minimal.pdd", h.pddPath());
     h.InstallPlugin(Q417_PLUGIN_REC);
@@ -230,28 +222,22 @@ TEST_F(Bridge, APluginLoadedByGetConfigIsUnloadedWhenItEnds) {
         }
         Q417_FreeConfig(cfg);
     }
-    FreeFunctionTable();
-    FreeLibrary(own);
-}
-
-TEST(LibraryLoad, AttachClearsTheProcessStateAndDetachReleasesThePlugin) {
-    q417::test::JobHarness h("attach");
-    h.InstallPlugin(Q417_PLUGIN_REC);
-    ASSERT_NE(FillFunctionTable(h.printer()), 0);
+    // Detaching the library releases the plug-in and the configuration; attaching forgets
+    // what a crashed job could have left.
+    ASSERT_EQ(RetrieveDeviceInfo(pdm), 1);
     const HMODULE self = ghModule;
     EXPECT_NE(self, 0u) << "the library's load has run";
-
     EXPECT_EQ(DllEntryPoint(self, 0, nullptr), TRUE) << "detach";
     EXPECT_EQ(hCustUIDLL, 0u);
     EXPECT_EQ(hCfg, 0u);
-
-    hJobName = 0x1234; // what a crashed job could have left; a new load forgets it
+    hJobName = 0x1234;
     EXPECT_EQ(DllEntryPoint(0x77, 1, nullptr), TRUE) << "attach";
     EXPECT_EQ(ghModule, 0x77u);
     EXPECT_EQ(hJobName, 0u);
     EXPECT_EQ(DllEntryPoint(self, 1, nullptr), TRUE);
     EXPECT_EQ(DllEntryPoint(self, 2, nullptr), TRUE) << "thread notices are ignored";
     EXPECT_EQ(ghModule, self);
+    FreeLibrary(own);
 }
 
 } // namespace

@@ -63,9 +63,7 @@ inline std::string Stream(std::initializer_list<const char *> lines) {
     EXPECT_EQ(::streamtest::Escape(actual), ::streamtest::Escape(expected))
 
 inline std::string DataFile(const std::string &name) {
-    std::ifstream in(std::string(Q417_TEST_DATA) + "/stream/" + name, std::ios::binary);
-    EXPECT_TRUE(in) << name;
-    return std::string(std::istreambuf_iterator<char>(in), {});
+    return q417::test::DataFile("stream/" + name);
 }
 
 // A golden stream from tests/data/stream: escaped commands, a line each; "#" starts a comment

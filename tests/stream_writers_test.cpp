@@ -1,6 +1,7 @@
 // The stream writers one by one, on the record of a job with its first page open: language
 // switches, the HP-GL/2 scale, the page command's numbers, tray and paper memory, the header
-// hooks, the identification comments and their limits.
+// hooks, the identification comments and their limits. Then whole jobs against the golden
+// streams.
 #include "stream_support.h"
 
 #include "stream/stream.h"
@@ -26,8 +27,7 @@ struct StreamWriters : StreamTest {
     void Open(const std::string &more, const std::u16string &name = u"Report") {
         Close();
         WriteDescription(more);
-        ASSERT_NE(h.Start(), nullptr);
-        h.SendSetup(h.DevMode(16), name);
+        h.Open(h.DevMode(16), name);
         ASSERT_EQ(DrvSplStartPage(h.job()), 1);
         info = static_cast<SPLDEVINFO *>(GlobalLock(q417::job::JobOf(h.job())->hDevInfo));
         dm = DevModeOf(info);
@@ -117,8 +117,7 @@ TEST_F(StreamWriters, PageSizeCommand) {
         {1919903859, 1, 1, 0, 0, 0, 0, R"(\x1b&l2a0o48d-15171984E)"}, // wraps in 32 bits
         {180, 2, 1, 0, 0, 0, 0, R"(\x1b&l2a1o4d1E)"},
         {180, 3, 1, 0, 0, 0, 0, R"(\x1b&l2a1o4d1E)"},
-        {180, 1, 4, 1, 0, 0, 0, R"(\x1b&l2a0o4d1E)"}, // N-up follows the sheet
-        {180, 1, 2, 0, 0, 0, 0, R"(\x1b&l2a1o4d1E)"},
+        {180, 1, 4, 1, 0, 0, 0, R"(\x1b&l2a0o4d1E)"}, // N-up follows the sheet (2 up: two_up)
         {180, 2, 4, 1, 0, 0, 0, R"(\x1b&l2a1o4d1E)"},
         {180, 2, 2, 0, 0, 0, 0, R"(\x1b&l2a0o4d1E)"},
         {180, 1, 1, 0, 1, 0, 0, R"(\x1b&l2a2o4d1E)"}, // rotated adds 2
@@ -128,8 +127,7 @@ TEST_F(StreamWriters, PageSizeCommand) {
         {180, 2, 2, 0, 0, 0x08, 0, R"(\x1b&l2a1o4d1E)"}, // reverse only counts in landscape
         {180, 1, 1, 0, 0, 0x08, 0, R"(\x1b&l2a0o4d1E)"},
         {180, 2, 1, 0, 0, 0x07, 0, R"(\x1b&l2a1o4d1E)"},
-        {180, 1, 1, 0, 0, 0, 1, R"(\x1b&l2a0o4d1E\x1b&l0S)"}, // duplex 1 to 3: 0, 2, 1
-        {180, 1, 1, 0, 0, 0, 2, R"(\x1b&l2a0o4d1E\x1b&l2S)"},
+        {180, 1, 1, 0, 0, 0, 1, R"(\x1b&l2a0o4d1E\x1b&l0S)"}, // duplex 1: 0, 3: 1 (2: colour_job)
         {180, 1, 1, 0, 0, 0, 3, R"(\x1b&l2a0o4d1E\x1b&l1S)"},
         {180, 1, 1, 0, 0, 0, 4, R"(\x1b&l2a0o4d1E)"},
         {180, 1, 1, 0, 0, 0, -1, R"(\x1b&l2a0o4d1E)"},
@@ -177,26 +175,16 @@ TEST_F(StreamWriters, PaperOrientationAndTrayMemory) {
         const char *frame = s.result ? "\x1b*pxY\x1b*c5760x7560y0T" : "";
         EXPECT_STREAM(Take(), Unescape(s.page) + frame + Unescape(s.traySelect)) << s.page;
     }
-    // The tray is formatted in CustCmdBuf even when pCmdBuf points elsewhere.
-    char other[CMD_BUF_SIZE] = {};
-    info->pCmdBuf = Ptr32From(other);
-    dm->wSourceIndex = kTray4;
-    PCLTraySelect(info);
-    EXPECT_EQ(Take(), "\x1b&l4H");
-    EXPECT_EQ(other[0], 0);
 }
 
 // ---- Header hooks ----
 
-// The hooks mark the stream where they run and check what they are given.
+// The hooks mark the stream where they run; their arguments are checked on a whole job with
+// the recording plug-in.
 q417::test::JobHarness *harness;
-SPLDEVINFO *record;
 const char *const kHooks[] = {"PJL job header", "PDL job header", "page header", "job footer"};
 template <int N>
-DWORD Hook(DDIDEVMODE *pdm, DWORD word, void *cust) {
-    EXPECT_EQ(Ptr32As<SPLDEVINFO>(pdm->pJobInfo), record) << kHooks[N];
-    EXPECT_EQ(cust, reinterpret_cast<BYTE *>(pdm) + DDIDEVMODE_SIZE) << kHooks[N];
-    EXPECT_EQ(word, 0x51u) << kHooks[N];
+DWORD Hook(DDIDEVMODE *pdm, DWORD, void *) {
     if (N == 0) pdm->dmPrintQuality = 300;  // the PJL resolution follows; the PCL units do not
     if (N == 2) pdm->wSourceIndex = kTray4; // honoured by the second tray selection
     harness->Mark(kHooks[N]);
@@ -205,14 +193,11 @@ DWORD Hook(DDIDEVMODE *pdm, DWORD word, void *cust) {
 
 TEST_F(StreamWriters, HeaderHooksStandBehindTheirStepsAndTheirChangesCount) {
     harness = &h;
-    record = info;
     CustDLL.OEM_PJLCustJobHeader = Hook<0>;
     CustDLL.OEM_PDLCustJobHeader = Hook<1>;
     CustDLL.OEM_PDLCustPageHeader = Hook<2>;
     CustDLL.OEM_PJLCustJobFooter = Hook<3>;
     dm->wEmulation = 2;
-    dm->dwCustDataWord = 0x51;
-    dm->pCustData = dm->pJobInfo = 0; // stale in a received copy; set anew before each hook
     info->bOutputMode = OUTPUT_UNKNOWN;
     info->nLastPaper = info->nLastTray = -1;
     WritePCLJobHeader(info);
@@ -282,14 +267,31 @@ TEST_F(StreamWriters, DescriptionTextsInTheComments) {
     }
 }
 
+// A job name of 500 characters keeps 399 in the 400-byte buffer; in a code page of several
+// bytes a character, the cut falls on a whole character that still leaves room for the
+// terminator.
 TEST_F(StreamWriters, NamesThatDoNotFitAreCut) {
-    // A job name of 500 characters keeps 399 in the 400-byte buffer.
     const std::u16string longName(500, u'n');
     Open(kVersion, longName);
     EXPECT_EQ(PJL_WriteJobName(info), 1);
     EXPECT_EQ(Take(), "@PJL COMMENT Job Name: " + std::string(399, 'n') + "\n");
     EXPECT_EQ(GlobalFlags(dm->hJobName) & 0xFF, 0u); // the name is unlocked again
-    EXPECT_EQ(strlen(TStr2Str(longName.substr(0, 399).c_str())), 399u);
+    struct Case {
+        const char *codePage;
+        const char *encoded; // U+3042 in that code page
+        size_t charsKept;    // of 300
+    } cases[] = {
+        {"CP932", "\x82\xa0", 199},     // 2 bytes: 398 of 399
+        {"UTF-8", "\xe3\x81\x82", 133}, // 3 bytes: 399 exactly
+        {"WINDOWS-1252", "?", 300},     // not in it: one default byte each, all fit
+    };
+    for (const Case &c : cases) {
+        ASSERT_TRUE(Q417_SetAnsiCodePage(c.codePage));
+        std::string expected;
+        for (size_t i = 0; i < c.charsKept; ++i) expected += c.encoded;
+        EXPECT_EQ(std::string(TStr2Str(std::u16string(300, u'\u3042').c_str())), expected)
+            << c.codePage;
+    }
 
     // A device name that fills its 32 characters has no terminator in the record.
     for (int i = 0; i < 32; ++i) dm->dmDeviceName[i] = u'A' + (i % 26);
@@ -302,26 +304,40 @@ TEST_F(StreamWriters, NamesThatDoNotFitAreCut) {
     EXPECT_EQ(Take(), "0123456");
 }
 
-// In a code page of several bytes a character, the cut falls on a whole character that still
-// leaves room for the terminator.
-TEST_F(StreamWriters, LongNamesAreCutOnWholeCharactersOfTheCodePage) {
-    struct Case {
-        const char *codePage;
-        const char *encoded; // U+3042 in that code page
-        size_t charsKept;    // of 300
-    } cases[] = {
-        {"CP932", "\x82\xa0", 199},     // 2 bytes: 398 of 399
-        {"UTF-8", "\xe3\x81\x82", 133}, // 3 bytes: 399 exactly
-        {"WINDOWS-1252", "?", 300},     // not in it: one default byte each, all fit
-    };
-    const std::u16string name(300, u'\u3042');
-    for (const Case &c : cases) {
-        ASSERT_TRUE(Q417_SetAnsiCodePage(c.codePage));
-        std::string expected;
-        for (size_t i = 0; i < c.charsKept; ++i) expected += c.encoded;
-        EXPECT_EQ(std::string(TStr2Str(name.c_str())), expected) << c.codePage;
+// ---- Whole jobs ----
+
+// Whole jobs through the exported entries: the printer stream from the Universal Exit
+// Language to the job's end, byte for byte, against the golden streams in tests/data/stream.
+struct StreamJob : StreamTest {
+    // A job "Annual report" of three pages, PCL 5e, 600 dpi, two copies.
+    std::string Run(BYTE pagesPerSheet, const q417::test::JobHarness::PageChange &change = {}) {
+        std::vector<BYTE> dm = h.DevMode(0, 600, pagesPerSheet);
+        reinterpret_cast<DDIDEVMODE *>(dm.data())->wEmulation = 2;
+        reinterpret_cast<DDIDEVMODE *>(dm.data())->dmCopies = 2;
+        h.RunJob(dm, u"Annual report", change);
+        return h.Stream();
     }
-    ASSERT_TRUE(Q417_SetAnsiCodePage("WINDOWS-1252"));
+};
+
+// A page-size command with its duplex code replaces the form feed; the tray of code -1 sends
+// nothing but is remembered.
+TEST_F(StreamJob, ColourJobChangingPaperAndTray) {
+    auto change = [](int page, SPLDEVINFO &r, DDIDEVMODE &dm) {
+        dm.wEmulation = 3;
+        dm.dmCopies = 1;
+        dm.dmDuplex = 2;
+        for (DDICOLORCORRECT &cc : dm.ColorCorrect) cc.bType = 4;
+        if (page == 1) return;
+        dm.wPaperIndex = kA4;
+        dm.wSourceIndex = page == 2 ? kTrayAuto : kTray4;
+        r.cxPrintable = 5592; // A4 less the margins
+        r.cyPrintable = 8060;
+    };
+    EXPECT_STREAM(Run(1, change), Golden("colour_job.txt"));
+}
+
+TEST_F(StreamJob, TwoUpTurnsTheSheet) {
+    EXPECT_STREAM(Run(2), Golden("two_up.txt"));
 }
 
 } // namespace

@@ -8,21 +8,16 @@
 
 #include <string.h>
 
-#define REC_EXPORT __attribute__((visibility("default")))
-
-REC_EXPORT const RecCall *Rec_Calls(int *count);
-REC_EXPORT void Rec_SetObserver(REC_OBSERVER fn, void *ctx);
-
 static RecCall calls[REC_MAX_CALLS];
 static int nCalls;
 static REC_OBSERVER observer;
 static void *observerCtx;
 
-const RecCall *Rec_Calls(int *count) {
+Q417_PLUGIN_EXPORT const RecCall *Rec_Calls(int *count) {
     *count = nCalls;
     return calls;
 }
-void Rec_SetObserver(REC_OBSERVER fn, void *ctx) {
+Q417_PLUGIN_EXPORT void Rec_SetObserver(REC_OBSERVER fn, void *ctx) {
     observer = fn;
     observerCtx = ctx;
 }
