@@ -1,5 +1,6 @@
 // Halftoning: gray brushes and their pattern download, the colour transfer tables.
 #include "halftone/halftone.h"
+#include "platform/hostenv.h"
 #include "tests/watermark/harness.h"
 
 #include <gtest/gtest.h>
@@ -100,10 +101,6 @@ TEST(GrayBrush, NoMemoryLeavesNothingBehind) {
     q417::mem::FailAllocation(0);
 }
 
-std::u16string Wide(const std::string &s) {
-    return std::u16string(s.begin(), s.end());
-}
-
 struct Xfer : ::testing::Test {
     wmtest::TempDir dir;
     void TearDown() override {
@@ -135,13 +132,13 @@ TEST_F(Xfer, TheFileReplacesWhatItHolds) {
     for (auto [size, replaced] : {std::pair{768, 768}, {300, 300}, {0, 0}, {1000, 768}}) {
         std::vector<BYTE> bytes(size);
         for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<BYTE>(255 - i % 251);
-        const std::u16string name = Wide(dir.Write("t.xfr", bytes));
+        const std::u16string name = q417::text::Utf8ToUtf16(dir.Write("t.xfr", bytes));
         EXPECT_EQ(ReadXferFile(name.c_str()), 1) << size;
         std::vector<BYTE> expect(bytes.begin(), bytes.begin() + replaced);
         expect.insert(expect.end(), defaults.begin() + replaced, defaults.end());
         EXPECT_EQ(Tables(), expect) << size;
     }
-    const std::u16string missing = Wide((dir.path / "none.xfr").string());
+    const std::u16string missing = q417::text::Utf8ToUtf16((dir.path / "none.xfr").string());
     EXPECT_EQ(ReadXferFile(missing.c_str()), 0) << "no file: defaults, result 0";
     EXPECT_EQ(Tables(), defaults);
 }
@@ -182,7 +179,7 @@ TEST_F(Xfer, ReadXferTableFindsTheFileBesideThePrinterDescription) {
 TEST_F(Xfer, AllThreeOrNone) {
     ASSERT_EQ(DefaultXfers(), 1);
     const long withTables = q417::mem::LiveBlocks();
-    const std::u16string any = Wide((dir.path / "any.xfr").string());
+    const std::u16string any = q417::text::Utf8ToUtf16((dir.path / "any.xfr").string());
     for (long nth : {1L, 2L, 3L}) {
         q417::mem::FailAllocation(nth);
         EXPECT_EQ(AllocXfers(), 0) << nth;
