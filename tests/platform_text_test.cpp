@@ -13,6 +13,8 @@
 
 namespace {
 
+using namespace std::string_literals;
+
 constexpr WCHAR kPoisonW = 0xCDCD;
 constexpr char kPoisonA = '\xCD';
 
@@ -50,7 +52,6 @@ TEST_F(AnsiCodePage, UnmappableWideCharsBecomeTheDefault) {
         std::string out;
         bool used;
     } cases[] = {
-        {u"abc", "abc", false},
         {u"\u0100x", "?x", true},             // A with macron: not in 1252
         {u"\u4E2D", "?", true},               // a CJK ideograph
         {u"a\U0001D11Eb", "a?b", true},       // a surrogate pair is one character
@@ -181,17 +182,17 @@ const std::u16string kIni = u"; a comment before any section\r\n"
                             u"; skipped\r\n"
                             u"NoEquals\r\n"
                             u"Empty=\r\n"
+                            u"Zero=TOP\0SECRET\r\n" // a zero ends a value, as Windows copies it
                             u"Caf\u00E9 = Entw\u00FCrfe\n" // a bare LF ends a line too
                             u"Half=\"open\r\n"
                             u"first=duplicate, the earlier one wins\r\n"
                             u"\r\n"
                             u"[watermarks]\r\n"
-                            u"Later=a second section of the same name is not read\r\n";
+                            u"Later=a second section of the same name is not read\r\n"s;
 
 // Keys of the section in file order, each terminated, and the closing empty string.
-const std::u16string kKeys = std::u16string(u"First\0Second\0third\0NoEquals\0Empty\0"
-                                            u"Caf\u00E9\0Half\0first\0\0",
-                                            51);
+const std::u16string kKeys =
+    u"First\0Second\0third\0NoEquals\0Empty\0Zero\0Caf\u00E9\0Half\0first\0\0"s;
 
 struct Profile : ::testing::TestWithParam<const char *> {
     wmtest::TempDir dir;
@@ -227,6 +228,7 @@ TEST_P(Profile, ValuesAreTrimmedUnquotedAndCut) {
         {u"Second", u"  quoted value  "},                    // quotes off, blanks inside kept
         {u"third", u"single"},
         {u"Empty", u""}, // present but empty: not the default
+        {u"Zero", u"TOP"},
         {u"Caf\u00C9", u"Entw\u00FCrfe"},
         {u"Half", u"\"open"},   // one quote alone stays
         {u"NoEquals", u"dflt"}, // a line without '=' has no value

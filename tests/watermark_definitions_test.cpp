@@ -78,24 +78,6 @@ TEST_F(DefinitionsTest, ManyKeysAreReadWhole) {
     EXPECT_EQ(Select(401), "-");
 }
 
-// A zero in a value ends it, as the Windows call copies it out: the text up to it, or too few
-// tokens when it comes early. The same in an 8-bit and a UTF-16 file.
-TEST_F(DefinitionsTest, AZeroEndsTheValue) {
-    static const char kText[] = "[Watermarks]\r\n"
-                                "W1=1,2,3,0,50,0,0,400,0,100,Arial,TOP\0SECRET\r\n"
-                                "W2=1,2,3,0,50\0,0,0,400,0,100,Arial,Cut\r\n"
-                                "W3=1,2,3,0,50,0,0,400,0,100,Arial,Next\r\n";
-    const std::string text(kText, sizeof kText - 1);
-    std::string utf16 = "\xFF\xFE";
-    for (char c : text) utf16 += {c, '\0'};
-    for (const std::string &bytes : {text, utf16}) {
-        dir.Write("QMWMARK.INI", bytes);
-        EXPECT_EQ(Select(1), "TOP");
-        EXPECT_EQ(Select(2), "Next");
-        EXPECT_EQ(Select(3), "-");
-    }
-}
-
 // An edit between two jobs is seen, even one that keeps the file's size and comes within the
 // same tick of the clock.
 TEST_F(DefinitionsTest, AnEditBetweenJobsIsSeen) {

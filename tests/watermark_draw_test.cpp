@@ -7,7 +7,7 @@
 
 namespace {
 
-using wmtest::Escaped;
+using namespace std::string_literals;
 
 struct Rgb {
     int r, g, b;
@@ -50,7 +50,6 @@ class DrawTest : public ::testing::Test {
         blocksBefore = q417::mem::LiveBlocks();
         ASSERT_EQ(DefaultXfers(), 1);
         WM = WMINFO{};
-        WM.nRed = 255;
         WM.nAngle = 450;
         WM.nHeight = 100;
         std::u16string text = u"DRAFT";
@@ -65,7 +64,8 @@ class DrawTest : public ::testing::Test {
 };
 
 // The whole label, placed and turned: 32-bit centre arithmetic, and the direction's cosine
-// and sine of an angle carried in double, each cut towards zero to three places.
+// and sine of an angle carried in double, each cut towards zero to three places. Pen colour
+// and solid fill on a colour printer, no pattern; back in PCL at the end.
 TEST_F(DrawTest, LabelPlacedAndTurned) {
     struct Case {
         int cx, cy;
@@ -93,47 +93,31 @@ TEST_F(DrawTest, LabelPlacedAndTurned) {
         {5761, 7561, 300, 1200, 450, "PA1200,6300DI+0.707,+0.707"}, // 12601.67, then 6300.5
         {4000000, 3000000, 600, 1200, 450, "PA-1315949,-482616DI+0.707,+0.707"}, // wraps
     };
-    job.dm.wEmulation = 3;
+    job.dm.wEmulation = 4;
+    WM.nRed = 12, WM.nGreen = 34, WM.nBlue = 56;
     for (const Case &c : cases) {
         job.info.cxPrintable = c.cx, job.info.cyPrintable = c.cy;
         job.dm.dmPrintQuality = c.xres, job.dm.dmYResolution = c.yres;
         WM.nAngle = c.angle;
         job.info.bOutputMode = OUTPUT_PCL;
         EXPECT_EQ(DrawWaterMark(&job.info), 1);
-        EXPECT_EQ(Escaped(job.Take()),
-                  Escaped(std::string("\x1b%0BMC1,160PC1,255,0,0SP1FTIWPU") + c.placed +
-                          "SBSD4,100FI32766LO5LBDRAFT\x03;LO21DI\x1b%0A"))
+        // Merge, pen 1's colour, soft font 32766 at 100 points, the label centred, then the
+        // origin and direction restored.
+        EXPECT_EQ(job.Take(), "\x1b%0BMC1,160PC1,12,34,56SP1FTIWPU"s + c.placed +
+                                  "SBSD4,100FI32766LO5LBDRAFT\x03;LO21DI\x1b%0A")
             << c.cx << " " << c.angle;
+        EXPECT_EQ(job.info.bOutputMode, OUTPUT_PCL);
+        EXPECT_EQ(job.info.pCmdBuf, Ptr32From(job.cmdBuf));
     }
-}
-
-TEST_F(DrawTest, ColourEmulationGetsPenColourAndNoPattern) {
-    job.dm.wEmulation = 4;
-    WM.nRed = 12, WM.nGreen = 34, WM.nBlue = 56;
-    EXPECT_EQ(DrawWaterMark(&job.info), 1);
-    EXPECT_EQ(Escaped(job.Take()), Escaped("\x1b%0B"           // HP-GL/2
-                                           "MC1,160"           // merge
-                                           "PC1,12,34,56SP1FT" // pen 1 colour, solid fill
-                                           "IWPUPA2400,3150"   // page centre
-                                           "DI+0.707,+0.707"   // 45 degrees
-                                           "SBSD4,100FI32766"  // soft font 32766, 100 pt
-                                           "LO5LBDRAFT\x03;"   // centred label
-                                           "LO21DI"            // restore origin, direction
-                                           "\x1b%0A"));        // back to PCL
-    EXPECT_EQ(job.info.bOutputMode, OUTPUT_PCL);
-    EXPECT_EQ(job.info.pCmdBuf, Ptr32From(job.cmdBuf));
 }
 
 // Found in HP-GL/2, left in HP-GL/2; a gray goes out as a pattern even when the same level
 // stands (wCurPattern is zeroed first), white and black need none.
 TEST_F(DrawTest, MonochromeFills) {
     const std::string rows = "\xFB\xFB\xF1\xF1\xF1\xF1\xF1\xF1\xBF\xBF\x1F\x1F\x1F\x1F\x1F\x1F";
-    const std::string gray = "\x1b%0A"       // to PCL
-                             "\x1b*c2g40W" + // level 77
-                             std::string("\x00\x00\x01\x00\x00\x10\x00\x10", 8) +
-                             rows + rows +
-                             "\x1b%0B"    // back
-                             "FT22,2SP1"; // pattern 2
+    // Back to PCL for the pattern of level 77, then pattern 2 in HP-GL/2.
+    const std::string gray =
+        "\x1b%0A\x1b*c2g40W\x00\x00\x01\x00\x00\x10\x00\x10"s + rows + rows + "\x1b%0BFT22,2SP1";
     struct Case {
         int r, g, b;
         std::string fill;
@@ -149,10 +133,10 @@ TEST_F(DrawTest, MonochromeFills) {
         job.info.wCurPattern = 77;
         WM.nRed = c.r, WM.nGreen = c.g, WM.nBlue = c.b;
         EXPECT_EQ(DrawWaterMark(&job.info), 1);
-        EXPECT_EQ(Escaped(job.Take()),
-                  Escaped("MC1,160" + c.fill +
-                          "IWPUPA2400,3150DI+0.707,+0.707SBSD4,100FI32766LO5LBDRAFT\x03;LO21DI"
-                          "FT")) // solid again
+        EXPECT_EQ(job.Take(),
+                  "MC1,160" + c.fill +
+                      "IWPUPA2400,3150DI+0.707,+0.707SBSD4,100FI32766LO5LBDRAFT\x03;LO21DI"
+                      "FT") // solid again
             << c.r;
         EXPECT_EQ(job.info.bOutputMode, OUTPUT_HPGL);
     }

@@ -95,7 +95,7 @@ class WaterMarkJob : public ::testing::Test {
 TEST_F(WaterMarkJob, ColourEmulation) {
     Definition("1,2,3,0,50,0,450,700,0,100,DejaVu Sans,CONFIDENTIAL");
     const std::string s = Run({});
-    ASSERT_EQ(Count(s, "\x1b)s"), 1u) << wmtest::Escaped(s.substr(0, 400));
+    ASSERT_EQ(Count(s, "\x1b)s"), 1u) << ::testing::PrintToString(s.substr(0, 400));
     const size_t font = s.find("\x1b*c32766D\x1b)s");
     const size_t page1 = s.find("<page 1>");
     EXPECT_LT(font, page1); // behind the headers, ahead of the page
@@ -124,7 +124,7 @@ TEST_F(WaterMarkJob, FourUpOneLabelPerCellHeightScaledOnce) {
     Definition("1,2,3,0,50,0,0,400,0,100,DejaVu Sans,COPY");
     const std::string s = Run({.layout = 4, .pages = 4});
     // 100 points at scale 285 and 600 dpi: 47, on every cell.
-    EXPECT_EQ(Count(s, "SBSD4,47FI32766"), 4u) << wmtest::Escaped(s);
+    EXPECT_EQ(Count(s, "SBSD4,47FI32766"), 4u) << ::testing::PrintToString(s);
     // Each cell's centre: the page centre (2400, 3150) scaled by 285/600, plus the origin.
     for (const char *pa : {"PA1200,1575", "PA3600,1575", "PA1200,4725", "PA3600,4725"})
         EXPECT_EQ(Count(s, pa), 1u) << pa;

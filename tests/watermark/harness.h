@@ -140,7 +140,7 @@ struct FontPlan {
     unsigned numberOfHMetrics = 0; // 0: one per glyph
     unsigned widthClass = 5;
     int xMin = -100, yMin = -200, xMax = 1900, yMax = 1800;
-    size_t cvtSize = 0, fpgmSize = 0, prepSize = 0; // 0: absent
+    size_t cvtSize = 0; // 0: absent
 };
 
 inline Bytes Build(const FontPlan &s) {
@@ -195,35 +195,18 @@ inline Bytes Build(const FontPlan &s) {
     t.push_back({"OS/2", os2});
     t.push_back({"cmap", Cmap(s.encodingId, CmapFormat4(s.map, s.rangeOffsets))});
     if (s.cvtSize) t.push_back({"cvt ", Bytes(s.cvtSize, 0xC1)});
-    if (s.fpgmSize) t.push_back({"fpgm", Bytes(s.fpgmSize, 0xF1)});
     t.insert(t.end(), {{"glyf", glyf},
                        {"head", head},
                        {"hhea", hhea},
                        {"hmtx", hmtx},
                        {"loca", loca},
                        {"maxp", maxp}});
-    if (s.prepSize) t.push_back({"prep", Bytes(s.prepSize, 0xB1)});
     return Sfnt(t);
 }
 
 } // namespace ttftest
 
 namespace wmtest {
-
-// Printable form of a stream: escape as \e, control bytes and bytes above 126 as \xNN.
-inline std::string Escaped(const std::string &s) {
-    std::string out;
-    char buf[8];
-    for (unsigned char c : s) {
-        if (c == 0x1b)
-            out += "\\e";
-        else if (c < 0x20 || c > 0x7e)
-            std::snprintf(buf, sizeof buf, "\\x%02X", c), out += buf;
-        else
-            out += char(c);
-    }
-    return out;
-}
 
 // A private directory under the system's temporary one, removed with the object.
 struct TempDir {
@@ -273,19 +256,6 @@ struct Job {
     ~Job() { Q417_DeletePrinter(hPrinter); }
 
     std::string Take() { return std::exchange(out, {}); }
-};
-
-// An open font file, closed with the object.
-struct OpenFile {
-    HANDLE h = INVALID_HANDLE_VALUE;
-    explicit OpenFile(const std::string &path) {
-        std::u16string w(path.begin(), path.end());
-        h = CreateFileW(w.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
-                        FILE_ATTRIBUTE_NORMAL, 0);
-    }
-    ~OpenFile() {
-        if (h != INVALID_HANDLE_VALUE) CloseHandle(h);
-    }
 };
 
 // The pieces of a soft font download: the header block and the character records.
