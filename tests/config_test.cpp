@@ -49,7 +49,7 @@ using Builder = LiveBlocks;
 
 // Every paper and source of the two sample printers gets its Windows id (DMPAPER_LETTER 1,
 // LEGAL 5, EXECUTIVE 7, A4 9, A5 11, ENV_10 20, USER 256 for the custom paper; DMBIN_UPPER 1,
-// LOWER 2, MANUAL 4, ENVELOPE 5, AUTO 7), and the configuration reads back from its file.
+// LOWER 2, MANUAL 4, ENVELOPE 5, AUTO 7).
 // DL, 311.8 by 623.6 points, meets the 311.8 by 652 row first and so ends the sorted search:
 // it takes the first user id.
 TEST_F(Builder, TheSamplePrintersWindowsIds) {
@@ -63,15 +63,10 @@ TEST_F(Builder, TheSamplePrintersWindowsIds) {
     for (const Case &c : cases) {
         SCOPED_TRACE(c.file);
         Parsed parsed(std::string(Q417_SOURCE_DIR) + "/share/" + c.file);
-        CfgBlock built, read;
+        CfgBlock built;
         ASSERT_EQ(built.Build(parsed.h), 1);
         EXPECT_EQ(Bytes<uint16_t>(built.c->hPaperIDs), c.papers);
         EXPECT_EQ(Bytes<uint16_t>(built.c->hTrayIDs), c.trays);
-        TempDir t;
-        const std::string bin = t / "s.bdd";
-        ASSERT_EQ(WriteCfgBinary(built.c, bin.c_str()), 1);
-        ASSERT_EQ(ReadCfgBinary(read.c, bin.c_str()), 1);
-        ExpectSameRecord(*built.c, *read.c);
     }
 }
 
@@ -685,11 +680,6 @@ TEST_F(ReadCfg, FailuresGiveZeroAndAnEmptyRecord) {
     EXPECT_EQ(std::memcmp(&Rec(h), &zero, CFGINFO_SIZE), 0);
     EXPECT_FALSE(fs::exists(bin)) << "nothing written";
     EXPECT_EQ(dm.bCfgFlags, 0);
-    Drop(h);
-
-    Use("nopaper.pdd", "*PDD-Lindgate: 1\n*Product: \"X\"\n*InputSlot T: 1\n*Resolution 3dpi:\n");
-    h = Read(&ok, 0);
-    EXPECT_EQ(ok, 0) << "a description needs a paper";
     Drop(h);
 
     wpdd = u"";

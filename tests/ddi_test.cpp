@@ -9,15 +9,8 @@
 #include "q417/host.h"
 #include "q417/q417plg.h"
 
-#include <gtest/gtest.h>
-
 #include <array>
 #include <climits>
-#include <cstddef>
-#include <cstring>
-#include <iterator>
-#include <string>
-#include <vector>
 
 namespace {
 
@@ -179,36 +172,31 @@ const FamilyCase kFamilies[] = {
     {DDI_RESOLUTION, &PrinterDesc::res, &PrinterDesc::defRes, 24},
 };
 
-class Selections : public testing::TestWithParam<Widths> {};
-
-TEST_P(Selections, EveryListEnumeratesWithSizeQueriesCutTextsAndBadIndices) {
+TEST(DdiSelections, EveryListEnumeratesWithSizeQueriesCutTextsAndBadIndices) {
     const PrinterDesc desc = SamplePrinter();
-    ScopedConfig cfg(GetParam());
-    DevMode d = MakeDevMode(cfg.h);
-    for (const FamilyCase &f : kFamilies) {
-        const std::vector<Option> &opts = desc.*f.options;
-        SCOPED_TRACE(testing::Message() << "keyword " << f.id);
-        EXPECT_EQ(DDIGetKeywordNumOptions(&d.dm, f.id), INT(opts.size()));
-        EXPECT_EQ(DDIGetKeywordDefaultOption(&d.dm, f.id), desc.*f.def);
-        for (INT i = 0; i < INT(opts.size()); ++i) {
+    for (Widths widths : {Widths::Pdd, Widths::Copy}) {
+        ScopedConfig cfg(widths);
+        DevMode d = MakeDevMode(cfg.h);
+        for (const FamilyCase &f : kFamilies) {
             // A copy cuts each row to its width and keeps no terminator in a full row.
-            DWORD cut = GetParam() == Widths::Copy ? f.copyWidth : 1000;
-            CheckText(&d.dm, DDIGetKeywordOptionString, TRUE, f.id, i, opts[i].key.substr(0, cut));
-            CheckText(&d.dm, DDIGetKeywordOptionTranslation, FALSE, f.id, i,
-                      opts[i].display().substr(0, cut));
+            const DWORD cut = widths == Widths::Copy ? f.copyWidth : 1000;
+            const std::vector<Option> &opts = desc.*f.options;
+            SCOPED_TRACE(testing::Message() << "keyword " << f.id << ", rows cut at " << cut);
+            EXPECT_EQ(DDIGetKeywordNumOptions(&d.dm, f.id), INT(opts.size()));
+            EXPECT_EQ(DDIGetKeywordDefaultOption(&d.dm, f.id), desc.*f.def);
+            for (INT i = 0; i < INT(opts.size()); ++i) {
+                CheckText(&d.dm, DDIGetKeywordOptionString, TRUE, f.id, i,
+                          opts[i].key.substr(0, cut));
+                CheckText(&d.dm, DDIGetKeywordOptionTranslation, FALSE, f.id, i,
+                          opts[i].display().substr(0, cut));
+            }
+            WCHAR buf[8];
+            DWORD len = 8;
+            EXPECT_EQ(DDIGetKeywordOptionString(&d.dm, f.id, INT(opts.size()), buf, &len), TRUE);
+            EXPECT_EQ(len, 0u) << "one past the last row";
         }
-        WCHAR buf[8];
-        DWORD len = 8;
-        EXPECT_EQ(DDIGetKeywordOptionString(&d.dm, f.id, INT(opts.size()), buf, &len), TRUE);
-        EXPECT_EQ(len, 0u) << "one past the last row";
     }
 }
-
-INSTANTIATE_TEST_SUITE_P(Layouts, Selections, testing::Values(Widths::Pdd, Widths::Copy),
-                         [](const auto &info) {
-                             return info.param == Widths::Pdd ? std::string("PddWidths")
-                                                              : std::string("CopyWidths");
-                         });
 
 TEST(DdiSelections, SettingARowKeepsWindowsIdAndRowInStep) {
     const PrinterDesc desc = SamplePrinter();
