@@ -44,48 +44,15 @@ TEST(PddKeywords, LinesAndTheirEffects) {
 
 // ---- Helpers ------------------------------------------------------------------------------
 
+// tests/data/pdd/values.txt: "<size> <whole number> <text>", the text to the end of the line.
 TEST(PddValues, SizesAndWholeNumbers) {
-    const int32_t kMax = 2147483647, kMin = -kMax - 1;
-    const struct {
-        const char *text;
-        int32_t size, whole;
-    } rows[] = {
-        {"612", 6120, 612},
-        {"595.28", 5952, 595},
-        {"841.89", 8418, 841},
-        {"841.8", 8418, 841},
-        {"0.7", 7, 0},
-        {"-1.5", -15, -1},
-        {"+3", 30, 3},
-        {" \t7", 70, 7},
-        {".5", 5, 0},
-        {"5.", 50, 5},
-        {"1e2", 1000, 1},
-        {"1e", 10, 1},
-        {"2E-1", 2, 2},
-        {"12\"", 120, 12},
-        {"abc", 0, 0},
-        {"", 0, 0},
-        {"-", 0, 0},
-        {".", 0, 0},
-        {"0x10", 0, 0},
-        {"inf", 0, 0},
-        {"nan", 0, 0},
-        {"1e400", kMax, 1},
-        {"-1e400", kMin, -1},
-        {"1e-400", 0, 1},
-        {"214748364.7", kMax, 214748364},
-        {"214748364.8", kMax, 214748364},
-        {"-214748364.8", kMin, -214748364},
-        {"2147483648", kMax, kMax},
-        {"-2147483648", kMin, kMin},
-        {"99999999999999999999999", kMax, kMax},
-        {"-99999999999999999999999", kMin, kMin},
-    };
-    for (const auto &r : rows) {
-        EXPECT_EQ(PDDSize(r.text), r.size) << r.text;
-        EXPECT_EQ(PDDAtoi(r.text), r.whole) << r.text;
+    std::ifstream in(std::string(Q417_TEST_DATA) + "/pdd/values.txt");
+    int32_t size, whole, rows = 0;
+    for (std::string text; in >> size >> whole && std::getline(in.ignore(1), text); ++rows) {
+        EXPECT_EQ(PDDSize(text.c_str()), size) << text;
+        EXPECT_EQ(PDDAtoi(text.c_str()), whole) << text;
     }
+    EXPECT_EQ(rows, 31) << "the whole file was read";
 }
 
 // The parser finds keys and languages by binary search: both tables must stay sorted.
@@ -100,9 +67,9 @@ TEST(PddEntries, KeyAndLanguageTablesStaySorted) {
 
 struct OpenedFile {
     HANDLE h;
-    explicit OpenedFile(const std::string &path) {
+    explicit OpenedFile(const std::string &path, DWORD access = GENERIC_READ) {
         std::u16string w = Wide(path);
-        h = CreateFileW(w.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+        h = CreateFileW(w.c_str(), access, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
                         FILE_ATTRIBUTE_NORMAL, 0);
     }
     ~OpenedFile() { CloseHandle(h); }
@@ -120,17 +87,17 @@ std::string Deliver(int cchMax, HFILE fh) {
 }
 
 // All deliveries up to the first 0.
-std::vector<std::string> ReadLines(const std::string &bytes, int cchMax = PDD_MAXLINE) {
-    TempDir tmp;
-    OpenedFile f(tmp.Write("r.txt", bytes));
+std::vector<std::string> DeliverAll(HFILE fh, int cchMax = PDD_MAXLINE) {
     std::vector<std::string> out;
-    for (int i = 0; i < 1000; ++i) {
-        std::string d = Deliver(cchMax, f.fh());
-        out.push_back(d);
-        if (d[0] == '0' && d[1] == ':') break;
-    }
+    for (int i = 0; i < 1000 && (out.empty() || out.back().compare(0, 2, "0:") != 0); ++i)
+        out.push_back(Deliver(cchMax, fh));
     _end_lgets();
     return out;
+}
+
+std::vector<std::string> ReadLines(const std::string &bytes, int cchMax = PDD_MAXLINE) {
+    TempDir tmp;
+    return DeliverAll(OpenedFile(tmp.Write("r.txt", bytes)).fh(), cchMax);
 }
 
 TEST(PddLineReader, LineEndsCutLinesAndZeroBytes) {
@@ -188,14 +155,10 @@ TEST(PddLineReader, LinesAcrossTheBlockBoundaryArriveWhole) {
 // bytes, so the block of the file read before is not delivered again.
 TEST(PddLineReader, AFailedReadEndsTheFile) {
     TempDir tmp;
-    const std::string path = tmp.Write("w.txt", "*Product: \"X\"\n");
     ReadLines("*Product: \"X\"\n"); // leaves the line in the reader's block
-    const std::u16string w = Wide(path);
-    HANDLE h = CreateFileW(w.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, 0);
-    ASSERT_NE(h, INVALID_HANDLE_VALUE);
-    EXPECT_EQ(Deliver(PDD_MAXLINE, static_cast<HFILE>(h)), "0:");
-    _end_lgets();
-    CloseHandle(h);
+    OpenedFile w(tmp.Write("w.txt", "*Product: \"X\"\n"), GENERIC_WRITE);
+    ASSERT_NE(w.h, INVALID_HANDLE_VALUE);
+    EXPECT_EQ(DeliverAll(w.fh()), std::vector<std::string>{"0:"});
 }
 
 // The parser reads a second file in the middle of the first and comes back to it: the first
@@ -213,27 +176,17 @@ TEST(PddLineReader, SwitchToAnotherFileAndBack) {
         TempDir tmp;
         // The outer file is larger than a block, so the switch has to move its pointer back.
         std::string outer = std::string("A1") + c.eol + "A2" + c.eol + "A3" + c.eol;
-        for (int i = 0; i < 100; ++i) outer += "filler" + std::to_string(i) + c.eol;
+        std::vector<std::string> rest = c.after;
+        for (int i = 10; i < 100; ++i) {
+            outer += "filler" + std::to_string(i) + c.eol;
+            rest.push_back("10:filler" + std::to_string(i) + "\\r\\n\\0");
+        }
+        rest.push_back("0:");
         OpenedFile a(tmp.Write("a.txt", outer));
         EXPECT_EQ(Deliver(128, a.fh()), "4:A1\\r\\n\\0");
-        {
-            OpenedFile b(tmp.Write("b.txt", "B1\r\nB2"));
-            EXPECT_EQ(Deliver(128, b.fh()), "4:B1\\r\\n\\0");
-            EXPECT_EQ(Deliver(128, b.fh()), "1:B2");
-            EXPECT_EQ(Deliver(128, b.fh()), "0:");
-            _end_lgets();
-        }
-        std::vector<std::string> got;
-        int nLines = 0;
-        for (;;) {
-            std::string d = Deliver(128, a.fh());
-            if (d == "0:") break;
-            if (got.size() < c.after.size()) got.push_back(d);
-            ++nLines;
-        }
-        EXPECT_EQ(got, c.after) << Escape(c.eol);
-        EXPECT_EQ(nLines, static_cast<int>(c.after.size()) + 100) << Escape(c.eol);
-        _end_lgets();
+        EXPECT_EQ(DeliverAll(OpenedFile(tmp.Write("b.txt", "B1\r\nB2")).fh(), 128),
+                  (std::vector<std::string>{"4:B1\\r\\n\\0", "1:B2", "0:"}));
+        EXPECT_EQ(DeliverAll(a.fh(), 128), rest) << Escape(c.eol);
     }
 }
 
@@ -256,17 +209,6 @@ TEST_F(PddParse, SampleDescriptionUnderEveryLineEnd) {
         "tray*[Tray1|upper|1] tray[Manual|manual feed|2] bin*[Top|Top Bin|1] "
         "media*[Plain|Plain Paper|0] res*[600dpi|600 dpi|600|600x600] "
         "res[600x300dpi|600 by 300|600x300|600x300]";
-    {
-        Parsed r(kSample);
-        ASSERT_EQ(r.result, PDD_OK);
-        EXPECT_EQ(Summary(*r.p), want);
-        EXPECT_EQ(r.p->hSelf, r.h);
-        EXPECT_EQ(r.p->dwLineNumber, 38u);
-        EXPECT_EQ(r.p->pszFileName, r.name.c_str()) << "the caller's name, not a copy";
-        for (const PDDTEXT *t : {&r.p->Product, &r.p->PlugIn, &r.p->PortraitCmd})
-            for (size_t i = size_t(t->nLen); i < sizeof t->achText; ++i)
-                ASSERT_EQ(t->achText[i], 0) << Text(*t) << ": byte " << i << " behind the text";
-    }
     auto crlf = ReadAll(kSample);
     std::string lf, cr, lfcr;
     for (char c : crlf) {
@@ -275,10 +217,17 @@ TEST_F(PddParse, SampleDescriptionUnderEveryLineEnd) {
             lfcr += c == '\n' ? std::string("\n\r") : std::string(1, c);
     }
     TempDir tmp;
-    for (const std::string &bytes : {lf, cr, lfcr, lf.substr(0, lf.size() - 1)}) {
+    for (const std::string &bytes :
+         {std::string(crlf.begin(), crlf.end()), lf, cr, lfcr, lf.substr(0, lf.size() - 1)}) {
         Parsed r(tmp.Write("s.pdd", bytes));
-        EXPECT_EQ(r.result, PDD_OK);
+        ASSERT_EQ(r.result, PDD_OK);
         EXPECT_EQ(Summary(*r.p), want) << Escape(bytes.substr(0, 40));
+        EXPECT_EQ(r.p->hSelf, r.h);
+        EXPECT_EQ(r.p->dwLineNumber, 38u);
+        EXPECT_EQ(r.p->pszFileName, r.name.c_str()) << "the caller's name, not a copy";
+        for (const PDDTEXT *t : {&r.p->Product, &r.p->PlugIn, &r.p->PortraitCmd})
+            for (size_t i = size_t(t->nLen); i < sizeof t->achText; ++i)
+                ASSERT_EQ(t->achText[i], 0) << Text(*t) << ": byte " << i << " behind the text";
     }
 }
 
@@ -319,9 +268,9 @@ TEST_F(PddParse, ResultsOfAParse) {
     EXPECT_EQ(PDD_Shutdown(h), 1);
 
     // No memory for an entry refuses its line only.
-    TempDir t2;
     q417::mem::FailAllocation(3); // the record, A, then B
-    Parsed m(t2.Write("m.pdd", "*PDD-Lindgate:\n*PageSize A: 1\n*PageSize B: 2\n*PageSize C: 3\n"));
+    Parsed m(
+        tmp.Write("m.pdd", "*PDD-Lindgate:\n*PageSize A: 1\n*PageSize B: 2\n*PageSize C: 3\n"));
     EXPECT_EQ(m.result, PDD_OK);
     EXPECT_EQ(Summary(*m.p), "paper[A||1|0x0] paper[C||3|0x0]");
     q417::mem::FailAllocation(1);

@@ -155,11 +155,9 @@ inline std::string Summary(const PDDINFO &r) {
     };
     auto none = [](const PDDITEM &) { return std::string(); };
     entries("paper", r.pPaperList, r.pDefaultPaper, r.nPapers, [](const PDDPAPER &p) {
-        const PDDAREA z{};
-        bool area = std::memcmp(&p.PortraitArea, &z, sizeof z) ||
-                    std::memcmp(&p.LandscapeArea, &z, sizeof z);
+        const std::string area = "|" + Area(p.PortraitArea) + "|" + Area(p.LandscapeArea);
         return "|" + std::to_string(p.nWidth) + "x" + std::to_string(p.nHeight) +
-               (area ? "|" + Area(p.PortraitArea) + "|" + Area(p.LandscapeArea) : "");
+               (area == "|0,0,0,0|0,0,0,0" ? "" : area);
     });
     entries("tray", r.pTrayList, r.pDefaultTray, r.nTrays, none);
     entries("bin", r.pDestList, r.pDefaultDest, r.nDests, none);
@@ -184,10 +182,7 @@ struct Described {
 inline std::string ParseLines(const std::string &lines) {
     TempDir tmp;
     std::string bytes = "*PDD-Lindgate: 1\r\n";
-    for (size_t start = 0, end = 0; start <= lines.size(); start = end + 1) {
-        end = std::min(lines.find('\n', start), lines.size());
-        bytes += lines.substr(start, end - start) + "\r\n";
-    }
+    for (char c : lines + "\n") bytes += c == '\n' ? std::string("\r\n") : std::string(1, c);
     DiagLog log;
     Parsed parsed(tmp.Write("t.pdd", bytes));
     if (parsed.result != 0) return "result=" + std::to_string(parsed.result);

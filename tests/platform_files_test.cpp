@@ -1,29 +1,14 @@
 // Files: Windows-style names on the host, the two families of file calls, _stat.
+#include "pdd_testutil.h"
 #include "platform/hostenv.h"
-#include "tests/watermark/harness.h"
+#include "q417/host.h"
 
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
-#include <sys/stat.h>
-
 namespace {
 
-namespace fs = std::filesystem;
-
-struct Files : ::testing::Test {
-    wmtest::TempDir tmp;
-    std::string dir = tmp.path.string(); // host path, ASCII
-    void SetUp() override { ASSERT_TRUE(Q417_SetAnsiCodePage("WINDOWS-1252")); }
-    // The host directory as a Windows-style name.
-    std::string ansiDir() const {
-        std::string s = dir;
-        std::replace(s.begin(), s.end(), '/', '\\');
-        return s;
-    }
-};
-
 TEST(HostPath, SeparatorsAndCodePages) {
+    ASSERT_TRUE(Q417_SetAnsiCodePage("WINDOWS-1252"));
     struct Case {
         const char *ansi;
         size_t cap;
@@ -36,25 +21,26 @@ TEST(HostPath, SeparatorsAndCodePages) {
         {"\xE9", 3, true, "\xC3\xA9"},                     // two UTF-8 bytes, exact
         {"\xE9", 2, false, ""},
     };
+    char out[64];
     for (auto &c : cases) {
-        char out[64];
         std::memset(out, 'Z', sizeof out);
         EXPECT_EQ(q417::path::FromAnsi(c.ansi, out, c.cap), c.ok) << c.ansi;
         EXPECT_TRUE(!c.ok || std::string(out) == c.out) << c.ansi;
         EXPECT_TRUE(c.cap == sizeof out || out[c.cap] == 'Z') << "wrote past " << c.cap;
     }
-    char out[32];
     EXPECT_FALSE(q417::path::FromWide(nullptr, out, sizeof out));
     EXPECT_FALSE(q417::path::FromAnsi("x", out, 0));
 }
 
-TEST_F(Files, NonAsciiPathThroughBothFamiliesStatAndDirectories) {
-    fs::create_directories(dir + "/Qu\xC3\xA9 \xC3\xBC"); // "Qué ü"
-    tmp.Write("Qu\xC3\xA9 \xC3\xBC/model.pdd", std::string("*PDD-Lindgate:1\n"));
-    struct timespec times[2] = {{1000, 0}, {1234567890, 123456789}};
-    ASSERT_EQ(utimensat(AT_FDCWD, (dir + "/Qu\xC3\xA9 \xC3\xBC/model.pdd").c_str(), times, 0), 0);
-
-    const std::string ansi = ansiDir() + "\\Qu\xE9 \xFC\\model.pdd";
+// "Qué ü/model.pdd" under its ANSI name and its wide name.
+TEST(Files, NonAsciiPathThroughBothFamiliesAndStat) {
+    ASSERT_TRUE(Q417_SetAnsiCodePage("WINDOWS-1252"));
+    pddtest::TempDir tmp;
+    pddtest::SetMTime(tmp.Write("Qu\xC3\xA9 \xC3\xBC/model.pdd", "*PDD-Lindgate:1\n"), 1234567890,
+                      123456789);
+    std::string dir = tmp.dir.string();
+    std::replace(dir.begin(), dir.end(), '/', '\\');
+    const std::string ansi = dir + "\\Qu\xE9 \xFC\\model.pdd";
     OFSTRUCT of;
     HFILE hf = OpenFile(ansi.c_str(), &of, OF_READ);
     ASSERT_NE(hf, HFILE_ERROR) << ansi;
@@ -67,9 +53,7 @@ TEST_F(Files, NonAsciiPathThroughBothFamiliesStatAndDirectories) {
     ASSERT_EQ(_stat(ansi.c_str(), &st), 0);
     EXPECT_EQ(st.st_size, 16u);
     EXPECT_EQ(st.st_mtime_ns, 1234567890123456789LL);
-    EXPECT_TRUE(S_ISREG(st.st_mode));
-
-    std::u16string wide = q417::text::Utf8ToUtf16(ansiDir()) + u"\\Qu\u00E9 \u00FC\\model.pdd";
+    std::u16string wide = q417::text::Utf8ToUtf16(dir) + u"\\Qu\u00E9 \u00FC\\model.pdd";
     HANDLE h = CreateFileW(wide.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
                            FILE_ATTRIBUTE_NORMAL, 0);
     ASSERT_NE(h, INVALID_HANDLE_VALUE);
@@ -77,22 +61,15 @@ TEST_F(Files, NonAsciiPathThroughBothFamiliesStatAndDirectories) {
     EXPECT_TRUE(ReadFile(h, buf, 4, &got, nullptr));
     EXPECT_EQ(std::string(buf, got), "*PDD");
     EXPECT_TRUE(CloseHandle(h));
-
     // A directory is no file to either family.
-    SetLastError(0);
-    EXPECT_EQ(CreateFileW(q417::text::Utf8ToUtf16(dir).c_str(), GENERIC_READ, 0, nullptr,
-                          OPEN_EXISTING, 0, 0),
-              INVALID_HANDLE_VALUE);
-    EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
-    EXPECT_EQ(OpenFile(dir.c_str(), &of, OF_READ), HFILE_ERROR);
-    EXPECT_EQ(of.nErrCode, ERROR_ACCESS_DENIED);
-    ASSERT_EQ(_stat(dir.c_str(), &st), 0);
-    EXPECT_TRUE(S_ISDIR(st.st_mode));
-    EXPECT_EQ(_stat((dir + "/missing").c_str(), &st), -1);
+    EXPECT_EQ(
+        CreateFileW(pddtest::Wide(dir).c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, 0),
+        INVALID_HANDLE_VALUE);
 }
 
-TEST_F(Files, ReadSeekSizeAndStaleHandles) {
-    const std::u16string w = q417::text::Utf8ToUtf16(tmp.Write("r.bin", std::string("0123456789")));
+TEST(Files, ReadSeekSizeAndStaleHandles) {
+    pddtest::TempDir tmp;
+    const std::u16string w = pddtest::Wide(tmp.Write("r.bin", "0123456789"));
     HANDLE h = CreateFileW(w.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, 0);
     ASSERT_NE(h, INVALID_HANDLE_VALUE);
     EXPECT_EQ(h & 0x80000000u, 0u) << "a handle is also a positive HFILE";

@@ -2,7 +2,7 @@
 // watermark reader drives it.
 #include "platform/hostenv.h"
 #include "q417/host.h"
-#include "tests/watermark/harness.h"
+#include "tests/pdd_testutil.h"
 
 #include <gtest/gtest.h>
 
@@ -95,10 +95,6 @@ TEST_F(AnsiCodePage, SizeProtocolOfBothDirections) {
             EXPECT_EQ(a.substr(0, m) + a[cap], std::string(narrow, m) + kPoisonA);
         }
     }
-    SetLastError(0);
-    EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, narrow, 0, nullptr, 0), 0);
-    EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
-    EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, narrow, -2, nullptr, 0), 0);
 }
 
 // Bad sequences each become one replacement character.
@@ -170,45 +166,24 @@ TEST(WideStrings, CompareWithoutCaseCopyAndConcatenate) {
     EXPECT_EQ(buf[6], kPoisonW);
 }
 
-// One INI text, stored in each of the encodings the reader takes.
-const std::u16string kIni = u"; a comment before any section\r\n"
-                            u"stray=ignored\r\n"
-                            u"[Other]\r\n"
-                            u"First=not this one\r\n"
-                            u"[ Watermarks ]\r\n"
-                            u"  First = 1,2,3,0,0,0,450,700,0,72,Arial,DRAFT  \r\n"
-                            u"Second=\"  quoted value  \"\r\n"
-                            u"third='single'\r\n"
-                            u"; skipped\r\n"
-                            u"NoEquals\r\n"
-                            u"Empty=\r\n"
-                            u"Zero=TOP\0SECRET\r\n" // a zero ends a value, as Windows copies it
-                            u"Caf\u00E9 = Entw\u00FCrfe\n" // a bare LF ends a line too
-                            u"Half=\"open\r\n"
-                            u"first=duplicate, the earlier one wins\r\n"
-                            u"\r\n"
-                            u"[watermarks]\r\n"
-                            u"Later=a second section of the same name is not read\r\n"s;
-
 // Keys of the section in file order, each terminated, and the closing empty string.
 const std::u16string kKeys =
     u"First\0Second\0third\0NoEquals\0Empty\0Zero\0Caf\u00E9\0Half\0first\0\0"s;
 
+// tests/data/platform/profile.ini, stored in each of the encodings the reader takes.
 struct Profile : ::testing::TestWithParam<const char *> {
-    wmtest::TempDir dir;
-    std::u16string file = q417::text::Utf8ToUtf16(dir.path.string()) + u"\\QMWMARK.INI";
+    pddtest::TempDir dir;
+    std::u16string file = q417::text::Utf8ToUtf16(dir.dir.string()) + u"\\QMWMARK.INI";
     void SetUp() override {
         ASSERT_TRUE(Q417_SetAnsiCodePage("WINDOWS-1252"));
         const std::string enc = GetParam();
-        std::string bytes = enc == "utf8"    ? "\xEF\xBB\xBF" + q417::text::Utf16ToUtf8(kIni)
+        const auto raw = pddtest::ReadAll(std::string(Q417_TEST_DATA) + "/platform/profile.ini");
+        const std::string utf8(raw.begin(), raw.end());
+        std::string bytes = enc == "utf8"    ? "\xEF\xBB\xBF" + utf8
                             : enc == "utf16" ? "\xFF\xFE"
                                              : "";
-        for (char16_t c : kIni) {
-            if (enc == "utf16")
-                bytes += {char(c & 0xFF), char(c >> 8)};
-            else if (enc == "ansi")
-                bytes += char(c); // all of it is Latin-1
-        }
+        for (char16_t c : enc == "utf8" ? u"" : q417::text::Utf8ToUtf16(utf8)) // ANSI: Latin-1
+            bytes += enc == "ansi" ? std::string(1, char(c)) : std::string{char(c), char(c >> 8)};
         dir.Write("QMWMARK.INI", bytes);
     }
     DWORD get(LPCWSTR app, LPCWSTR key, LPCWSTR def, std::vector<WCHAR> &buf, DWORD n) {
@@ -280,14 +255,14 @@ TEST(ProfileFile, MissingFileGivesTheDefaultAndBareNamesLiveInTheWindowsDirector
     buf[1] = kPoisonW;
     EXPECT_EQ(GetPrivateProfileStringW(u"Watermarks", nullptr, u"", buf, 16, u"/no/such.ini"), 0u);
     EXPECT_EQ(buf[0], 0);
-    wmtest::TempDir dir;
+    pddtest::TempDir dir;
     dir.Write("BARE.INI", std::string("[s]\nk=v\n"));
-    ASSERT_TRUE(Q417_SetWindowsDirectory(dir.path.c_str()));
+    ASSERT_TRUE(Q417_SetWindowsDirectory(dir.dir.c_str()));
     EXPECT_EQ(GetPrivateProfileStringW(u"s", u"k", u"", buf, 16, u"BARE.INI"), 1u);
     EXPECT_EQ(std::u16string(buf), u"v");
     EXPECT_EQ(GetPrivateProfileStringW(u"s", u"k", u"", buf, 0, u"BARE.INI"), 0u);
     Q417_SetWindowsDirectory(nullptr);
-    const std::u16string d = q417::text::Utf8ToUtf16(dir.path.string());
+    const std::u16string d = q417::text::Utf8ToUtf16(dir.dir.string());
     EXPECT_EQ(GetPrivateProfileStringW(u"s", u"k", u"x", buf, 16, d.c_str()), 1u)
         << "a directory reads as no file";
 }
