@@ -67,23 +67,17 @@ TEST(PddEntries, KeyAndLanguageTablesStaySorted) {
 
 struct OpenedFile {
     HANDLE h;
-    explicit OpenedFile(const std::string &path, DWORD access = GENERIC_READ) {
-        std::u16string w = Wide(path);
-        h = CreateFileW(w.c_str(), access, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
-                        FILE_ATTRIBUTE_NORMAL, 0);
-    }
+    explicit OpenedFile(const std::string &path, DWORD access = GENERIC_READ)
+        : h(CreateFileW(Wide(path).c_str(), access, 0, nullptr, OPEN_EXISTING, 0, 0)) {}
     ~OpenedFile() { CloseHandle(h); }
     HFILE fh() const { return static_cast<HFILE>(h); }
 };
 
 // One delivery: the result and the bytes stored, up to the first byte left untouched.
 std::string Deliver(int cchMax, HFILE fh) {
-    char buf[200];
-    std::memset(buf, 0xAA, sizeof buf);
-    int n = _lgets(buf, cchMax, fh);
-    size_t stored = 0;
-    while (stored < sizeof buf && static_cast<unsigned char>(buf[stored]) != 0xAA) ++stored;
-    return std::to_string(n) + ":" + Escape(std::string(buf, stored));
+    std::string buf(200, '\xAA');
+    int n = _lgets(buf.data(), cchMax, fh);
+    return std::to_string(n) + ":" + Escape(buf.substr(0, buf.find('\xAA')));
 }
 
 // All deliveries up to the first 0.
