@@ -135,14 +135,4 @@ TEST_F(DrawTest, MonochromeFills) {
     }
 }
 
-TEST_F(DrawTest, PagesWithoutTheFlagOrAfterTheFirstGetNothing) {
-    for (auto [flags, firstOnly, page, drawn] :
-         {std::tuple{0, 0, 1, 0}, {JOB_WATERMARK, 1, 2, 0}, {JOB_WATERMARK, 1, 1, 1}}) {
-        job.info.bJobFlags = BYTE(flags), job.dm.bWMFirstPage = BYTE(firstOnly);
-        job.info.nPage = DWORD(page);
-        EXPECT_EQ(DrawWaterMark(&job.info), drawn) << page;
-        EXPECT_EQ(job.Take().empty(), !drawn) << page;
-    }
-}
-
 } // namespace

@@ -36,8 +36,9 @@ inline uint32_t Get32(const uint8_t *p) {
     return uint32_t(Get16(p)) << 16 | Get16(p + 2);
 }
 
-// An sfnt file from tables in the order given; the directory records keep that order too.
-inline Bytes Sfnt(const std::vector<std::pair<std::string, Bytes>> &tables) {
+// An sfnt file from tables by tag (bytes or chars), in the map's order.
+template <class Data>
+Bytes Sfnt(const std::map<std::string, Data> &tables) {
     Bytes out;
     const unsigned n = unsigned(tables.size());
     unsigned sr = 1, es = 0;
@@ -47,7 +48,8 @@ inline Bytes Sfnt(const std::vector<std::pair<std::string, Bytes>> &tables) {
     for (const auto &[tag, data] : tables) {
         out.insert(out.end(), tag.begin(), tag.end());
         uint32_t sum = 0;
-        for (size_t i = 0; i < data.size(); ++i) sum += uint32_t(data[i]) << (24 - 8 * (i % 4));
+        for (size_t i = 0; i < data.size(); ++i)
+            sum += uint32_t(uint8_t(data[i])) << (24 - 8 * (i % 4));
         Put32(out, sum);
         Put32(out, offset);
         Put32(out, uint32_t(data.size()));
@@ -173,25 +175,17 @@ inline Bytes Build(const FontPlan &s) {
 
     Bytes glyf, loca;
     for (unsigned g = 0; g <= nGlyphs; ++g) {
-        if (s.longLoca)
-            Put32(loca, uint32_t(glyf.size()));
-        else
-            Put16(loca, unsigned(glyf.size() / 2));
+        s.longLoca ? Put32(loca, uint32_t(glyf.size())) : Put16(loca, unsigned(glyf.size() / 2));
         if (g == nGlyphs) break;
         glyf.insert(glyf.end(), s.glyphs[g].begin(), s.glyphs[g].end());
         if (glyf.size() % 2) glyf.push_back(0);
     }
 
-    std::vector<std::pair<std::string, Bytes>> t;
-    t.push_back({"OS/2", os2});
-    t.push_back({"cmap", Cmap(s.encodingId, CmapFormat4(s.map, s.rangeOffsets))});
-    if (s.cvtSize) t.push_back({"cvt ", Bytes(s.cvtSize, 0xC1)});
-    t.insert(t.end(), {{"glyf", glyf},
-                       {"head", head},
-                       {"hhea", hhea},
-                       {"hmtx", hmtx},
-                       {"loca", loca},
-                       {"maxp", maxp}});
+    std::map<std::string, Bytes> t = {{"OS/2", os2},  {"glyf", glyf}, {"head", head},
+                                      {"hhea", hhea}, {"hmtx", hmtx}, {"loca", loca},
+                                      {"maxp", maxp}};
+    t["cmap"] = Cmap(s.encodingId, CmapFormat4(s.map, s.rangeOffsets));
+    if (s.cvtSize) t["cvt "] = Bytes(s.cvtSize, 0xC1);
     return Sfnt(t);
 }
 
