@@ -5,25 +5,17 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
+
 namespace {
 
 using namespace std::string_literals;
 
-struct Rgb {
-    int r, g, b;
-    bool operator==(const Rgb &) const = default;
-};
-
-Rgb FromTokens(int hue, int sat, int light) {
-    Rgb c{};
-    hsl_to_rgb(hue, (sat + 50.0) / 100.0, (light + 50.0) / 100.0, &c.r, &c.g, &c.b);
-    return c;
-}
-
+// The definition's tokens: saturation and lightness from -50 to 50 stand for 0.0 to 1.0.
 TEST(WaterMarkColour, HslTokensToRgb) {
     struct Case {
         int hue, sat, light;
-        Rgb rgb;
+        std::array<int, 3> rgb;
     } cases[] = {
         {0, 50, 0, {255, 0, 0}},       // m2 = 1, m1 = 0
         {360, 50, 0, {255, 0, 0}},     // 360 stays and counts as red
@@ -35,9 +27,12 @@ TEST(WaterMarkColour, HslTokensToRgb) {
         // Nothing keeps a component within a byte: s = 500.5, m2 = 250.75, m1 = -249.75.
         {0, 50000, 0, {63941, -63686, -63686}},
     };
-    for (const Case &c : cases)
-        EXPECT_EQ(FromTokens(c.hue, c.sat, c.light), c.rgb)
-            << c.hue << "," << c.sat << "," << c.light;
+    for (const Case &c : cases) {
+        std::array<int, 3> rgb{};
+        hsl_to_rgb(c.hue, (c.sat + 50.0) / 100.0, (c.light + 50.0) / 100.0, &rgb[0], &rgb[1],
+                   &rgb[2]);
+        EXPECT_EQ(rgb, c.rgb) << c.hue << "," << c.sat << "," << c.light;
+    }
 }
 
 class DrawTest : public ::testing::Test {
@@ -52,14 +47,13 @@ class DrawTest : public ::testing::Test {
         WM = WMINFO{};
         WM.nAngle = 450;
         WM.nHeight = 100;
-        std::u16string text = u"DRAFT";
-        std::copy(text.begin(), text.end(), WM.szText);
+        std::copy_n(u"DRAFT", 5, WM.szText);
         job.info.bJobFlags = JOB_WATERMARK;
         job.info.bOutputMode = OUTPUT_PCL;
     }
     void TearDown() override {
         FreeXfers();
-        EXPECT_EQ(q417::mem::LiveBlocks(), blocksBefore) << "a block leaked";
+        EXPECT_EQ(q417::mem::LiveBlocks(), blocksBefore);
     }
 };
 
@@ -99,7 +93,6 @@ TEST_F(DrawTest, LabelPlacedAndTurned) {
         job.info.cxPrintable = c.cx, job.info.cyPrintable = c.cy;
         job.dm.dmPrintQuality = c.xres, job.dm.dmYResolution = c.yres;
         WM.nAngle = c.angle;
-        job.info.bOutputMode = OUTPUT_PCL;
         EXPECT_EQ(DrawWaterMark(&job.info), 1);
         // Merge, pen 1's colour, soft font 32766 at 100 points, the label centred, then the
         // origin and direction restored.
@@ -139,16 +132,6 @@ TEST_F(DrawTest, MonochromeFills) {
                       "FT") // solid again
             << c.r;
         EXPECT_EQ(job.info.bOutputMode, OUTPUT_HPGL);
-    }
-}
-
-TEST_F(DrawTest, PagesWithoutTheFlagOrAfterTheFirstGetNothing) {
-    for (auto [flags, firstOnly, page, drawn] :
-         {std::tuple{0, 0, 1, 0}, {JOB_WATERMARK, 1, 2, 0}, {JOB_WATERMARK, 1, 1, 1}}) {
-        job.info.bJobFlags = BYTE(flags), job.dm.bWMFirstPage = BYTE(firstOnly);
-        job.info.nPage = DWORD(page);
-        EXPECT_EQ(DrawWaterMark(&job.info), drawn) << page;
-        EXPECT_EQ(job.Take().empty(), !drawn) << page;
     }
 }
 

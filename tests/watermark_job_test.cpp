@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <optional>
 
 namespace {
 
@@ -22,7 +23,8 @@ size_t Count(const std::string &s, const std::string &what) {
 class WaterMarkJob : public ::testing::Test {
   protected:
     wmtest::TempDir dir;
-    wmtest::Job printer{dir.path.c_str()}; // only its printer: the spooler makes the records
+    // Only its printer: the spooler makes the records.
+    std::optional<wmtest::Job> printer{std::in_place, dir.path.c_str()};
 
     long blocksBefore = 0;
 
@@ -38,11 +40,9 @@ class WaterMarkJob : public ::testing::Test {
         EXPECT_EQ(q417::mem::LiveBlocks(), blocksBefore) << "a block leaked";
     }
 
-    void Definition(const std::string &value) {
-        dir.Write("QMWMARK.INI", "[Watermarks]\nW1=" + value + "\n");
-    }
-
     struct Options {
+        std::string definition = "1,2,3,0,50,0,450,700,0,100,DejaVu Sans,CONFIDENTIAL";
+        BYTE flags = JOB_WATERMARK;
         WORD emulation = 3;
         BYTE firstPageOnly = 0;
         BYTE layout = 1;
@@ -58,15 +58,16 @@ class WaterMarkJob : public ::testing::Test {
 
     // With quiet set, a failing entry is no test failure: the fault sweep makes them fail.
     std::string Run(const Options &o, bool quiet = false) {
-        void *job = DrvSplStartDoc(printer.hPrinter, 7);
+        dir.Write("QMWMARK.INI", "[Watermarks]\nW1=" + o.definition + "\n");
+        void *job = DrvSplStartDoc(printer->hPrinter, 7);
         EXPECT_TRUE(quiet || job != nullptr);
         SPLDEVINFO rec{};
         rec.cxPaper = 6120, rec.cyPaper = 7920;
         rec.cxPrintable = 5760, rec.cyPrintable = 7560;
         rec.cxMargin = 180, rec.cyMargin = 180;
-        rec.bJobFlags = JOB_WATERMARK;
+        rec.bJobFlags = o.flags;
         std::vector<BYTE> dm(DDIDEVMODE_SIZE);
-        Q417_InitDevMode(dm.data(), DWORD(dm.size()), printer.hPrinter, 0);
+        Q417_InitDevMode(dm.data(), DWORD(dm.size()), printer->hPrinter, 0);
         auto *pdm = reinterpret_cast<DDIDEVMODE *>(dm.data());
         pdm->dmPrintQuality = pdm->dmYResolution = 600;
         pdm->dmPaperSize = pdm->dmOrientation = pdm->wWaterMark = 1;
@@ -88,88 +89,76 @@ class WaterMarkJob : public ::testing::Test {
         }
         DrvSplEndDoc(job);
         DrvSplClose(job);
-        return printer.Take();
+        return printer->Take();
     }
 };
 
-TEST_F(WaterMarkJob, ColourEmulation) {
-    Definition("1,2,3,0,50,0,450,700,0,100,DejaVu Sans,CONFIDENTIAL");
-    const std::string s = Run({});
-    ASSERT_EQ(Count(s, "\x1b)s"), 1u) << ::testing::PrintToString(s.substr(0, 400));
-    const size_t font = s.find("\x1b*c32766D\x1b)s");
-    const size_t page1 = s.find("<page 1>");
-    EXPECT_LT(font, page1); // behind the headers, ahead of the page
-    // C, O, N, F, I, D, E, T, A, L once each; the repeated letters aren't sent again.
-    EXPECT_EQ(Count(s, "\x1b(s"), 10u);
-    EXPECT_EQ(Count(s, "PC1,255,0,0SP1FT"), 2u);
-    EXPECT_EQ(Count(s, "LO5LBCONFIDENTIAL\x03;LO21DI"), 2u);
-    EXPECT_EQ(Count(s, "\x1b*c2g"), 0u);
-    EXPECT_LT(s.find("LO5LB"), s.find("<page 2>"));
-    // Deleted once, at the end.
-    EXPECT_EQ(Count(s, "\x1b*c32766D\x1b*c2F"), 1u);
-    EXPECT_GT(s.rfind("\x1b*c32766D\x1b*c2F"), s.find("<page 2>"));
-}
-
-TEST_F(WaterMarkJob, MonochromeWithAGrayPatternOnFirstPageOnly) {
-    Definition("1,2,3,240,50,-10,0,400,0,60,DejaVu Sans,DRAFT");
-    const std::string s = Run({.emulation = 1, .firstPageOnly = 1, .pages = 3});
-    EXPECT_EQ(Count(s, "\x1b*c2g40W"), 1u);
-    EXPECT_EQ(Count(s, "FT22,2SP1"), 1u);
-    EXPECT_EQ(Count(s, "LO5LBDRAFT"), 1u);
-    EXPECT_LT(s.find("LO5LBDRAFT"), s.find("<page 2>"));
-    EXPECT_EQ(Count(s, "\x1b*c32766D\x1b*c2F"), 1u);
-}
-
-TEST_F(WaterMarkJob, FourUpOneLabelPerCellHeightScaledOnce) {
-    Definition("1,2,3,0,50,0,0,400,0,100,DejaVu Sans,COPY");
-    const std::string s = Run({.layout = 4, .pages = 4});
-    // 100 points at scale 285 and 600 dpi: 47, on every cell.
-    EXPECT_EQ(Count(s, "SBSD4,47FI32766"), 4u) << ::testing::PrintToString(s);
-    // Each cell's centre: the page centre (2400, 3150) scaled by 285/600, plus the origin.
-    for (const char *pa : {"PA1200,1575", "PA3600,1575", "PA1200,4725", "PA3600,4725"})
-        EXPECT_EQ(Count(s, pa), 1u) << pa;
-}
-
-TEST_F(WaterMarkJob, AFaceThatCantBeFoundLeavesNoTrace) {
-    Definition("1,2,3,0,50,0,0,400,0,100,No Such Face Anywhere,SECRET");
-    const std::string s = Run({});
-    for (const char *trace : {"32766", "\x1b)s", "LB"}) EXPECT_EQ(Count(s, trace), 0u) << trace;
-    EXPECT_NE(s.find("<page 2>"), std::string::npos);
+// Each piece of the stream as often as a row says, and the pieces of its order one after another.
+TEST_F(WaterMarkJob, FontOnceLabelsAsAskedFontDeletedAtTheEnd) {
+    const std::string font = "\x1b*c32766D\x1b)s", del = "\x1b*c32766D\x1b*c2F";
+    struct Case {
+        Options options;
+        std::map<std::string, size_t> counts;
+        std::vector<std::string> order;
+    } cases[] = {
+        // The font behind the headers, ahead of the page, and its characters C, O, N, F, I, D,
+        // E, T, A, L once each; a label in pen colour ends each page.
+        {{},
+         {{"\x1b)s", 1}, {"\x1b(s", 10}, {"PC1,255,0,0SP1FT", 2}, {"\x1b*c2g", 0}, {del, 1}},
+         {font, "<page 1>", "LO5LBCONFIDENTIAL\x03;LO21DI", "<page 2>", "LO5LB", del}},
+        // Monochrome: a gray pattern, on the first page only.
+        {{.definition = "1,2,3,240,50,-10,0,400,0,60,DejaVu Sans,DRAFT",
+          .emulation = 1,
+          .firstPageOnly = 1,
+          .pages = 3},
+         {{"\x1b*c2g40W", 1}, {"FT22,2SP1", 1}, {"LO5LBDRAFT", 1}, {del, 1}},
+         {"LO5LBDRAFT", "<page 2>", "<page 3>", del}},
+        // 4-up: 100 points at scale 285 and 600 dpi are 47, on every cell; each cell's centre is
+        // the page centre (2400, 3150) scaled by 285/600, plus the cell's origin.
+        {{.definition = "1,2,3,0,50,0,0,400,0,100,DejaVu Sans,COPY", .layout = 4, .pages = 4},
+         {{"SBSD4,47FI32766", 4}},
+         {"PA1200,1575", "PA3600,1575", "PA1200,4725", "PA3600,4725"}},
+        // Pages without the flag get no label; a face that can't be found leaves no trace.
+        {{.flags = 0}, {{"LB", 0}}, {"<page 1>", "<page 2>"}},
+        {{.definition = "1,2,3,0,50,0,0,400,0,100,No Such Face Anywhere,SECRET"},
+         {{"32766", 0}, {"\x1b)s", 0}, {"LB", 0}},
+         {"<page 1>", "<page 2>"}},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.options.definition);
+        const std::string s = Run(c.options);
+        for (const auto &[piece, n] : c.counts)
+            EXPECT_EQ(Count(s, piece), n) << ::testing::PrintToString(piece);
+        size_t at = 0;
+        for (const std::string &piece : c.order) {
+            at = s.find(piece, at);
+            ASSERT_NE(at, std::string::npos) << ::testing::PrintToString(piece);
+            at += piece.size();
+        }
+    }
 }
 
 // How far an armed failure still was when a run ended: probes allocations (or locks) until one
 // fails, and gives the number of that probe, 0 when none did within `limit`.
 long ArmedFailureDistance(bool lock, long limit) {
-    HGLOBAL block = lock ? GlobalAlloc(GHND, 1) : 0;
-    long i = 1;
-    for (; i <= limit; ++i) {
-        HGLOBAL h = lock ? (GlobalLock(block) ? block : 0) : GlobalAlloc(GHND, 1);
-        if (!h) break;
-        if (lock)
-            GlobalUnlock(h);
-        else
-            GlobalFree(h);
+    for (long i = 1; i <= limit; ++i) {
+        HGLOBAL h = GlobalAlloc(GHND, 1); // only one of the two is armed
+        const bool failed = !h || (lock && !GlobalLock(h));
+        GlobalFree(h);
+        if (failed) return i;
     }
-    if (block) GlobalFree(block);
-    return i > limit ? 0 : i;
+    return 0;
 }
 
 // A watermarked 4-up job with each of its allocations and locks failing in turn: whatever the
 // job makes of it, every block it took is free when it ends. Once on the built-in defaults, once
 // on a description (parsed, then read back from its binary file).
 TEST_F(WaterMarkJob, EveryFailedAllocationOrLockLeavesNoBlockBehind) {
-    Definition("1,2,3,0,50,0,450,700,0,100,DejaVu Sans,CONFIDENTIAL");
     const Options four{.layout = 4, .pages = 5};
     const std::string pdd = dir.path.string() + "/sample.pdd";
     std::filesystem::copy_file(std::string(Q417_TEST_DATA) + "/pdd/sample.pdd", pdd);
-    for (const char *description : {"", pdd.c_str()}) {
-        if (*description) {
-            // The same job on a printer with a description.
-            Q417_PRINTER pr{"wmtest", description, nullptr, "FILE:", dir.path.c_str()};
-            Q417_DeletePrinter(printer.hPrinter);
-            printer.hPrinter = Q417_AddPrinter(&pr);
-            Q417_SetOutputCallback(printer.hPrinter, wmtest::Job::Sink, &printer.out);
-        }
+    for (const char *description : {"/nonexistent/wmtest.pdd", pdd.c_str()}) {
+        printer.emplace(dir.path.c_str(), description);
         const std::string clean = Run(four);
         ASSERT_NE(clean.find("LBCONFIDENTIAL"), std::string::npos);
         // The configuration and the transfer tables outlive jobs; each run here makes them

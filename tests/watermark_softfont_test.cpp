@@ -10,15 +10,14 @@
 
 namespace {
 
-using ttftest::Bytes;
-using ttftest::FontPlan;
+using namespace wmtest;
 
 // .notdef, space (empty), A, B, C; glyph 5 has no code.
 FontPlan BasicFont() {
     FontPlan s;
-    s.glyphs = {ttftest::SimpleGlyph(0xD0),     {},
-                ttftest::SimpleGlyph(0xA1, 20), ttftest::SimpleGlyph(0xB2, 17),
-                ttftest::SimpleGlyph(0xC3, 30), ttftest::SimpleGlyph(0xE5, 12)};
+    s.glyphs = {SimpleGlyph(0xD0),     {},
+                SimpleGlyph(0xA1, 20), SimpleGlyph(0xB2, 17),
+                SimpleGlyph(0xC3, 30), SimpleGlyph(0xE5, 12)};
     s.map = {{32, 1}, {65, 2}, {66, 3}, {67, 4}, {160, 1}};
     return s;
 }
@@ -27,13 +26,13 @@ FontPlan BasicFont() {
 // no code.
 FontPlan CompositeFont() {
     FontPlan s = BasicFont();
-    s.glyphs.push_back(ttftest::CompositeGlyph({{0x0000, 2},          // byte arguments
-                                                {0x0001 | 0x0008, 5}, // words, one scale
-                                                {0x0040, 7},          // x and y scales
-                                                {0x0080, 8}}));       // two by two
-    s.glyphs.push_back(ttftest::SimpleGlyph(0x77));
-    s.glyphs.push_back(ttftest::SimpleGlyph(0x88));
-    s.glyphs.push_back(ttftest::CompositeGlyph({{0x0001, 7}, {0x0000, 4}}));
+    s.glyphs.push_back(CompositeGlyph({{0x0000, 2},          // byte arguments
+                                       {0x0001 | 0x0008, 5}, // words, one scale
+                                       {0x0040, 7},          // x and y scales
+                                       {0x0080, 8}}));       // two by two
+    s.glyphs.push_back(SimpleGlyph(0x77));
+    s.glyphs.push_back(SimpleGlyph(0x88));
+    s.glyphs.push_back(CompositeGlyph({{0x0001, 7}, {0x0000, 4}}));
     s.map[0xC9] = 6; // É
     s.map[0xC8] = 9; // È
     return s;
@@ -46,38 +45,38 @@ FontPlan With(FontPlan s, F tweak) {
 }
 template <class F>
 Bytes Font(F tweak) {
-    return ttftest::Build(With(BasicFont(), tweak));
+    return Build(With(BasicFont(), tweak));
+}
+// BasicFont's glyphs under another map.
+Bytes Mapped(std::map<unsigned, unsigned> map, unsigned encodingId = 1, bool ranged = false) {
+    return Font(
+        [&](FontPlan &s) { s.map = map, s.encodingId = encodingId, s.rangeOffsets = ranged; });
 }
 
 // Sets a field of a table's directory record: 0 its tag, 8 its offset, 12 its length.
 constexpr uint32_t kGone = 0x7A7A7A7A; // "zzzz": the font seems to lack the table
 Bytes Patch(Bytes font, const char *tag, int field, uint32_t value) {
-    uint8_t *e = ttftest::Entry(font, tag);
+    uint8_t *e = Entry(font, tag);
     for (int k = 0; k < 4; ++k) e[field + k] = uint8_t(value >> (24 - 8 * k));
     return font;
 }
 
 // Writes bytes into a table, `at` bytes in.
 Bytes Poke(Bytes font, const char *tag, size_t at, std::initializer_list<uint8_t> bytes) {
-    std::copy(bytes.begin(), bytes.end(),
-              font.begin() + long(ttftest::Get32(ttftest::Entry(font, tag) + 8) + at));
+    std::copy(bytes.begin(), bytes.end(), font.begin() + long(Get32(Entry(font, tag) + 8) + at));
     return font;
 }
 
 // A golden stream kept as text: hex bytes or "text", and comments from '#' to the end of a line.
 std::string HexGolden(const std::string &name) {
     std::ifstream in(std::string(Q417_TEST_DATA) + "/watermark/" + name);
-    std::string out, line;
-    while (std::getline(in, line)) {
-        line.resize(std::min(line.size(), line.find('#')));
-        for (size_t i = 0; i < line.size(); ++i) {
-            if (line[i] == '"') {
-                const size_t end = line.find('"', i + 1);
-                out += line.substr(i + 1, end - i - 1);
-                i = end;
-            } else if (std::isxdigit(static_cast<unsigned char>(line[i]))) {
-                out += char(std::stoi(line.substr(i++, 2), nullptr, 16));
-            }
+    std::string out;
+    for (std::string line, word; std::getline(in, line);) {
+        std::istringstream words(line.substr(0, line.find('#')));
+        while (words >> std::ws && !words.eof()) {
+            const bool text = words.peek() == '"';
+            words >> std::quoted(word);
+            out += text ? word : std::string(1, char(std::stoi(word, nullptr, 16)));
         }
     }
     return out;
@@ -85,17 +84,12 @@ std::string HexGolden(const std::string &name) {
 
 class SoftFontTest : public ::testing::Test {
   protected:
-    wmtest::TempDir dir;
-    wmtest::Job job;
+    TempDir dir;
+    Job job;
     long blocksBefore = q417::mem::LiveBlocks();
 
-    void SetUp() override {
-        WM = WMINFO{};
-        WM.nWeight = 400;
-    }
-    void TearDown() override {
-        EXPECT_EQ(q417::mem::LiveBlocks(), blocksBefore) << "a block leaked";
-    }
+    void SetUp() override { WM = WMINFO{}; } // weight 0: stroke weight 0, as for 400
+    void TearDown() override { EXPECT_EQ(q417::mem::LiveBlocks(), blocksBefore); }
 
     // Sends the header and, with a text, the glyphs; returns the header's result.
     int Send(const Bytes &font, const char *text = nullptr, const char *face = "Test Face") {
@@ -109,45 +103,29 @@ class SoftFontTest : public ::testing::Test {
         CloseHandle(f);
         return ok;
     }
-    // The characters sent, as "code:glyph" each.
-    std::string Records() {
-        std::string r;
-        for (auto &c : wmtest::ParseSoftFont(job.Take()).chars)
-            r += (r.empty() ? "" : " ") + std::to_string(c.code) + ":" + std::to_string(c.glyph);
-        return r;
-    }
 };
 
 // Every field of the descriptor, the GT segment and a character record, annotated in the data
 // file.
 TEST_F(SoftFontTest, HeaderGolden) {
     WM.nWeight = 700;
-    ASSERT_EQ(Send(ttftest::Build(BasicFont()), "B"), 1);
-    const std::string expect = HexGolden("softfont_header.hex");
-    ASSERT_EQ(expect.size(), 346u + 40);
-    EXPECT_EQ(job.Take(), expect);
+    ASSERT_EQ(Send(Build(BasicFont()), "B"), 1);
+    EXPECT_EQ(job.Take(), HexGolden("softfont_header.hex"));
 }
 
 // The descriptor's stroke weight (byte 24) for every weight a definition may give, and its
-// width type (byte 22) for every width class of the font.
+// width type (byte 22) for every width class of the font; one download a row.
 TEST_F(SoftFontTest, StrokeWeightAndWidthTypeEveryRow) {
-    const std::pair<int, int> weights[] = {{0, 0},   {100, -5}, {200, -4}, {300, -3},
-                                           {400, 0}, {450, 0},  {500, 1},  {600, 2},
-                                           {700, 3}, {800, 4},  {900, 5},  {1000, 0}};
-    for (auto [weight, stroke] : weights) {
+    const int rows[][4] = {// weight, stroke weight, width class, width type
+                           {0, 0, 0, 0},    {100, -5, 1, -5}, {200, -4, 2, -4}, {300, -3, 3, -2},
+                           {400, 0, 4, -2}, {450, 0, 5, 0},   {500, 1, 6, 2},   {600, 2, 7, 2},
+                           {700, 3, 8, 3},  {800, 4, 9, 3},   {900, 5, 10, 0},  {1000, 0, 11, 0}};
+    for (auto [weight, stroke, widthClass, widthType] : rows) {
         WM.nWeight = weight;
-        ASSERT_EQ(Send(ttftest::Build(BasicFont())), 1) << weight;
-        const std::string h = wmtest::ParseSoftFont(job.Take()).header;
+        ASSERT_EQ(Send(Font([&](FontPlan &s) { s.widthClass = unsigned(widthClass); })), 1);
+        const std::string h = ParseSoftFont(job.Take()).header;
         EXPECT_EQ(int(int8_t(h.at(24))), stroke) << "weight " << weight;
-        EXPECT_EQ(h.at(22), 0) << "weight " << weight;
-    }
-    const int widthType[] = {0, -5, -4, -2, -2, 0, 2, 2, 3, 3, 0}; // width class 0 to 10
-    WM.nWeight = 400;
-    for (unsigned k = 0; k < std::size(widthType); ++k) {
-        ASSERT_EQ(Send(Font([&](FontPlan &s) { s.widthClass = k; })), 1) << k;
-        const std::string h = wmtest::ParseSoftFont(job.Take()).header;
-        EXPECT_EQ(int(int8_t(h.at(22))), widthType[k]) << "width class " << k;
-        EXPECT_EQ(h.at(24), 0) << "width class " << k;
+        EXPECT_EQ(int(int8_t(h.at(22))), widthType) << "width class " << widthClass;
     }
 }
 
@@ -166,19 +144,18 @@ TEST_F(SoftFontTest, DescriptorFieldsFromTheFont) {
          With(BasicFont(), [](FontPlan &s) { s.xMin = -1, s.xMax = 0x7FFF; }), "F", 8, "\x80\x00"},
     };
     for (const Case &c : cases) {
-        ASSERT_EQ(Send(ttftest::Build(c.plan), nullptr, c.face), 1) << c.what;
-        EXPECT_EQ(wmtest::ParseSoftFont(job.Take()).header.substr(c.at, c.bytes.size()), c.bytes)
-            << c.what;
+        ASSERT_EQ(Send(Build(c.plan), nullptr, c.face), 1) << c.what;
+        EXPECT_EQ(ParseSoftFont(job.Take()).header.substr(c.at, c.bytes.size()), c.bytes) << c.what;
     }
 }
 
 TEST_F(SoftFontTest, RefusedFontsSendNothing) {
-    const Bytes good = ttftest::Build(BasicFont());
+    const Bytes good = Build(BasicFont());
     Bytes manyTables = good;
     manyTables[4] = manyTables[5] = 0xFF;
-    const Bytes ranged = Font([](FontPlan &s) { s.rangeOffsets = true; });
+    const Bytes ranged = Mapped(BasicFont().map, 1, true);
     std::vector<std::pair<std::string, Bytes>> cases = {
-        {"no Microsoft map", Font([](FontPlan &s) { s.encodingId = 10; })},
+        {"no Microsoft map", Mapped(BasicFont().map, 10)},
         {"format 6 map", Poke(good, "cmap", 21, {6})},
         {"segCountX2 past the table", Poke(ranged, "cmap", 26, {0xFF, 0xFE})},
         {"block above 65535", Font([](FontPlan &s) { s.cvtSize = 70000; })},
@@ -202,12 +179,14 @@ TEST_F(SoftFontTest, RefusedFontsSendNothing) {
 }
 
 TEST_F(SoftFontTest, CharactersSent) {
-    const Bytes basic = ttftest::Build(BasicFont());
+    const Bytes basic = Build(BasicFont());
     FontPlan cut = CompositeFont();
-    cut.glyphs[6].resize(cut.glyphs[6].size() - 12); // into the last record's head
-    const Bytes ranged = Font([](FontPlan &s) {
-        s.map = {{65, 2}, {66, 3}}, s.rangeOffsets = true;
-    });
+    // Glyph 6 cut into its last record's head.
+    cut.glyphs[6] = Bytes(cut.glyphs[6].begin(), cut.glyphs[6].end() - 12);
+    const Bytes ranged = Mapped({{65, 2}, {66, 3}}, 1, true);
+    auto bigB = [](size_t size) { // long loca: B's glyph needs it
+        return Font([=](FontPlan &s) { s.longLoca = true, s.glyphs[3] = SimpleGlyph(0xB2, size); });
+    };
     const std::map<unsigned, unsigned> windows = {{0x2019, 2}, {0x2219, 3}, {128, 4}, {0xB7, 5}};
     const char *windowsText = "\222\267\200AB";
     struct Case {
@@ -219,27 +198,19 @@ TEST_F(SoftFontTest, CharactersSent) {
         {"a letter once, the space never, its glyph elsewhere as 0", basic, "AAA A\240",
          "65:2 160:0"},
         {"a missing character sends glyph 0", basic, "Z", "90:0"},
-        {"Windows codes", Font([&](FontPlan &s) { s.map = windows; }), windowsText,
+        {"Windows codes", Mapped(windows), windowsText, "146:2 183:3 128:4 65:0 66:0"},
+        {"through the glyph id array", Mapped(windows, 1, true), windowsText,
          "146:2 183:3 128:4 65:0 66:0"},
-        {"through the glyph id array",
-         Font([&](FontPlan &s) { s.map = windows, s.rangeOffsets = true; }), windowsText,
-         "146:2 183:3 128:4 65:0 66:0"},
-        {"symbol, private use", Font([](FontPlan &s) {
-             s.encodingId = 0, s.map = {{0xF041, 3}, {0xF142, 4}};
-         }),
-         "AB", "65:3 66:0"},
-        {"symbol, plain", Font([](FontPlan &s) {
-             s.encodingId = 0, s.map = {{0x41, 3}, {0xF042, 4}};
-         }),
-         "AB", "65:3 66:0"},
+        {"symbol, private use", Mapped({{0xF041, 3}, {0xF142, 4}}, 0), "AB", "65:3 66:0"},
+        {"symbol, plain", Mapped({{0x41, 3}, {0xF042, 4}}, 0), "AB", "65:3 66:0"},
         // The composite, its base letter under its own code, components without a code; A
         // is done already, 7 goes again as nothing records it, C as a component isn't resent.
-        {"composites", ttftest::Build(CompositeFont()), "\311A\310\311C",
+        {"composites", Build(CompositeFont()), "\311A\310\311C",
          "201:6 65:2 65535:5 65535:7 65535:8 200:9 65535:7 67:4"},
-        {"a cut composite sends what is whole", ttftest::Build(cut), "\311B",
+        {"a cut composite sends what is whole", Build(cut), "\311B",
          "201:6 65:2 65535:5 65535:7 66:3"},
         {"an empty component ends the download",
-         ttftest::Build(With(CompositeFont(), [](FontPlan &s) { s.glyphs[7].clear(); })), "\311B",
+         Build(With(CompositeFont(), [](FontPlan &s) { s.glyphs[7].clear(); })), "\311B",
          "201:6 65:2 65535:5"},
         {"loca ending before its start", Poke(basic, "loca", 6, {0xFF}), "BC", "67:4"},
         {"loca too short", Patch(basic, "loca", 12, 8), "CA", "65:2"},
@@ -247,20 +218,18 @@ TEST_F(SoftFontTest, CharactersSent) {
         {"no loca", Patch(basic, "loca", 0, kGone), "ABC", ""},
         // The record's size counts 4 bytes beside the glyph's, in 16 bits: 65531 is the most
         // (glyphs here are padded to even lengths).
-        {"a glyph of 65530 bytes", Font([](FontPlan &s) {
-             s.longLoca = true, s.glyphs[3] = ttftest::SimpleGlyph(0xB2, 0xFFFF - 5);
-         }),
-         "BC", "66:3 67:4"},
-        {"a glyph of 65532 bytes is skipped", Font([](FontPlan &s) {
-             s.longLoca = true, s.glyphs[3] = ttftest::SimpleGlyph(0xB2, 0xFFFF - 3);
-         }),
-         "BC", "67:4"},
+        {"a glyph of 65530 bytes", bigB(0xFFFF - 5), "BC", "66:3 67:4"},
+        {"a glyph of 65532 bytes is skipped", bigB(0xFFFF - 3), "BC", "67:4"},
         {"idRangeOffset past the table", Poke(ranged, "cmap", 20 + 16 + 6 * 3, {0xFF, 0xFE}), "AB",
          "65:0 66:3"},
     };
     for (const Case &c : cases) {
         ASSERT_EQ(Send(c.font, c.text), 1) << c.what;
-        EXPECT_EQ(Records(), c.sent) << c.what;
+        std::string sent; // "code:glyph" each
+        for (auto &r : ParseSoftFont(job.Take()).chars)
+            sent +=
+                (sent.empty() ? "" : " ") + std::to_string(r.code) + ":" + std::to_string(r.glyph);
+        EXPECT_EQ(sent, c.sent) << c.what;
     }
 }
 
@@ -273,66 +242,48 @@ unsigned Cp1252(unsigned c) {
     return c == 183 ? 0x2219 : w;
 }
 
-// A TrueType file from the header's GT tables and the downloaded glyphs, with a loca, glyf
-// and cmap of our own.
-Bytes Rebuild(const wmtest::SoftFont &sf) {
-    auto gt = wmtest::GtTables(sf.header);
+// A TrueType file from the header's GT tables and the downloaded glyphs, with a loca and glyf
+// of our own. Like the printer, it has no map: the records say which glyph a code is.
+Bytes Rebuild(const SoftFont &sf) {
+    auto gt = GtTables(sf.header);
     gt["head"][50] = 0, gt["head"][51] = 1; // long loca
-    const unsigned nGlyphs =
-        ttftest::Get16(reinterpret_cast<const uint8_t *>(gt["maxp"].data()) + 4);
+    const unsigned nGlyphs = Get16(reinterpret_cast<const uint8_t *>(gt["maxp"].data()) + 4);
     std::map<unsigned, std::string> glyphs;
-    std::map<unsigned, unsigned> cmap;
-    for (const auto &c : sf.chars) {
-        glyphs[c.glyph] = c.glyphBytes;
-        if (c.code < 256) cmap[Cp1252(c.code)] = c.glyph;
-    }
+    for (const auto &c : sf.chars) glyphs[c.glyph] = c.glyphBytes;
     Bytes loca;
     std::string &glyf = gt["glyf"];
     for (unsigned g = 0; g <= nGlyphs; ++g) {
         glyf.resize((glyf.size() + 3) & ~size_t(3));
-        ttftest::Put32(loca, uint32_t(glyf.size()));
+        Put32(loca, uint32_t(glyf.size()));
         if (glyphs.count(g)) glyf += glyphs[g];
     }
     gt["loca"].assign(loca.begin(), loca.end());
-    const Bytes map = ttftest::Cmap(1, ttftest::CmapFormat4(cmap));
-    gt["cmap"].assign(map.begin(), map.end());
-    std::vector<std::pair<std::string, Bytes>> tables; // by tag, as the map holds them
-    for (const auto &[tag, data] : gt) tables.push_back({tag, Bytes(data.begin(), data.end())});
-    return ttftest::Sfnt(tables);
+    return Sfnt(gt);
 }
 
-struct Rendered {
-    int width, rows, left, top;
-    long advance;
-    std::string pixels;
-    bool operator==(const Rendered &) const = default;
-};
-
-Rendered Render(FT_Face face, FT_UInt glyph) {
+// Width, rows, left, top, advance and pixels.
+auto Render(FT_Face face, FT_UInt glyph) {
     EXPECT_EQ(FT_Load_Glyph(face, glyph, FT_LOAD_RENDER), 0);
-    const FT_Bitmap &bm = face->glyph->bitmap;
-    Rendered r{int(bm.width),           int(bm.rows),           face->glyph->bitmap_left,
-               face->glyph->bitmap_top, face->glyph->advance.x, {}};
-    for (unsigned y = 0; y < bm.rows; ++y)
-        r.pixels.append(reinterpret_cast<const char *>(bm.buffer + long(y) * bm.pitch), bm.width);
-    return r;
+    const FT_GlyphSlot g = face->glyph;
+    std::string pixels;
+    for (unsigned y = 0; y < g->bitmap.rows; ++y)
+        pixels.append(reinterpret_cast<const char *>(g->bitmap.buffer + long(y) * g->bitmap.pitch),
+                      g->bitmap.width);
+    return std::tuple(g->bitmap.width, g->bitmap.rows, g->bitmap_left, g->bitmap_top, g->advance.x,
+                      pixels);
 }
 
 class FreeTypeProof : public SoftFontTest, public ::testing::WithParamInterface<const char *> {};
 
 TEST_P(FreeTypeProof, RebuiltFontRendersLikeTheOriginal) {
     const std::string path = std::string("/usr/share/fonts/truetype/dejavu/") + GetParam();
-    ASSERT_TRUE(std::filesystem::exists(path)) << path;
-
     // A repeated letter, spaces, accented letters, and the Windows codes 130 to 159.
-    std::string text = "NO\xCB"
-                       "L \xC9T\xC9 \xE0 \xE7"
-                       "a \xF1 ";
+    std::string text = "NO\313L \311T\311 \340 \347a \361 ";
     for (int c = 130; c <= 159; ++c) text += char(c);
 
     std::ifstream in(path, std::ios::binary);
     ASSERT_EQ(Send(Bytes(std::istreambuf_iterator<char>(in), {}), text.c_str(), "DejaVu Sans"), 1);
-    const wmtest::SoftFont sf = wmtest::ParseSoftFont(job.Take());
+    const SoftFont sf = ParseSoftFont(job.Take());
     ASSERT_TRUE(sf.ok);
     // The hinting tables go too, the GT directory in tag order.
     std::string tags;
@@ -343,12 +294,9 @@ TEST_P(FreeTypeProof, RebuiltFontRendersLikeTheOriginal) {
     std::map<unsigned, unsigned> sent; // code -> glyph
     for (const auto &c : sf.chars) {
         composites += c.glyphBytes.size() >= 2 && uint8_t(c.glyphBytes[0]) == 0xFF;
-        if (c.code < 256) {
-            EXPECT_TRUE(sent.emplace(c.code, c.glyph).second) << "twice: " << c.code;
-        }
+        EXPECT_TRUE(c.code > 255 || sent.emplace(c.code, c.glyph).second) << "twice: " << c.code;
     }
     EXPECT_GT(composites, 0) << "the text should hold accented letters made of components";
-    EXPECT_EQ(sent.count(' '), 0u);
 
     const Bytes rebuilt = Rebuild(sf);
     FT_Library lib;
@@ -359,23 +307,19 @@ TEST_P(FreeTypeProof, RebuiltFontRendersLikeTheOriginal) {
     for (FT_Face f : {orig, copy}) ASSERT_EQ(FT_Set_Pixel_Sizes(f, 0, 61), 0);
 
     for (unsigned char c : text) {
-        const unsigned u = Cp1252(c);
-        const FT_UInt go = FT_Get_Char_Index(orig, u);
+        const FT_UInt go = FT_Get_Char_Index(orig, Cp1252(c));
         if (!sent.count(c)) {
             // Nothing sent: an empty glyph, which prints as nothing.
-            EXPECT_EQ(Render(orig, go).width, 0) << int(c);
+            EXPECT_EQ(std::get<0>(Render(orig, go)), 0u) << int(c);
             continue;
         }
         EXPECT_EQ(sent[c], go) << int(c);
         // Only one level of components goes to the printer, and DejaVu Sans Bold builds
         // s caron from a caron that is composite itself.
         if (c == 154 && std::string(GetParam()) == "DejaVuSans-Bold.ttf") continue;
-        const FT_UInt gc = FT_Get_Char_Index(copy, u);
-        EXPECT_EQ(Render(copy, gc), Render(orig, go)) << "code " << int(c);
+        EXPECT_EQ(Render(copy, sent[c]), Render(orig, go)) << "code " << int(c);
     }
-    FT_Done_Face(copy);
-    FT_Done_Face(orig);
-    FT_Done_FreeType(lib);
+    FT_Done_FreeType(lib); // and its faces
 }
 
 INSTANTIATE_TEST_SUITE_P(DejaVu, FreeTypeProof,

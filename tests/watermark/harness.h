@@ -7,8 +7,6 @@
 #include "q417/host.h"
 #include "watermark/watermark.h"
 
-#include <gtest/gtest.h>
-
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -19,7 +17,7 @@
 #include <utility>
 #include <vector>
 
-namespace ttftest {
+namespace wmtest {
 
 using Bytes = std::vector<uint8_t>;
 
@@ -38,8 +36,9 @@ inline uint32_t Get32(const uint8_t *p) {
     return uint32_t(Get16(p)) << 16 | Get16(p + 2);
 }
 
-// An sfnt file from tables in the order given; the directory records keep that order too.
-inline Bytes Sfnt(const std::vector<std::pair<std::string, Bytes>> &tables) {
+// An sfnt file from tables by tag (bytes or chars), in the map's order.
+template <class Data>
+Bytes Sfnt(const std::map<std::string, Data> &tables) {
     Bytes out;
     const unsigned n = unsigned(tables.size());
     unsigned sr = 1, es = 0;
@@ -49,7 +48,8 @@ inline Bytes Sfnt(const std::vector<std::pair<std::string, Bytes>> &tables) {
     for (const auto &[tag, data] : tables) {
         out.insert(out.end(), tag.begin(), tag.end());
         uint32_t sum = 0;
-        for (size_t i = 0; i < data.size(); ++i) sum += uint32_t(data[i]) << (24 - 8 * (i % 4));
+        for (size_t i = 0; i < data.size(); ++i)
+            sum += uint32_t(uint8_t(data[i])) << (24 - 8 * (i % 4));
         Put32(out, sum);
         Put32(out, offset);
         Put32(out, uint32_t(data.size()));
@@ -114,10 +114,8 @@ inline Bytes CompositeGlyph(const std::vector<Component> &parts) {
             uint16_t((parts[i].flags & ~0x20) | (i + 1 < parts.size() ? 0x20 : 0));
         Put16(b, flags);
         Put16(b, parts[i].glyph);
-        size_t extra = ((flags & 1) ? 4 : 2) + ((flags & 8)      ? 2
-                                                : (flags & 0x40) ? 4
-                                                : (flags & 0x80) ? 8
-                                                                 : 0);
+        const size_t extra = (flags & 1 ? 4 : 2) + (flags & 8 ? 2 : 0) + (flags & 0x40 ? 4 : 0) +
+                             (flags & 0x80 ? 8 : 0);
         for (size_t k = 0; k < extra; ++k) b.push_back(uint8_t(0x10 + k));
     }
     return b;
@@ -147,14 +145,9 @@ inline Bytes Build(const FontPlan &s) {
     const unsigned nGlyphs = unsigned(s.glyphs.size());
     const unsigned nMetrics = s.numberOfHMetrics ? s.numberOfHMetrics : nGlyphs;
 
-    Bytes head;
-    Put32(head, 0x00010000);
-    Put32(head, 0x00010000);
-    Put32(head, 0);          // checkSumAdjustment
-    Put32(head, 0x5F0F3CF5); // magic
-    Put16(head, 0x000B);     // flags
-    Put16(head, 2048);       // unitsPerEm
-    head.resize(36, 0);      // created, modified
+    Bytes head; // version, revision, checkSumAdjustment, magic, then flags and unitsPerEm
+    for (uint32_t v : {0x00010000u, 0x00010000u, 0u, 0x5F0F3CF5u, 0x000B0800u}) Put32(head, v);
+    head.resize(36, 0); // created, modified
     for (int v : {s.xMin, s.yMin, s.xMax, s.yMax, 0, 8, 2, s.longLoca ? 1 : 0, 0})
         Put16(head, unsigned(v)); // bounds, macStyle, lowestRecPPEM, direction, loca, format
 
@@ -182,31 +175,19 @@ inline Bytes Build(const FontPlan &s) {
 
     Bytes glyf, loca;
     for (unsigned g = 0; g <= nGlyphs; ++g) {
-        if (s.longLoca)
-            Put32(loca, uint32_t(glyf.size()));
-        else
-            Put16(loca, unsigned(glyf.size() / 2));
+        s.longLoca ? Put32(loca, uint32_t(glyf.size())) : Put16(loca, unsigned(glyf.size() / 2));
         if (g == nGlyphs) break;
         glyf.insert(glyf.end(), s.glyphs[g].begin(), s.glyphs[g].end());
         if (glyf.size() % 2) glyf.push_back(0);
     }
 
-    std::vector<std::pair<std::string, Bytes>> t;
-    t.push_back({"OS/2", os2});
-    t.push_back({"cmap", Cmap(s.encodingId, CmapFormat4(s.map, s.rangeOffsets))});
-    if (s.cvtSize) t.push_back({"cvt ", Bytes(s.cvtSize, 0xC1)});
-    t.insert(t.end(), {{"glyf", glyf},
-                       {"head", head},
-                       {"hhea", hhea},
-                       {"hmtx", hmtx},
-                       {"loca", loca},
-                       {"maxp", maxp}});
+    std::map<std::string, Bytes> t = {{"OS/2", os2},  {"glyf", glyf}, {"head", head},
+                                      {"hhea", hhea}, {"hmtx", hmtx}, {"loca", loca},
+                                      {"maxp", maxp}};
+    t["cmap"] = Cmap(s.encodingId, CmapFormat4(s.map, s.rangeOffsets));
+    if (s.cvtSize) t["cvt "] = Bytes(s.cvtSize, 0xC1);
     return Sfnt(t);
 }
-
-} // namespace ttftest
-
-namespace wmtest {
 
 // A private directory under the system's temporary one, removed with the object.
 struct TempDir {
@@ -225,7 +206,8 @@ struct TempDir {
     }
 };
 
-// SPLDEVINFO and DDIDEVMODE of a 600 dpi job on a printer that writes into `out`.
+// SPLDEVINFO and DDIDEVMODE of a 600 dpi job on a printer that writes into `out`; without a
+// description the printer has the built-in defaults.
 struct Job {
     SPLDEVINFO info{};
     DDIDEVMODE dm{};
@@ -238,8 +220,8 @@ struct Job {
         return 1;
     }
 
-    explicit Job(const char *windowsDir = nullptr) {
-        Q417_PRINTER pr{"wmtest", "/nonexistent/wmtest.pdd", nullptr, "FILE:", windowsDir};
+    explicit Job(const char *windowsDir = nullptr, const char *pdd = "/nonexistent/wmtest.pdd") {
+        Q417_PRINTER pr{"wmtest", pdd, nullptr, "FILE:", windowsDir};
         hPrinter = Q417_AddPrinter(&pr);
         Q417_SetOutputCallback(hPrinter, Sink, &out);
         info.hPrinter = hPrinter;
@@ -289,7 +271,7 @@ inline SoftFont ParseSoftFont(const std::string &s) {
             return f;
         const std::string rec = s.substr(pos + used, size);
         auto *r = reinterpret_cast<const uint8_t *>(rec.data());
-        f.chars.push_back({code, ttftest::Get16(r + 6), rec.substr(8, size - 10)});
+        f.chars.push_back({code, Get16(r + 6), rec.substr(8, size - 10)});
     }
     f.ok = true;
     return f;
@@ -300,11 +282,11 @@ inline std::map<std::string, std::string> GtTables(const std::string &header) {
     std::map<std::string, std::string> t;
     auto *h = reinterpret_cast<const uint8_t *>(header.data());
     const size_t gt = 72 + 14 + 4; // the offset table
-    unsigned n = ttftest::Get16(h + gt + 4);
+    unsigned n = Get16(h + gt + 4);
     for (unsigned i = 0; i < n; ++i) {
         const uint8_t *e = h + gt + 12 + 16 * i;
         std::string tag(reinterpret_cast<const char *>(e), 4);
-        uint32_t off = ttftest::Get32(e + 8), len = ttftest::Get32(e + 12);
+        uint32_t off = Get32(e + 8), len = Get32(e + 12);
         if (tag == "gdir") continue;
         t[tag] = header.substr(gt + off, len);
     }
