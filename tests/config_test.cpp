@@ -499,12 +499,9 @@ const CFGINFO &Rec(HGLOBAL h) {
 // A parse writes the file; a read takes it while it is newer than the description, and it gives
 // the record the parse gave.
 TEST_F(ReadCfg, WhenTheFileIsTakenAndWhatItGives) {
-    const struct {
-        long pddNs, binNs;
-        BYTE flags;
-        bool fromFile;
-        const char *why;
-    } cases[] = {
+    // The description's and the file's times in nanoseconds past a shared second, the flags,
+    // and whether the file is taken.
+    const std::tuple<long, long, BYTE, bool, const char *> cases[] = {
         {0, 1, CFGF_BINARY, true, "binary newer by a nanosecond"},
         {0, 0, CFGF_BINARY, false, "equal times are stale"},
         {1, 0, CFGF_BINARY, false, "binary older"},
@@ -519,16 +516,16 @@ TEST_F(ReadCfg, WhenTheFileIsTakenAndWhatItGives) {
         ASSERT_EQ(ok, 1);
         EXPECT_EQ(dm.bCfgFlags, CFGF_BINARY) << "the flag is set once the file is written";
         EXPECT_EQ(Rec(parsed).hFileVersion == 0, !full) << "parsed: no version block at all";
-        for (auto &c : cases) {
-            SCOPED_TRACE(testing::Message() << name << ": " << c.why);
-            AgeFiles(c.pddNs, c.binNs);
-            HGLOBAL h = Read(&ok, c.flags);
+        for (auto &[pddNs, binNs, flags, fromFile, why] : cases) {
+            SCOPED_TRACE(testing::Message() << name << ": " << why);
+            AgeFiles(pddNs, binNs);
+            HGLOBAL h = Read(&ok, flags);
             EXPECT_EQ(ok, 1);
-            EXPECT_EQ(BinaryUntouched(), c.fromFile);
+            EXPECT_EQ(BinaryUntouched(), fromFile);
             EXPECT_TRUE(dm.bCfgFlags & CFGF_BINARY);
             ExpectSameRecord(Rec(parsed), Rec(h));
             EXPECT_EQ(Text(Rec(h).hModelName), Text(Rec(parsed).hModelName));
-            if (c.fromFile) {
+            if (fromFile) {
                 EXPECT_EQ(Text(Rec(h).hFileVersion), full ? "2.10" : "N/A");
                 EXPECT_EQ(Bytes(Rec(h).hPlugIn).size(), full ? 64u : 0u);
             }
@@ -546,18 +543,15 @@ TEST_F(ReadCfg, DamagedFileIsParsedAndRewritten) {
     auto good = ReadAll(bin);
     auto v12 = good;
     v12[4] = 12;
-    struct {
-        std::vector<uint8_t> bytes;
-        const char *why;
-    } cases[] = {
+    const std::pair<std::vector<uint8_t>, const char *> cases[] = {
         {std::vector<uint8_t>(good.begin(), good.begin() + 700), "cut inside a section"},
         {std::vector<uint8_t>(good.begin(), good.begin() + 100), "cut inside the header"},
         {v12, "version 12"},
         {{}, "empty"},
     };
-    for (auto &c : cases) {
-        SCOPED_TRACE(c.why);
-        WriteAll(bin, c.bytes);
+    for (auto &[bytes, why] : cases) {
+        SCOPED_TRACE(why);
+        WriteAll(bin, bytes);
         AgeFiles(-1, 0);
         HGLOBAL h = Read(&ok);
         EXPECT_EQ(ok, 1);
