@@ -313,7 +313,7 @@ TEST_F(Copy, WidthsBecomeFixedAndTextsAreCutWithoutTerminator) {
     EXPECT_EQ(d.cchResCmd | d.hResCmds | d.cchDestCmd | d.hDestCmds, 0u)
         << "no codes: width and table stay absent";
     EXPECT_EQ(Escape(Text(d.hModelName)) + " " + std::to_string(GlobalSize(d.hModelName)),
-              "Model name of thirty-five bytes! 32");
+              "Model name of thirty-five bytes. 32");
     auto plug = Bytes<char16_t>(d.hPlugIn);
     EXPECT_EQ(std::u16string(plug.begin(), plug.end()), u"plug.so" + std::u16string(25, 0));
 
