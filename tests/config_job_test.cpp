@@ -50,31 +50,9 @@ bool Has(const std::string &stream, const std::string &piece) {
     return stream.find(piece) != std::string::npos;
 }
 
-// The first job parses full.pdd: A4 (row 1, code 26), the drawer (row 2, code 5), landscape.
+// The first job parses full.pdd: tests/data/stream/config_job.txt is its stream.
 TEST_F(ConfigJob, JobsCarryTheDescriptionsCodesAndTexts) {
-    // clang-format off
-    EXPECT_STREAM(Job(1, 2, 2), streamtest::Stream({
-        R"(\x1b%-12345X)",                                                  // UEL
-        R"(@PJL COMMENT Quillmark PCL5 Driver Version 1.0.0009 on NT 4\n)",
-        R"(@PJL COMMENT for Test 417 at 600 by 600 DPI\n)",
-        R"(@PJL COMMENT PDD Version: 2.10\n)",                               // *FileVersion
-        R"(@PJL COMMENT Driver Release: 070199\n)",
-        R"(@PJL COMMENT Job Name: Report\n)",
-        R"(@PJL SET ORIENTATION=LANDSCAPE\n)",                               // *Orientation
-        R"(@PJL SET RESOLUTION=600\n)",
-        R"(@PJL ENTER LANGUAGE=PCL\n)",
-        R"(\x1b%0A\x1b&u600D\x1b*t600R\x1b*c0F)",                           // PCL set-up
-        R"(\x1b%0BWU0LT0,10,1;LTPW0TR0CF2LA1,1,2,2LO21PP1\x1b%0A)",          // HP-GL/2 context
-        R"(\x1b&l1X)",                                                       // one copy
-        R"(\x1b&l26a1o4d1E)",                  // page size code 26, landscape, 4 lpi, margin
-        R"(\x1b*pxY\x1b*c5760x7560y0T)",                                     // frame
-        R"(\x1b&l5H)",                                                       // tray code 5
-        R"(\x1b*r0F)",
-        R"(\x1b%0BIP0,10668,8128,0SC0,4800,0,6300;\x1b%0A)",
-        R"(<page>)",
-        R"(\x1b%-12345X)",                                                   // job footer
-    }));
-    // clang-format on
+    EXPECT_STREAM(Job(1, 2, 2), streamtest::Golden("config_job.txt"));
     EXPECT_GT(
         std::filesystem::file_size(std::filesystem::path(h.pddPath()).replace_extension(".bdd")),
         CFGINFO_SIZE)

@@ -3,7 +3,7 @@
 // size, and the small calls beside them. The printer is tests/data/ddi/sample.pdd, its
 // configuration laid out either as a PDD build makes it (each table as wide as its longest text
 // plus 1) or as the long-lived copy has it (rows of 24, 64 for paper keys and names, cut without
-// a terminator).
+// a terminator); tests/data/ddi/sample.txt lists what the selection calls tell of it.
 #include "ddi/ddi.h"
 #include "pdd_testutil.h"
 #include "q417/host.h"
@@ -11,79 +11,13 @@
 
 #include <array>
 #include <climits>
+#include <sstream>
 
 namespace {
 
 constexpr DWORD kNone = 0xFFFFFFFFu;
 
 enum class Widths { Pdd, Copy };
-
-struct Option {
-    std::u16string key;
-    std::u16string name; // empty: no translation, the name is the key
-    const std::u16string &display() const { return name.empty() ? key : name; }
-};
-
-struct PaperDims {
-    DWORD width, height, left, top, imageWidth, imageHeight;
-};
-
-struct PrinterDesc {
-    std::vector<Option> papers, media, trays, dests, res;
-    std::vector<WORD> paperIds, trayIds;
-    std::vector<PaperDims> portrait, landscape;
-    std::vector<std::pair<DWORD, DWORD>> resValues;
-    INT defPaper = 0, defMedia = 0, defTray = 0, defDest = 0, defRes = 0;
-    INT customPaper = -1;
-    // min w, min h, max w, max h, def w, def h, margins l t r b
-    std::array<DWORD, 10> custLimits = {};
-};
-
-// What sample.pdd describes. The custom paper's row has the margins 100, 200, 300 and 400 in
-// both halves.
-PrinterDesc SamplePrinter() {
-    PrinterDesc s;
-    s.papers = {{u"Letter", u"Letter 8.5 x 11 in"},
-                {u"A4", u""},
-                {u"Legal", u"Legal 8.5 x 14 in"},
-                {u"Env10", u"Envelope #10, 4 1/8 x 9 1/2 in, portrait"}, // 40 characters
-                {u"Custom", u"Custom size"}};
-    s.paperIds = {1, 9, 5, 20, 256};
-    s.portrait = {{6120, 7920, 120, 120, 5880, 7680},
-                  {5953, 8419, 120, 120, 5713, 8179},
-                  {6120, 10080, 120, 120, 5880, 9840},
-                  {2970, 6840, 144, 144, 2682, 6552},
-                  {6120, 7920, 100, 200, 5720, 7320}};
-    s.landscape = {{6120, 7920, 180, 60, 5760, 7800},
-                   {5953, 8419, 180, 60, 5593, 8299},
-                   {6120, 10080, 180, 60, 5760, 9960},
-                   {2970, 6840, 200, 100, 2570, 6640},
-                   {6120, 7920, 100, 200, 5720, 7320}};
-    s.customPaper = 4;
-    s.custLimits = {2160, 3600, 8640, 12960, 6120, 7920, 100, 200, 300, 400};
-    s.media = {{u"Plain", u"Plain paper"},
-               {u"Transparency", u""},
-               {u"HeavyGlossy", u"Heavy glossy paper 163-220 g/m2"}}; // cut to 24 in a copy
-    s.trays = {{u"Upper", u"Upper"},
-               {u"Lower", u"Lower"},
-               {u"LargeCapacityFeederUnit2", u"Large Capacity"}, // 24 characters
-               {u"Manual", u""}};
-    s.trayIds = {1, 2, 11, 256};
-    s.defTray = 1;
-    s.dests = {{u"Top", u"Face down"}, {u"Rear", u"Face up"}};
-    s.defDest = 1;
-    s.res = {{u"300dpi", u"300 x 300 dpi"}, {u"600dpi", u"600 x 600 dpi"}, {u"1200x600", u""}};
-    s.resValues = {{300, 300}, {600, 600}, {1200, 600}};
-    s.defRes = 1;
-    return s;
-}
-
-// Runs f on the locked CFGINFO behind h.
-template <class F>
-void EditConfig(HGLOBAL h, F f) {
-    f(*static_cast<CFGINFO *>(GlobalLock(h)));
-    GlobalUnlock(h);
-}
 
 // A device mode as a user interface would make one, with room for custom data behind it.
 struct DevMode {
@@ -108,124 +42,136 @@ DevMode MakeDevMode(HGLOBAL hConfig = 0) {
 
 // The configuration of sample.pdd for the length of a test, built as GetConfig builds it or
 // copied as the cache has it.
-struct ScopedConfig {
-    HGLOBAL h = GlobalAlloc(GHND, CFGINFO_SIZE);
+struct ScopedConfig : pddtest::CfgBlock {
     explicit ScopedConfig(Widths w = Widths::Pdd) {
         pddtest::Parsed pdd(std::string(Q417_TEST_DATA) + "/ddi/sample.pdd");
-        pddtest::CfgBlock built;
-        EXPECT_EQ(built.Build(pdd.h), 1);
-        EditConfig(h, [&](CFGINFO &c) {
-            DDIDEVMODE dm{};
-            dm.hConfig = built.h;
-            if (w == Widths::Copy) {
-                EXPECT_EQ(CFGCopyInfo(&dm, &c), 1);
-                built.c->hFileVersion = built.c->hPortraitCmd = built.c->hLandscapeCmd = 0;
-            } else {
-                std::swap(c, *built.c);
-            }
-            c.hPDD = 0;
-        });
+        EXPECT_EQ(Build(pdd.h), 1);
+        c->hPDD = 0; // the parsed record goes with pdd
+        if (w == Widths::Pdd) return;
+        DDIDEVMODE dm{};
+        dm.hConfig = h;
+        CFGINFO copy{};
+        EXPECT_EQ(CFGCopyInfo(&dm, &copy), 1);
+        c->hFileVersion = c->hPortraitCmd = c->hLandscapeCmd = 0; // passed to the copy
+        FreeCfgTables(c);
+        *c = copy;
     }
-    ~ScopedConfig() {
-        EditConfig(h, [](CFGINFO &c) { FreeConfigTables(&c); });
-        GlobalFree(h);
-    }
-    ScopedConfig(const ScopedConfig &) = delete;
-    ScopedConfig &operator=(const ScopedConfig &) = delete;
 };
 
 constexpr WCHAR kPoison = 0xBEEF;
 
 using TextCall = BOOL (*)(DDIDEVMODE *, DWORD, INT, WCHAR *, DWORD *);
 
-// Capacity 0 asks for the size and writes nothing; the exact size fits; one short cuts the
-// last character. Nothing lands past what the length reports.
-void CheckText(DDIDEVMODE *dm, TextCall call, BOOL expectResult, DWORD id, INT index,
-               const std::u16string &want) {
-    const DWORD n = DWORD(want.size() + 1);
-    for (DWORD capacity : {0u, n, n - 1}) {
+// A text as a call gives it, held to the size protocol on the way: capacity 0 asks for the size
+// and writes nothing; the size asked for fits; one short cuts the last character. Nothing lands
+// past what the length reports.
+std::u16string ReadText(TextCall call, DDIDEVMODE *dm, BOOL result, DWORD id, INT index) {
+    DWORD n = 0;
+    std::u16string text;
+    for (DWORD k = 0; k < 3; ++k) {
+        const DWORD capacity = k ? n + 1 - k : 0;
         SCOPED_TRACE(testing::Message()
                      << "id " << id << " index " << index << " capacity " << capacity);
         WCHAR buf[80];
         std::fill(std::begin(buf), std::end(buf), kPoison);
         DWORD len = capacity;
-        EXPECT_EQ(call(dm, id, index, buf, &len), expectResult);
+        EXPECT_EQ(call(dm, id, index, buf, &len), result);
+        if (k == 0) n = len;
+        if (n == 0 || n >= 80) {
+            ADD_FAILURE() << "size " << n;
+            return u"";
+        }
+        if (k == 1) text = buf;
         EXPECT_EQ(len, capacity ? capacity : n);
         if (capacity) {
-            EXPECT_EQ(std::u16string(buf), want.substr(0, capacity - 1));
+            EXPECT_EQ(std::u16string(buf), text.substr(0, capacity - 1));
         }
         EXPECT_EQ(buf[capacity], kPoison);
     }
+    EXPECT_EQ(text.size() + 1, n);
+    return text;
 }
 
-struct FamilyCase {
-    DWORD id;
-    const std::vector<Option> PrinterDesc::*options;
-    INT PrinterDesc::*def;
-    DWORD copyWidth;
-};
-const FamilyCase kFamilies[] = {
-    {DDI_PAPERSIZE, &PrinterDesc::papers, &PrinterDesc::defPaper, 64},
-    {DDI_MEDIATYPE, &PrinterDesc::media, &PrinterDesc::defMedia, 24},
-    {DDI_PAPERSOURCE, &PrinterDesc::trays, &PrinterDesc::defTray, 24},
-    {DDI_PAPERDEST, &PrinterDesc::dests, &PrinterDesc::defDest, 24},
-    {DDI_RESOLUTION, &PrinterDesc::res, &PrinterDesc::defRes, 24},
-};
+const std::pair<DWORD, const char *> kFamilies[] = {{DDI_PAPERSIZE, "paper"},
+                                                    {DDI_MEDIATYPE, "media"},
+                                                    {DDI_PAPERSOURCE, "tray"},
+                                                    {DDI_PAPERDEST, "bin"},
+                                                    {DDI_RESOLUTION, "resolution"}};
 
-TEST(DdiSelections, EveryListEnumeratesWithSizeQueriesCutTextsAndBadIndices) {
-    const PrinterDesc desc = SamplePrinter();
-    for (Widths widths : {Widths::Pdd, Widths::Copy}) {
-        ScopedConfig cfg(widths);
-        DevMode d = MakeDevMode(cfg.h);
-        for (const FamilyCase &f : kFamilies) {
-            // A copy cuts each row to its width and keeps no terminator in a full row.
-            const DWORD cut = widths == Widths::Copy ? f.copyWidth : 1000;
-            const std::vector<Option> &opts = desc.*f.options;
-            SCOPED_TRACE(testing::Message() << "keyword " << f.id << ", rows cut at " << cut);
-            EXPECT_EQ(DDIGetKeywordNumOptions(&d.dm, f.id), INT(opts.size()));
-            EXPECT_EQ(DDIGetKeywordDefaultOption(&d.dm, f.id), desc.*f.def);
-            for (INT i = 0; i < INT(opts.size()); ++i) {
-                CheckText(&d.dm, DDIGetKeywordOptionString, TRUE, f.id, i,
-                          opts[i].key.substr(0, cut));
-                CheckText(&d.dm, DDIGetKeywordOptionTranslation, FALSE, f.id, i,
-                          opts[i].display().substr(0, cut));
+std::string Narrow(const std::u16string &s) {
+    return std::string(s.begin(), s.end());
+}
+
+// The paper's dimensions for an orientation code, in id order: width, height, printable width
+// and height, left, top.
+std::string Dims(DDIDEVMODE *dm, DWORD code) {
+    EXPECT_EQ(DDISetDWord(dm, DDI_PAGEORIENT, code), 1u);
+    std::string s;
+    for (DWORD k = 0; k < 6; ++k) s += " " + std::to_string(DDIGetDWord(dm, DDI_PAPERWIDTH + k));
+    return s;
+}
+
+// Every row of every list: its key and name, "copy:" and the two where a copy's fixed widths
+// tell them otherwise, then what choosing the row puts in the record (the Windows ids, the
+// dimensions in portrait and landscape, the custom size, the resolution).
+TEST(DdiSelections, EveryRowOfEveryListAsTheSampleDescribesIt) {
+    ScopedConfig built, copied(Widths::Copy), old;
+    old.c->wVersion = 8; // only the portrait half of the dimensions
+    DevMode d = MakeDevMode(built.h), c = MakeDevMode(copied.h), o = MakeDevMode(old.h);
+    std::ostringstream out;
+    for (const auto &[id, family] : kFamilies) {
+        const INT rows = DDIGetKeywordNumOptions(&d.dm, id);
+        out << family << ": " << rows << " rows, default " << DDIGetKeywordDefaultOption(&d.dm, id)
+            << "\n";
+        EXPECT_EQ(DDIGetKeywordNumOptions(&c.dm, id), rows);
+        EXPECT_EQ(DDIGetKeywordDefaultOption(&c.dm, id), DDIGetKeywordDefaultOption(&d.dm, id));
+        for (INT i = 0; i < rows; ++i) {
+            std::string texts[2];
+            for (DevMode *m : {&d, &c})
+                texts[m == &c] =
+                    Narrow(ReadText(DDIGetKeywordOptionString, &m->dm, TRUE, id, i)) + " | " +
+                    Narrow(ReadText(DDIGetKeywordOptionTranslation, &m->dm, FALSE, id, i));
+            out << i << " " << texts[0] << (texts[1] == texts[0] ? "" : " | copy: " + texts[1]);
+            if (id == DDI_PAPERSIZE || id == DDI_PAPERSOURCE || id == DDI_RESOLUTION) {
+                ASSERT_EQ(DDISetDWord(&d.dm, id, i), 1u);
+                EXPECT_EQ(DDIGetDWord(&d.dm, id), DWORD(i));
             }
-            WCHAR buf[8];
-            DWORD len = 8;
-            EXPECT_EQ(DDIGetKeywordOptionString(&d.dm, f.id, INT(opts.size()), buf, &len), TRUE);
-            EXPECT_EQ(len, 0u) << "one past the last row";
+            if (id == DDI_PAPERSIZE) {
+                const std::string portrait = Dims(&d.dm, 0), landscape = Dims(&d.dm, 1);
+                EXPECT_EQ(Dims(&d.dm, 2), portrait) << "turned by 180 degrees: the same";
+                EXPECT_EQ(Dims(&d.dm, 3), landscape);
+                o.dm.wPaperIndex = WORD(i);
+                for (DWORD code : {0u, 1u, 2u, 3u}) EXPECT_EQ(Dims(&o.dm, code), portrait);
+                out << " | id " << d.dm.dmPaperSize << " |" << portrait << " |" << landscape
+                    << " | custom " << DDIGetDWord(&d.dm, DDI_CUSTOMPAPER) << ": "
+                    << d.dm.wCustWidth << " x " << d.dm.wCustHeight << ", " << d.dm.dmPaperWidth
+                    << " x " << d.dm.dmPaperLength;
+            }
+            if (id == DDI_PAPERSOURCE) out << " | id " << d.dm.dmDefaultSource;
+            if (id == DDI_RESOLUTION)
+                out << " | " << d.dm.dmPrintQuality << " x " << d.dm.dmYResolution;
+            out << "\n";
         }
+        WCHAR buf[8];
+        DWORD len = 8;
+        EXPECT_EQ(DDIGetKeywordOptionString(&c.dm, id, rows, buf, &len), TRUE);
+        EXPECT_EQ(len, 0u) << "one past the last row";
     }
+    std::ifstream in(std::string(Q417_TEST_DATA) + "/ddi/sample.txt");
+    std::string want;
+    for (std::string line; std::getline(in, line);)
+        if (line.rfind('#', 0) != 0) want += line + "\n"; // "#" lines are comments
+    EXPECT_EQ(out.str(), want);
 }
 
-TEST(DdiSelections, SettingARowKeepsWindowsIdAndRowInStep) {
-    const PrinterDesc desc = SamplePrinter();
-    ScopedConfig cfg(Widths::Copy);
-    DevMode d = MakeDevMode(cfg.h);
-    for (DWORD r = 0; r < desc.papers.size(); ++r) {
-        ASSERT_EQ(DDISetDWord(&d.dm, DDI_PAPERSIZE, r), 1u);
-        EXPECT_EQ(DDIGetDWord(&d.dm, DDI_PAPERSIZE), r);
-        EXPECT_EQ(WORD(d.dm.dmPaperSize), desc.paperIds[r]);
-    }
-    // The custom row (id 256) brings its size along: 6120 x 7920 decipoints.
-    EXPECT_EQ(DDIGetDWord(&d.dm, DDI_CUSTOMPAPER), 1u);
-    EXPECT_EQ(d.dm.wCustWidth, 6120);
-    EXPECT_EQ(d.dm.wCustHeight, 7920);
-    EXPECT_EQ(d.dm.dmPaperWidth, 2159);
-    EXPECT_EQ(d.dm.dmPaperLength, 2794);
-    for (DWORD r = 0; r < desc.trays.size(); ++r) {
-        ASSERT_EQ(DDISetDWord(&d.dm, DDI_PAPERSOURCE, r), 1u);
-        EXPECT_EQ(DDIGetDWord(&d.dm, DDI_PAPERSOURCE), r);
-        EXPECT_EQ(WORD(d.dm.dmDefaultSource), desc.trayIds[r]);
-    }
-    for (DWORD r = 0; r < desc.res.size(); ++r) {
-        ASSERT_EQ(DDISetDWord(&d.dm, DDI_RESOLUTION, r), 1u);
-        EXPECT_EQ(DDIGetDWord(&d.dm, DDI_RESOLUTION), r);
-        EXPECT_EQ(DWORD(d.dm.dmPrintQuality), desc.resValues[r].first);
-        EXPECT_EQ(DWORD(d.dm.dmYResolution), desc.resValues[r].second);
-    }
+// Keyword ids of no list, rows past a table, tables shorter than their counts, blocks that
+// aren't a CFGINFO and one never filled: what isn't there reads as absent or is refused.
+TEST(DdiSelections, MissingOrShortTablesReadAsAbsent) {
+    ScopedConfig cfg;
+    DevMode d = MakeDevMode(cfg.h), before = d;
+    WCHAR buf[8];
+    DWORD len = 8;
     // Rows past each table are refused and leave the record as it was.
-    DevMode before = d;
     const std::pair<DWORD, DWORD> refused[] = {
         {DDI_PAPERSIZE, 5},     {DDI_PAPERSOURCE, 4},           {DDI_RESOLUTION, 3},
         {DDI_PAPERSIZE, kNone}, {DDI_PAPERSOURCE, 0x80000000u}, {DDI_RESOLUTION, 0x10000u}};
@@ -237,37 +183,6 @@ TEST(DdiSelections, SettingARowKeepsWindowsIdAndRowInStep) {
     EXPECT_EQ(DDIGetDWord(&d.dm, DDI_MEDIATYPE), 70000u & 0xFFFF);
     EXPECT_EQ(DDISetDWord(&d.dm, DDI_PAPERDEST, kNone), 1u);
     EXPECT_EQ(DDIGetDWord(&d.dm, DDI_PAPERDEST), 0xFFFFu);
-}
-
-TEST(DdiSelections, PaperDimensionsFollowTheOrientationNotTheTurn) {
-    for (WORD version : {WORD(CFGINFO_VERSION), WORD(8)}) { // 8: only the portrait half
-        const PrinterDesc desc = SamplePrinter();
-        ScopedConfig cfg;
-        EditConfig(cfg.h, [&](CFGINFO &c) { c.wVersion = version; });
-        DevMode d = MakeDevMode(cfg.h);
-        for (DWORD r = 0; r < desc.papers.size(); ++r) {
-            d.dm.wPaperIndex = WORD(r);
-            for (DWORD code : {0u, 1u, 2u, 3u}) { // 2 and 3: turned by 180 degrees
-                ASSERT_EQ(DDISetDWord(&d.dm, DDI_PAGEORIENT, code), 1u);
-                const PaperDims &p =
-                    (code & 1) && version > 8 ? desc.landscape[r] : desc.portrait[r];
-                const DWORD want[] = {p.width,       p.height, p.imageWidth,
-                                      p.imageHeight, p.left,   p.top}; // in id order
-                for (DWORD k = 0; k < 6; ++k)
-                    EXPECT_EQ(DDIGetDWord(&d.dm, DDI_PAPERWIDTH + k), want[k])
-                        << "version " << version << " paper " << r << " code " << code;
-            }
-        }
-    }
-}
-
-// Keyword ids of no list, tables shorter than their counts, blocks that aren't a CFGINFO and
-// one never filled: what isn't there reads as absent.
-TEST(DdiSelections, MissingOrShortTablesReadAsAbsent) {
-    ScopedConfig cfg;
-    DevMode d = MakeDevMode(cfg.h);
-    WCHAR buf[8];
-    DWORD len = 8;
     // Ids that name no list; the length is left alone.
     for (DWORD id : {9u, 11u, 16u, 21u, 0xFFFFFFFFu}) {
         EXPECT_EQ(DDIGetKeywordNumOptions(&d.dm, id), -1) << id;
@@ -280,11 +195,9 @@ TEST(DdiSelections, MissingOrShortTablesReadAsAbsent) {
     EXPECT_EQ(DDIGetKeywordDefaultOption(nullptr, DDI_PAPERSIZE), -1);
     EXPECT_EQ(DDIGetKeywordOptionString(nullptr, DDI_PAPERSIZE, 0, buf, &len), FALSE);
 
-    EditConfig(cfg.h, [](CFGINFO &c) {
-        c.nPapers = 1000; // the tables hold 5 rows
-        c.nTrays = 0x7FFFFFFF;
-        c.cchResName = 0x40000000; // one row would be 2 GiB
-    });
+    cfg.c->nPapers = 1000; // the tables hold 5 rows
+    cfg.c->nTrays = 0x7FFFFFFF;
+    cfg.c->cchResName = 0x40000000; // one row would be 2 GiB
     len = 8;
     EXPECT_EQ(DDIGetKeywordOptionString(&d.dm, DDI_PAPERSIZE, 4, buf, &len), TRUE);
     EXPECT_EQ(len, 7u) << "rows inside the block still read";
@@ -306,9 +219,9 @@ TEST(DdiSelections, MissingOrShortTablesReadAsAbsent) {
         len = 4;
         EXPECT_EQ(DDIGetKeywordOptionString(&f.dm, DDI_PAPERSIZE, 0, text, &len), h != 0);
         EXPECT_EQ(len, h ? 0u : 4u) << "any handle is a list with no text";
-        for (const FamilyCase &fam : kFamilies) {
-            EXPECT_EQ(DDIGetKeywordNumOptions(&f.dm, fam.id), 0);
-            EXPECT_EQ(DDIGetKeywordDefaultOption(&f.dm, fam.id), h == empty ? 0 : -1);
+        for (const auto &family : kFamilies) {
+            EXPECT_EQ(DDIGetKeywordNumOptions(&f.dm, family.first), 0);
+            EXPECT_EQ(DDIGetKeywordDefaultOption(&f.dm, family.first), h == empty ? 0 : -1);
         }
         for (DWORD id : {DDI_PAPERSIZE, DDI_PAPERSOURCE, DDI_RESOLUTION, DDI_CUSTWIDTH})
             EXPECT_EQ(DDISetDWord(&f.dm, id, 1), 0u) << id;
@@ -326,7 +239,6 @@ TEST(DdiSelections, MissingOrShortTablesReadAsAbsent) {
 TEST(DdiDispatch, ReadOnlyAndUnknownIds) {
     static SPLDEVINFO job{};
     job.nPage = 7;
-    const PrinterDesc desc = SamplePrinter();
     ScopedConfig cfg(Widths::Copy);
     DevMode d = MakeDevMode(cfg.h);
     d.dm.dwSession = 0x5E55;
@@ -343,8 +255,9 @@ TEST(DdiDispatch, ReadOnlyAndUnknownIds) {
                                              {DDI_MEASUNITS, 1, 0},
                                              {DDI_PRINTERHANDLE, 0x1234, 0x1234},
                                              {DDI_TTCOUNT, 0, 0}};
-    for (DWORD k = 0; k < 10; ++k) // the custom paper's limits, in their order
-        ids.push_back({DDI_CUSTMINWIDTH + k, desc.custLimits[k], kNone});
+    // The custom paper's limits in their order: minimum, maximum, default, then the margins.
+    const DWORD limits[] = {2160, 3600, 8640, 12960, 6120, 7920, 100, 200, 300, 400};
+    for (DWORD k = 0; k < 10; ++k) ids.push_back({DDI_CUSTMINWIDTH + k, limits[k], kNone});
     for (DWORD id : {0u, 8u, 27u, 37u, 38u, 39u, 76u, 0x80000000u, 0xFFFFFFFFu})
         ids.push_back({id, kNone, kNone});
     for (const auto &[id, get, getNoConfig] : ids) {
@@ -395,7 +308,7 @@ TEST(DdiGetString, TextIdsAnswerAsGetStringDoes) {
     WCHAR buf[16];
     DWORD len;
     for (const auto &[id, text] : texts) {
-        CheckText(&d.dm, GetStringAt, TRUE, id, 0, text);
+        EXPECT_EQ(ReadText(GetStringAt, &d.dm, TRUE, id, 0), text);
         // Without a record the text is missing, and the call still answers 1.
         len = 16;
         EXPECT_EQ(DDIGetString(nullptr, id, buf, &len), TRUE);
@@ -584,13 +497,11 @@ TEST(DdiSettings, ColourClassesOutsideZeroToTwoAreRefused) {
 using Row = std::array<DWORD, 6>;    // width, height, left, top, imageable width, height
 using Limits = std::array<DWORD, 4>; // minimum width, height, maximum width, height
 
-Row CustomRow(HGLOBAL hCfg, bool landscape = false) {
-    Row r{};
-    EditConfig(hCfg, [&](CFGINFO &c) {
-        auto *dims = static_cast<const DWORD *>(GlobalLock(c.hPaperDims));
-        std::memcpy(r.data(), dims + 6 * (c.nCustomPaper + (landscape ? c.nPapers : 0)), 24);
-        GlobalUnlock(c.hPaperDims);
-    });
+Row CustomRow(const ScopedConfig &cfg, bool landscape = false) {
+    const auto dims = pddtest::Bytes<DWORD>(cfg.c->hPaperDims);
+    Row r;
+    std::copy_n(dims.begin() + 6 * (cfg.c->nCustomPaper + (landscape ? cfg.c->nPapers : 0)), 6,
+                r.begin());
     return r;
 }
 
@@ -632,9 +543,9 @@ TEST(DdiCustomPage, SizesAreLimitedConvertedAndWrittenToTheCustomRow) {
     for (const Case &c : cases) {
         SCOPED_TRACE(testing::Message() << c.width << " x " << c.height);
         ScopedConfig cfg;
-        EditConfig(cfg.h, [&](CFGINFO &r) { std::memcpy(&r.dwCustMinWidth, c.limits.data(), 16); });
+        std::memcpy(&cfg.c->dwCustMinWidth, c.limits.data(), 16);
         DevMode d = MakeDevMode(cfg.h), before = d;
-        Row landscape = CustomRow(cfg.h, true);
+        Row landscape = CustomRow(cfg, true);
         // One side alone goes through its id, which reads the record back.
         if (c.width == 0 || c.height == 0)
             EXPECT_EQ(DDISetDWord(&d.dm, c.width ? DDI_CUSTWIDTH : DDI_CUSTHEIGHT,
@@ -646,8 +557,8 @@ TEST(DdiCustomPage, SizesAreLimitedConvertedAndWrittenToTheCustomRow) {
         EXPECT_EQ(DDIGetDWord(&d.dm, DDI_CUSTHEIGHT), c.custHeight);
         EXPECT_EQ(d.dm.dmPaperWidth, c.paperWidth);
         EXPECT_EQ(d.dm.dmPaperLength, c.paperLength);
-        EXPECT_EQ(CustomRow(cfg.h), c.row);
-        EXPECT_EQ(CustomRow(cfg.h, true), landscape) << "the landscape half stays as built";
+        EXPECT_EQ(CustomRow(cfg), c.row);
+        EXPECT_EQ(CustomRow(cfg, true), landscape) << "the landscape half stays as built";
         // Nothing else of the record moves; the custom paper is not selected by this.
         d.dm.wCustWidth = before.dm.wCustWidth;
         d.dm.wCustHeight = before.dm.wCustHeight;
@@ -660,26 +571,26 @@ TEST(DdiCustomPage, SizesAreLimitedConvertedAndWrittenToTheCustomRow) {
 TEST(DdiCustomPage, WithoutAUsableCustomRowNoRowIsWritten) {
     ScopedConfig cfg;
     DevMode d = MakeDevMode(cfg.h), before = d;
-    const Row row = CustomRow(cfg.h);
+    const Row row = CustomRow(cfg);
     // A custom row past the table, or a table that won't lock: refused, nothing changes.
-    EditConfig(cfg.h, [](CFGINFO &c) { c.nCustomPaper = 5; });
+    cfg.c->nCustomPaper = 5;
     EXPECT_EQ(DDISetCustomPageSize(&d.dm, 5000, 5000), 0);
     SetCustomSizeFields(&d.dm, nullptr);
-    EditConfig(cfg.h, [](CFGINFO &c) { c.nCustomPaper = 4; });
+    cfg.c->nCustomPaper = 4;
     q417::mem::FailLock(2); // the dimension table
     EXPECT_EQ(DDISetCustomPageSize(&d.dm, 5000, 5000), 0);
     q417::mem::FailLock(0);
     EXPECT_EQ(std::memcmp(&d, &before, sizeof d), 0);
     // No custom paper: only the record takes the size, and a paper with id 256 brings none.
-    EditConfig(cfg.h, [](CFGINFO &c) { c.nCustomPaper = -1; });
+    cfg.c->nCustomPaper = -1;
     EXPECT_EQ(DDISetCustomPageSize(&d.dm, 5000, 99999), 1);
     EXPECT_EQ(d.dm.wCustWidth, 5000);
     EXPECT_EQ(d.dm.dmPaperWidth, 1763);
     EXPECT_EQ(d.dm.wCustHeight, 12960);
     EXPECT_EQ(DDISetPaperSize(&d.dm, 4), 1);
     EXPECT_EQ(d.dm.wCustWidth, 5000);
-    EditConfig(cfg.h, [](CFGINFO &c) { c.nCustomPaper = 4; });
-    EXPECT_EQ(CustomRow(cfg.h), row);
+    cfg.c->nCustomPaper = 4;
+    EXPECT_EQ(CustomRow(cfg), row);
 }
 
 TEST(DdiDevMode, StartupAndShutdownOwnOnlyTheWorkingBlock) {
