@@ -13,6 +13,7 @@ namespace {
 constexpr DWORD kSessionValue = 0x5E550001u; // what the recording plug-in's session returns
 
 using Bridge = q417::test::JobTest;
+using q417::test::JobHarness;
 
 TEST_F(Bridge, TheLoadingRuleTriesBesideTheDescriptionThenTheDriverDirectory) {
     struct Case {
@@ -118,7 +119,9 @@ TEST_F(Bridge, AWholeJobCallsEachEntryAtItsPointWithItsArguments) {
     h.Close();
     DiscardDeviceInfo(nullptr); // the configuration is read again at the next job's first page
     h.events.clear();
-    h.ObservePlugin();
+    auto observe = reinterpret_cast<PFN_Rec_SetObserver>(GetProcAddress(module, "Rec_SetObserver"));
+    ASSERT_NE(observe, nullptr);
+    observe([](void *ctx, const char *entry) { static_cast<JobHarness *>(ctx)->Mark(entry); }, &h);
     const size_t firstCall = h.PluginCalls().size();
 
     std::vector<BYTE> dm = h.DevMode(24);

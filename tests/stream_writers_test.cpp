@@ -4,29 +4,42 @@
 // streams.
 #include "stream_support.h"
 
+#include "config/config.h"
 #include "stream/stream.h"
 
 #include <cstring>
+#include <fstream>
 
 using namespace streamtest;
 
 namespace {
 
-struct StreamWriters : StreamTest {
+const char kVersion[] = "*FileVersion: \"2.10\"\n";
+constexpr unsigned short kLetter = 0, kA4 = 1, kPaperNone = 2;
+constexpr unsigned short kTray1 = 0, kTray4 = 1, kTrayAuto = 2;
+
+// A printer on quill.pdd, with no plug-in, no configuration read yet and no watermark
+// definitions: nothing but page set-up commands in the stream.
+struct StreamWriters : q417::test::JobTest {
     void SetUp() override {
-        StreamTest::SetUp();
+        DiscardDeviceInfo(nullptr);
+        ASSERT_TRUE(Q417_SetWindowsDirectory(h.dir().c_str()));
+        JobTest::SetUp();
         Open(kVersion);
     }
     void TearDown() override {
         Close();
-        StreamTest::TearDown(); // the writers keep no block
+        Q417_SetWindowsDirectory(nullptr);
+        JobTest::TearDown(); // the writers keep no block
     }
 
-    // Starts a job on quill.pdd and more lines and opens its first page; the test then owns the
-    // record.
+    // Starts a job on quill.pdd and more lines (a binary configuration made from an earlier one
+    // goes) and opens its first page; the test then owns the record.
     void Open(const std::string &more, const std::u16string &name = u"Report") {
         Close();
-        WriteDescription(more);
+        std::filesystem::remove(std::filesystem::path(h.pddPath()).replace_extension("bdd"));
+        std::ofstream(h.pddPath(), std::ios::binary)
+            << q417::test::DataFile("stream/quill.pdd") << more;
         h.Open(h.DevMode(16), name);
         ASSERT_EQ(DrvSplStartPage(h.job()), 1);
         info = static_cast<SPLDEVINFO *>(GlobalLock(q417::job::JobOf(h.job())->hDevInfo));
@@ -35,12 +48,13 @@ struct StreamWriters : StreamTest {
         h.events.clear();
     }
     void Close() {
-        if (!info) return;
-        CustDLL = CUSTDLL{};
-        GlobalUnlock(q417::job::JobOf(h.job())->hDevInfo);
-        info = nullptr;
-        DrvSplEndDoc(h.job());
-        h.Close();
+        if (info) {
+            CustDLL = CUSTDLL{};
+            GlobalUnlock(q417::job::JobOf(h.job())->hDevInfo);
+            info = nullptr;
+            DrvSplEndDoc(h.job());
+            h.Close();
+        }
         DiscardDeviceInfo(nullptr);
     }
 
@@ -306,23 +320,14 @@ TEST_F(StreamWriters, NamesThatDoNotFitAreCut) {
 
 // ---- Whole jobs ----
 
-// Whole jobs through the exported entries: the printer stream from the Universal Exit
-// Language to the job's end, byte for byte, against the golden streams in tests/data/stream.
-struct StreamJob : StreamTest {
-    // A job "Annual report" of three pages, PCL 5e, 600 dpi, two copies.
-    std::string Run(BYTE pagesPerSheet, const q417::test::JobHarness::PageChange &change = {}) {
-        std::vector<BYTE> dm = h.DevMode(0, 600, pagesPerSheet);
-        reinterpret_cast<DDIDEVMODE *>(dm.data())->wEmulation = 2;
-        reinterpret_cast<DDIDEVMODE *>(dm.data())->dmCopies = 2;
-        h.RunJob(dm, u"Annual report", change);
-        return h.Stream();
-    }
-};
-
-// A page-size command with its duplex code replaces the form feed; the tray of code -1 sends
-// nothing but is remembered.
-TEST_F(StreamJob, ColourJobChangingPaperAndTray) {
-    auto change = [](int page, SPLDEVINFO &r, DDIDEVMODE &dm) {
+// Whole jobs through the exported entries, against the golden streams in tests/data/stream:
+// the printer stream from the Universal Exit Language to the job's end, byte for byte. A job
+// "Annual report" of three pages, PCL 5e, 600 dpi, two copies. The colour job changes paper and
+// tray: a page-size command with its duplex code replaces the form feed; the tray of code -1
+// sends nothing but is remembered. Two up turns the sheet.
+TEST_F(StreamWriters, WholeJobsAgainstTheGoldenStreams) {
+    Close();
+    auto colour = [](int page, SPLDEVINFO &r, DDIDEVMODE &dm) {
         dm.wEmulation = 3;
         dm.dmCopies = 1;
         dm.dmDuplex = 2;
@@ -333,11 +338,15 @@ TEST_F(StreamJob, ColourJobChangingPaperAndTray) {
         r.cxPrintable = 5592; // A4 less the margins
         r.cyPrintable = 8060;
     };
-    EXPECT_STREAM(Run(1, change), Golden("colour_job.txt"));
-}
-
-TEST_F(StreamJob, TwoUpTurnsTheSheet) {
-    EXPECT_STREAM(Run(2), Golden("two_up.txt"));
+    const std::tuple<const char *, BYTE, q417::test::JobHarness::PageChange> jobs[] = {
+        {"colour_job.txt", 1, colour}, {"two_up.txt", 2, {}}};
+    for (const auto &[golden, pagesPerSheet, change] : jobs) {
+        std::vector<BYTE> dm = h.DevMode(0, 600, pagesPerSheet);
+        reinterpret_cast<DDIDEVMODE *>(dm.data())->wEmulation = 2;
+        reinterpret_cast<DDIDEVMODE *>(dm.data())->dmCopies = 2;
+        h.RunJob(dm, u"Annual report", change);
+        EXPECT_STREAM(h.Stream(), Golden(golden)) << golden;
+    }
 }
 
 } // namespace
