@@ -16,28 +16,25 @@ using Bridge = q417::test::JobTest;
 using q417::test::JobHarness;
 
 TEST_F(Bridge, TheLoadingRuleTriesBesideTheDescriptionThenTheDriverDirectory) {
+    const std::string junk = (h.dir() / "junk").string();
+    std::ofstream(junk) << "MZ this is no ELF file";
+    // A module or junk linked at "printer.DLL" beside the description, and a module at
+    // "driver/2/QMARKDLG.DLL" in the driver directory.
     struct Case {
-        const char *what;
-        const char *beside;    // module or junk at "printer.DLL"
-        const char *driverDir; // module at "driver/2/QMARKDLG.DLL"
-        bool loads;
-        bool hasEntries;
+        const char *what, *beside, *driverDir;
+        bool loads, hasEntries;
     } cases[] = {
         {"beside the description", Q417_PLUGIN_REC, nullptr, true, true},
         {"driver directory", nullptr, Q417_PLUGIN_REC, true, true},
         {"beside wins over the directory", Q417_PLUGIN_REC, Q417_PLUGIN_NONE, true, true},
-        {"not a shared object: the directory's", "junk", Q417_PLUGIN_REC, true, true},
-        {"not a shared object, nothing else", "junk", nullptr, false, false},
+        {"not a shared object: the directory's", junk.c_str(), Q417_PLUGIN_REC, true, true},
+        {"not a shared object, nothing else", junk.c_str(), nullptr, false, false},
         {"a plug-in without entries", Q417_PLUGIN_NONE, nullptr, true, false},
         {"nothing at all", nullptr, nullptr, false, false},
     };
     for (const Case &c : cases) {
         q417::test::JobHarness p("rule");
-        if (c.beside && std::string(c.beside) == "junk") {
-            std::ofstream(p.dir() / "printer.DLL") << "MZ this is no ELF file";
-        } else if (c.beside) {
-            p.InstallPlugin(c.beside);
-        }
+        if (c.beside) p.InstallPlugin(c.beside);
         if (c.driverDir) p.Link(c.driverDir, p.dir() / "driver" / "2" / "QMARKDLG.DLL");
         const int loaded = FillFunctionTable(p.printer());
         EXPECT_EQ(loaded != 0, c.loads) << c.what;

@@ -73,8 +73,7 @@ struct StreamWriters : q417::test::JobTest {
 
 TEST_F(StreamWriters, OutputModeSwitches) {
     struct Case {
-        BYTE from, to;
-        WORD flagsBefore, flagsAfter;
+        int from, to, flagsBefore, flagsAfter;
         const char *stream;
     } cases[] = {
         {OUTPUT_UNKNOWN, OUTPUT_PCL, 0xFFFF, 0x0D90, R"(\x1b%0A)"},  // leaving keeps 0x0D90
@@ -115,11 +114,7 @@ TEST_F(StreamWriters, HPGLScaleOfAnNUpSheet) {
 // in lines, and the duplex code that goes out with it.
 TEST_F(StreamWriters, PageSizeCommand) {
     struct Case {
-        INT margin;
-        SHORT orientation;
-        DWORD pagesPerSheet, keepOrient;
-        BYTE rotated, outputFlags;
-        SHORT duplex;
+        int margin, orientation, pagesPerSheet, keepOrient, rotated, outputFlags, duplex;
         const char *command;
     } cases[] = {
         {149, 1, 1, 0, 0, 0, 0, R"(\x1b&l2a0o6d1E)"},
@@ -167,10 +162,7 @@ TEST_F(StreamWriters, PageSizeCommand) {
 // nothing; a tray of code -1 is remembered but not sent.
 TEST_F(StreamWriters, PaperOrientationAndTrayMemory) {
     struct Step {
-        WORD paper;
-        SHORT orientation;
-        WORD tray;
-        int result;
+        int paper, orientation, tray, result;
         const char *page, *traySelect;
     } steps[] = {
         {kA4, 2, kTray1, 1, R"(\x1b&l26a1o4d1E)", ""},     // new paper: orientation memory stays 0
@@ -228,8 +220,7 @@ TEST_F(StreamWriters, HeaderHooksStandBehindTheirStepsAndTheirChangesCount) {
 // job whose three object classes are all gray asks for gray rendering.
 TEST_F(StreamWriters, EmulationAndGrayRendering) {
     struct Case {
-        WORD emulation;
-        BYTE t0, t1, t2;
+        int emulation, t0, t1, t2;
         const char *label;
         bool gray;
     } cases[] = {
@@ -291,9 +282,8 @@ TEST_F(StreamWriters, NamesThatDoNotFitAreCut) {
     EXPECT_EQ(Take(), "@PJL COMMENT Job Name: " + std::string(399, 'n') + "\n");
     EXPECT_EQ(GlobalFlags(dm->hJobName) & 0xFF, 0u); // the name is unlocked again
     struct Case {
-        const char *codePage;
-        const char *encoded; // U+3042 in that code page
-        size_t charsKept;    // of 300
+        const char *codePage, *encoded; // U+3042 in that code page
+        size_t charsKept;               // of 300
     } cases[] = {
         {"CP932", "\x82\xa0", 199},     // 2 bytes: 398 of 399
         {"UTF-8", "\xe3\x81\x82", 133}, // 3 bytes: 399 exactly
