@@ -15,8 +15,7 @@ TEST_F(Channel, StartDocMakesAFreshRecordOrNothingAndCloseFreesEveryBlock) {
     struct Case {
         long failAlloc, failLock; // job block, then record
         bool job;
-        SHORT lastPaper;
-        long closeFailLock;
+        long lastPaper, closeFailLock;
     } cases[] = {{0, 0, true, -1, 0}, {1, 0, false, 0, 0}, {2, 0, false, 0, 0},
                  {0, 1, false, 0, 0}, {0, 2, true, 0, 0}, // an unlocked record stays zero-filled
                  {0, 0, true, -1, 1}, {0, 0, true, -1, 2}};
@@ -75,24 +74,19 @@ TEST_F(Channel, EveryTagButTheFourStateTagsIsPrintDataWithTheTagStripped) {
 TEST_F(Channel, Block1ReplacesTheRecordButItsHistory) {
     h.Open(h.DevMode());
     for (bool forget : {false, true}) {
-        ASSERT_EQ(h.SendDevMode(h.DevMode()), 1);
         {
             q417::job::Locked<SPLDEVINFO> info(q417::job::JobOf(h.job())->hDevInfo);
-            info->nLastPaper = 3; // what the library has told the printer
-            info->nLastTray = 5;
-            info->nLastOrient = 7; // past 200 bytes, as is the output mode
-            info->bOutputMode = OUTPUT_HPGL;
+            info->nLastPaper = info->nLastTray = 3; // what the library has told the printer
+            info->bOutputMode = OUTPUT_HPGL;        // past 200 bytes
         }
         SPLDEVINFO r = LetterRecord();
         r.nLastPaper = r.nLastTray = 42;
-        r.nLastOrient = 2;
         r.dwDevFlags = forget ? DEV_FORGET_HISTORY | 0x02 : 0;
         r.pDevMode = 0x12345678; // a pointer of the sender's address space
         ASSERT_EQ(h.SendRecord(r, forget ? 200 : sizeof r), 1);
         const SPLDEVINFO got = h.Record();
         EXPECT_EQ(got.nLastPaper, forget ? -1 : 3) << forget;
-        EXPECT_EQ(got.nLastTray, forget ? -1 : 5) << forget;
-        EXPECT_EQ(got.nLastOrient, forget ? 7 : 2) << forget << ": not a history word";
+        EXPECT_EQ(got.nLastTray, forget ? -1 : 3) << forget;
         EXPECT_EQ(got.bOutputMode, forget ? OUTPUT_HPGL : OUTPUT_PCL) << forget;
         EXPECT_EQ(got.pDevMode, 0u) << forget;
     }

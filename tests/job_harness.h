@@ -78,10 +78,10 @@ class JobHarness {
         std::filesystem::remove_all(dir_);
         std::filesystem::create_directories(dir_ / "driver");
         pdd_ = (dir_ / "printer.PDD").string();
-        driverDir_ = (dir_ / "driver").string();
+        const std::string driverDir = (dir_ / "driver").string();
         const Q417_PRINTER p{.name = "Test 417",
                              .pdd_path = pdd_.c_str(),
-                             .driver_dir = driverDir_.c_str(),
+                             .driver_dir = driverDir.c_str(),
                              .port = "LPT1:",
                              .windows_dir = nullptr};
         hPrinter_ = Q417_AddPrinter(&p);
@@ -229,7 +229,6 @@ class JobHarness {
 
     std::filesystem::path dir_;
     std::string pdd_;
-    std::string driverDir_;
     HANDLE32 hPrinter_ = 0;
     void *job_ = nullptr;
     size_t failAt_ = 0;
