@@ -30,10 +30,17 @@ int DarkDots(const std::string &download) {
 }
 
 // The cell holds 64 thresholds, one every four levels from 1 to 249 and 5 twice, tiled four
-// times: each level's dots lie inside the darker level's, four go at each threshold.
+// times: each level's dots lie inside the darker level's, four go at each threshold. Without
+// memory there is no brush, and no block is left.
 TEST(GrayBrush, EveryLevelOfTheCell) {
     wmtest::Job job;
-    job.dm.wEmulation = 1;
+    const long before = q417::mem::LiveBlocks();
+    for (long n : {1, 2}) {
+        q417::mem::FailAllocation(n);
+        EXPECT_EQ(CreateGrayBrush(&job.info, 10), nullptr) << n;
+        q417::mem::FailAllocation(0);
+        EXPECT_EQ(q417::mem::LiveBlocks(), before);
+    }
     std::string darker = Download(job, 0);
     EXPECT_EQ(DarkDots(darker), 256);
     for (int level = 1; level <= 255; ++level) {
@@ -67,38 +74,22 @@ TEST(GrayBrush, PatternBytesPerLevel) {
     };
     for (const Case &c : cases) {
         wmtest::Job job;
-        job.dm.wEmulation = 1; // format 0, 1 bit a pixel, 16 by 16: the eight rows twice
+        // Emulation 1: format 0, 1 bit a pixel, 16 by 16: the eight rows twice.
         EXPECT_EQ(Download(job, c.level),
                   "\x1b*c2g40W\x00\x00\x01\x00\x00\x10\x00\x10"s + c.rows + c.rows)
             << "level " << c.level;
         EXPECT_EQ(job.info.wCurPattern, std::clamp(c.level, 0, 255));
         EXPECT_EQ(Download(job, c.level).empty(), c.level > 0) << "again, level " << c.level;
     }
-}
-
-// Format 20 carries the x resolution twice; a pattern found in HP-GL/2 goes out in PCL.
-TEST(GrayBrush, Format20FromHpgl) {
+    // Format 20 carries the x resolution twice; a pattern found in HP-GL/2 goes out in PCL.
     wmtest::Job job;
     job.info.bOutputMode = OUTPUT_HPGL;
     job.dm.wEmulation = 2;
-    job.dm.dmPrintQuality = 600;
     job.dm.dmYResolution = 1200; // not used by the pattern
-    // Format 20, 16 by 16, 600 and 600 dpi.
     EXPECT_EQ(Download(job, 250),
               "\x1b%0A\x1b*c2g44W\x14\x00\x01\x00\x00\x10\x00\x10\x02\x58\x02\x58"s +
                   std::string(32, '\0'));
     EXPECT_EQ(job.info.bOutputMode, OUTPUT_PCL);
-}
-
-TEST(GrayBrush, NoMemoryLeavesNothingBehind) {
-    wmtest::Job job;
-    const long before = q417::mem::LiveBlocks();
-    for (long n : {1, 2}) {
-        q417::mem::FailAllocation(n);
-        EXPECT_EQ(CreateGrayBrush(&job.info, 10), nullptr) << n;
-        EXPECT_EQ(q417::mem::LiveBlocks(), before);
-    }
-    q417::mem::FailAllocation(0);
 }
 
 struct Xfer : ::testing::Test {
@@ -116,17 +107,14 @@ struct Xfer : ::testing::Test {
     }
 };
 
-// The luminance weights, rounded: a gray level comes back within one.
-TEST_F(Xfer, DefaultsMapGrayToItselfWithinOne) {
+// The luminance weights, rounded: a gray level comes back within one. A file replaces what it
+// holds.
+TEST_F(Xfer, DefaultsMapGrayToItselfWithinOneAndTheFileReplacesWhatItHolds) {
     ASSERT_EQ(DefaultXfers(), 1);
     EXPECT_EQ(std::accumulate(RedXfer, RedXfer + 256, 0), 9805);
     EXPECT_EQ(std::accumulate(GrnXfer, GrnXfer + 256, 0), 19259);
     EXPECT_EQ(std::accumulate(BluXfer, BluXfer + 256, 0), 3593);
     for (int i = 0; i < 256; ++i) EXPECT_LE(std::abs(RedXfer[i] + GrnXfer[i] + BluXfer[i] - i), 1);
-}
-
-TEST_F(Xfer, TheFileReplacesWhatItHolds) {
-    ASSERT_EQ(DefaultXfers(), 1);
     const std::vector<BYTE> defaults = Tables();
     // File size, and the bytes of the three tables taken from it: red and 44 of green from 300.
     for (auto [size, replaced] : {std::pair{768, 768}, {300, 300}, {0, 0}, {1000, 768}}) {
@@ -143,7 +131,8 @@ TEST_F(Xfer, TheFileReplacesWhatItHolds) {
     EXPECT_EQ(Tables(), defaults);
 }
 
-TEST_F(Xfer, TheNameTakesXfrForTheLastThreeCharacters) {
+// The file's name is the description's with "xfr" for the last three characters.
+TEST_F(Xfer, ReadXferTableFindsTheFileBesideThePrinterDescription) {
     // Too short for three characters ("ab"): no file is named.
     for (auto [in, out] :
          {std::pair<std::u16string, std::u16string>{u"C:\\d\\c417.PDD", u"C:\\d\\c417.xfr"},
@@ -155,9 +144,6 @@ TEST_F(Xfer, TheNameTakesXfrForTheLastThreeCharacters) {
         EXPECT_EQ(std::u16string(in.c_str()), out);
     }
     EXPECT_EQ(MakeXferTableName(nullptr), 0);
-}
-
-TEST_F(Xfer, ReadXferTableFindsTheFileBesideThePrinterDescription) {
     std::vector<BYTE> bytes(768, 9);
     dir.Write("color417.xfr", bytes);
     const std::string pdd = (dir.path / "color417.pdd").string();

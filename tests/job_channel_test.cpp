@@ -15,8 +15,7 @@ TEST_F(Channel, StartDocMakesAFreshRecordOrNothingAndCloseFreesEveryBlock) {
     struct Case {
         long failAlloc, failLock; // job block, then record
         bool job;
-        SHORT lastPaper;
-        long closeFailLock;
+        long lastPaper, closeFailLock;
     } cases[] = {{0, 0, true, -1, 0}, {1, 0, false, 0, 0}, {2, 0, false, 0, 0},
                  {0, 1, false, 0, 0}, {0, 2, true, 0, 0}, // an unlocked record stays zero-filled
                  {0, 0, true, -1, 1}, {0, 0, true, -1, 2}};
@@ -69,85 +68,27 @@ TEST_F(Channel, EveryTagButTheFourStateTagsIsPrintDataWithTheTagStripped) {
     DrvSplClose(nullptr);
 }
 
-// A block 1 replaces the record as far as it reaches, but for the history words, kept unless
-// the sender says forget; it releases the device mode copy, and the sender's pointer goes.
+// A block 1 replaces the record as far as it reaches (a short one keeps what lies past it), but
+// for the history words, kept unless the sender says forget; the device mode copy and the
+// sender's pointer go.
 TEST_F(Channel, Block1ReplacesTheRecordButItsHistory) {
     h.Open(h.DevMode());
-    struct Case {
-        DWORD flags;
-        DWORD size;
-        SHORT paper, tray, orient;
-        BYTE outputMode; // past 200 bytes: the block's, or what the record had
-    } cases[] = {
-        {0, sizeof(SPLDEVINFO), 3, 5, 2, OUTPUT_PCL},
-        {DEV_FORGET_HISTORY, sizeof(SPLDEVINFO), -1, -1, 2, OUTPUT_PCL},
-        {DEV_FORGET_HISTORY | 0x02, 200, -1, -1, 7, OUTPUT_HPGL}, // up to nSubPage
-    };
-    for (const Case &c : cases) {
-        ASSERT_EQ(h.SendDevMode(h.DevMode()), 1);
+    for (bool forget : {false, true}) {
         {
             q417::job::Locked<SPLDEVINFO> info(q417::job::JobOf(h.job())->hDevInfo);
-            info->nLastPaper = 3; // what the library has told the printer
-            info->nLastTray = 5;
-            info->nLastOrient = 7;
-            info->bOutputMode = OUTPUT_HPGL;
+            info->nLastPaper = info->nLastTray = 3; // what the library has told the printer
+            info->bOutputMode = OUTPUT_HPGL;        // past 200 bytes
         }
         SPLDEVINFO r = LetterRecord();
-        r.nLastPaper = 42;
-        r.nLastTray = 43;
-        r.nLastOrient = 2;
-        r.dwDevFlags = c.flags;
+        r.nLastPaper = r.nLastTray = 42;
+        r.dwDevFlags = forget ? DEV_FORGET_HISTORY | 0x02 : 0;
         r.pDevMode = 0x12345678; // a pointer of the sender's address space
-        ASSERT_EQ(h.SendRecord(r, c.size), 1);
+        ASSERT_EQ(h.SendRecord(r, forget ? 200 : sizeof r), 1);
         const SPLDEVINFO got = h.Record();
-        SCOPED_TRACE(testing::Message() << c.flags << ", " << c.size << " bytes");
-        EXPECT_EQ(got.nLastPaper, c.paper);
-        EXPECT_EQ(got.nLastTray, c.tray);
-        EXPECT_EQ(got.nLastOrient, c.orient) << "not a history word";
-        EXPECT_EQ(got.pDevMode, 0u);
-        EXPECT_EQ(got.bOutputMode, c.outputMode);
-    }
-}
-
-// Too long a block 1, too short a block 2, or a block without memory: refused, the job unchanged.
-TEST_F(Channel, RefusedBlocksReturnZeroAndChangeNothing) {
-    h.Open(h.DevMode());
-    const SPLDEVINFO before = h.Record();
-    const long live = q417::mem::LiveBlocks();
-    struct Case {
-        const char *what;
-        BYTE tag;
-        long failAlloc, failLock;
-        int extra = 0; // bytes added to the block
-    } cases[] = {
-        {"block 1 too long", 1, 0, 0, 1},
-        {"block 2 too short", 2, 0, 0, -1},
-        {"temporary block, print data", 0x30, 1, 0},
-        {"temporary block, lock", 0x30, 0, 1},
-        {"temporary block, block 1", 1, 1, 0},
-        {"device mode copy", 2, 2, 0},
-        {"device mode copy, lock", 2, 0, 2},
-        {"record lock on block 2", 2, 0, 3},
-        {"record lock on block 1", 1, 0, 2},
-        {"record lock on block 8", 8, 0, 2},
-    };
-    for (const Case &c : cases) {
-        std::vector<BYTE> payload = {'A', 0, 'B', 0};
-        if (c.tag == 1) {
-            payload.resize(sizeof(SPLDEVINFO));
-            std::memcpy(payload.data(), &before, sizeof before);
-        } else if (c.tag == 2) {
-            payload = h.DevMode();
-        }
-        payload.resize(payload.size() + c.extra, 0xAB);
-        EXPECT_EQ(WithFaults(c.failAlloc, c.failLock,
-                             [&] { return h.Send(c.tag, payload.data(), payload.size()); }),
-                  0)
-            << c.what;
-        const SPLDEVINFO after = h.Record();
-        EXPECT_EQ(std::memcmp(&before, &after, sizeof before), 0) << c.what;
-        EXPECT_EQ(q417::mem::LiveBlocks(), live) << c.what;
-        EXPECT_TRUE(h.events.empty()) << c.what;
+        EXPECT_EQ(got.nLastPaper, forget ? -1 : 3) << forget;
+        EXPECT_EQ(got.nLastTray, forget ? -1 : 3) << forget;
+        EXPECT_EQ(got.bOutputMode, forget ? OUTPUT_HPGL : OUTPUT_PCL) << forget;
+        EXPECT_EQ(got.pDevMode, 0u) << forget;
     }
 }
 
@@ -160,21 +101,25 @@ std::u16string StoredName() {
 // One name block for the job, shared by handle with whichever device mode copy is current.
 // A block 8 allocates the temporary block, then the name; it locks the temporary block, the
 // record, then the name. Without memory for the name the old one goes all the same, and the
-// sender is told nothing.
-TEST_F(Channel, TheJobNameThroughASequenceOfBlocks) {
+// sender is told nothing. Too long a block 1, too short a block 2, or a block without memory
+// is refused, and leaves the job as it was.
+TEST_F(Channel, TheJobNameAndRefusedBlocksThroughASequenceOfBlocks) {
     ASSERT_NE(h.Start(), nullptr);
     std::vector<BYTE> dm = h.DevMode(16);
     reinterpret_cast<DDIDEVMODE *>(dm.data())->hJobName = 0xBADBAD; // the sender's, stale
     dm[sizeof(DDIDEVMODE) + 3] = 0x5A;
-    std::vector<BYTE> record(sizeof(SPLDEVINFO));
+    std::vector<BYTE> record(sizeof(SPLDEVINFO) + 1);
     const SPLDEVINFO letter = LetterRecord();
     std::memcpy(record.data(), &letter, sizeof letter);
+    const std::vector<BYTE> tooLong = record, tooShort(dm.begin(), dm.end() - 17);
+    record.pop_back();
     struct Step {
         const char *what;
         BYTE tag;
         std::vector<BYTE> payload;
         std::u16string expect;
         long failAlloc = 0, failLock = 0;
+        BOOL result = 1;
     } steps[] = {
         {"block 1", 1, record, u"<none>"},
         {"a name before block 2 is not stored", 8, {'E', 0, 'a', 0}, u"<none>"},
@@ -184,6 +129,14 @@ TEST_F(Channel, TheJobNameThroughASequenceOfBlocks) {
         {"a 0 character ends the name", 8, {'X', 0, 0, 0, 'Y', 0}, u"X"},
         {"a leading 0 keeps the old name", 8, {0, 0, 'Z', 0}, u"X"},
         {"one byte is no character", 8, {'Q'}, u"X"},
+        {"block 1 too long", 1, tooLong, u"X", 0, 0, 0},
+        {"block 2 too short", 2, tooShort, u"X", 0, 0, 0},
+        {"temporary block, print data", 0x30, {'A', 0}, u"X", 1, 0, 0},
+        {"temporary block's lock", 0x30, {'A', 0}, u"X", 0, 1, 0},
+        {"record lock on block 1", 1, record, u"X", 0, 2, 0},
+        {"device mode copy", 2, dm, u"X", 2, 0, 0},
+        {"device mode copy's lock", 2, dm, u"X", 0, 2, 0},
+        {"record lock on block 8", 8, {'R', 0}, u"X", 0, 2, 0},
         {"a new cycle keeps the name: block 1", 1, record, u"X"},
         {"block 2", 2, dm, u"X"},
         {"a second name replaces the first", 8, {'N', 0, 'e', 0, 'w', 0}, u"New"},
@@ -193,13 +146,21 @@ TEST_F(Channel, TheJobNameThroughASequenceOfBlocks) {
         {"and again", 8, {'P', 0}, u"P"},
     };
     for (const Step &s : steps) {
+        const SPLDEVINFO before = h.Record();
+        const long live = q417::mem::LiveBlocks();
         ASSERT_EQ(WithFaults(s.failAlloc, s.failLock,
                              [&] { return h.Send(s.tag, s.payload.data(), s.payload.size()); }),
-                  1)
+                  s.result)
             << s.what;
         EXPECT_EQ(StoredName(), s.expect) << s.what;
         EXPECT_EQ(h.Record().pDevMode ? h.DevModeCopy().hJobName : hJobName, hJobName) << s.what;
+        if (!s.result) {
+            const SPLDEVINFO after = h.Record();
+            EXPECT_EQ(std::memcmp(&before, &after, sizeof before), 0) << s.what;
+            EXPECT_EQ(q417::mem::LiveBlocks(), live) << s.what;
+        }
     }
+    EXPECT_TRUE(h.events.empty()) << "refused print data never reaches the printer";
     q417::job::Locked<SPLDEVINFO> info(q417::job::JobOf(h.job())->hDevInfo);
     const auto *copy = reinterpret_cast<const BYTE *>(DevModeOf(info.get()));
     EXPECT_EQ(GlobalSize(GlobalHandle(copy)), dm.size()) << "plug-in data travel with it";

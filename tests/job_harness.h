@@ -78,10 +78,10 @@ class JobHarness {
         std::filesystem::remove_all(dir_);
         std::filesystem::create_directories(dir_ / "driver");
         pdd_ = (dir_ / "printer.PDD").string();
-        driverDir_ = (dir_ / "driver").string();
+        const std::string driverDir = (dir_ / "driver").string();
         const Q417_PRINTER p{.name = "Test 417",
                              .pdd_path = pdd_.c_str(),
-                             .driver_dir = driverDir_.c_str(),
+                             .driver_dir = driverDir.c_str(),
                              .port = "LPT1:",
                              .windows_dir = nullptr};
         hPrinter_ = Q417_AddPrinter(&p);
@@ -115,13 +115,6 @@ class JobHarness {
         const RecCall *calls = hCustUIDLL && get ? get(&count) : nullptr;
         return {calls, calls + count};
     }
-    // Routes the plug-in's calls into the event log; the plug-in must be loaded.
-    void ObservePlugin() {
-        auto set =
-            reinterpret_cast<PFN_Rec_SetObserver>(GetProcAddress(hCustUIDLL, "Rec_SetObserver"));
-        ASSERT_NE(set, nullptr);
-        set(&JobHarness::Observe, this);
-    }
 
     // ---- The job ----
     void *Start(DWORD jobId = 7) {
@@ -147,9 +140,7 @@ class JobHarness {
     }
     BOOL SendRecord(const SPLDEVINFO &r, size_t cb = sizeof(SPLDEVINFO)) { return Send(1, &r, cb); }
     BOOL SendDevMode(const std::vector<BYTE> &dm) { return Send(2, dm.data(), dm.size()); }
-    BOOL SendName(const std::u16string &name) {
-        return Send(8, name.data(), name.size() * sizeof(char16_t));
-    }
+    BOOL SendName(const std::u16string &n) { return Send(8, n.data(), n.size() * 2); }
     BOOL SendData(const std::string &bytes, BYTE tag = 0x30) {
         return Send(tag, bytes.data(), bytes.size());
     }
@@ -211,7 +202,8 @@ class JobHarness {
     }
 
     // ---- The stream ----
-    // Each write the printer received, and the plug-in's calls and the test's marks as "<name>".
+    // Each write the printer received, and the test's marks (the plug-in's calls, where the test
+    // routes them here) as "<name>".
     std::vector<std::string> events;
     void Mark(const std::string &what) { events.push_back("<" + what + ">"); }
     std::string Stream() const {
@@ -234,13 +226,9 @@ class JobHarness {
         self->events.emplace_back(static_cast<const char *>(data), size);
         return 1;
     }
-    static void Observe(void *ctx, const char *entry) {
-        static_cast<JobHarness *>(ctx)->Mark(entry);
-    }
 
     std::filesystem::path dir_;
     std::string pdd_;
-    std::string driverDir_;
     HANDLE32 hPrinter_ = 0;
     void *job_ = nullptr;
     size_t failAt_ = 0;

@@ -1,8 +1,6 @@
 // N-up placement: grids, images, scales and cell origins, to the pixel.
 #include "job_harness.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <array>
 #include <climits>
@@ -30,23 +28,16 @@ TEST(NUp, EveryLayoutToThePixel) {
             line.begin(), line.end(), [](char c) { return c == '|' || c == ','; }, ' ');
         std::istringstream in(line);
         int n, orient, res, scale, cx, cy;
-        INT given[6];
         DWORD keep;
         in >> n >> orient >> res;
-        for (INT &v : given) in >> v;
+        Sheet s(static_cast<BYTE>(n), static_cast<SHORT>(orient), static_cast<SHORT>(res));
+        SPLDEVINFO &r = s.info;
+        in >> r.cxPaper >> r.cyPaper >> r.cxPrintable >> r.cyPrintable >> r.cxMargin >> r.cyMargin;
         in >> keep >> scale >> cx >> cy;
         Origins cells;
         for (INT x, y; in >> x >> y;) cells.push_back({x, y});
         ++layouts;
         SCOPED_TRACE(what);
-        Sheet s(static_cast<BYTE>(n), static_cast<SHORT>(orient), static_cast<SHORT>(res));
-        SPLDEVINFO &r = s.info;
-        r.cxPaper = given[0];
-        r.cyPaper = given[1];
-        r.cxPrintable = given[2];
-        r.cyPrintable = given[3];
-        r.cxMargin = given[4];
-        r.cyMargin = given[5];
         InitSubPages(&r);
         EXPECT_EQ(r.nPagesPerSheet, static_cast<DWORD>(n));
         EXPECT_EQ(r.bKeepOrient, keep);
@@ -60,48 +51,46 @@ TEST(NUp, EveryLayoutToThePixel) {
         EXPECT_EQ(r.ySubPage, cells.at(0)[1]);
         EXPECT_EQ(r.nLayoutOrient, orient);
         EXPECT_EQ(r.nLayoutPaper, 1);
-        const int x = keep ? 0 : 1, y = 1 - x; // each pair x, y
-        EXPECT_EQ(std::vector<INT>(r.Layout, r.Layout + 6),
-                  (std::vector<INT>{given[x], given[y], given[2 + x], given[2 + y], given[4 + x],
-                                    given[4 + y]}));
+        const INT pairs[3][2] = {
+            {r.cxPaper, r.cyPaper}, {r.cxPrintable, r.cyPrintable}, {r.cxMargin, r.cyMargin}};
+        for (int i = 0; i < 6; ++i) EXPECT_EQ(r.Layout[i], pairs[i / 2][(i % 2) ^ !keep]) << i;
     }
     EXPECT_EQ(layouts, 13);
 }
 
-TEST(NUp, PagesPerSheetOutsideTheTable) {
-    struct Case {
-        BYTE bLayout;
-        DWORD pages;
-        INT orient; // nLayoutOrient afterwards; starts at 99
-    } cases[] = {
-        {1, 1, 99},    // one page: nothing is laid out
-        {3, 1, 1},     // no grid for 3: the fields are set, one page per sheet
-        {0, 1, 1},     // likewise 0
-        {0xC4, 4, 1},  // booklet and border bits are not this side's
-        {0x41, 1, 99}, // booklet bit and one page
-    };
-    for (const Case &c : cases) {
-        Sheet s(c.bLayout, 1);
+// Pages per sheet outside the table, a cell count beyond the sixteen cells, and zeros and
+// extremes from the sender: nothing is laid out or moved that should not be, and nothing traps
+// (no defined result otherwise: the sanitizers watch this one).
+TEST(NUp, OutsideTheTableAndFromTheSender) {
+    // bLayout, then nPagesPerSheet and nLayoutOrient (from 99): no grid for 3; one page is not
+    // laid out; the booklet and border bits are not this side's.
+    for (auto [layout, pages, orient] : {std::tuple{3, 1u, 1}, {0x41, 1u, 99}, {0xC4, 4u, 1}}) {
+        Sheet s(static_cast<BYTE>(layout), 1);
         s.info.nLayoutOrient = 99;
         InitSubPages(&s.info);
-        EXPECT_EQ(s.info.nPagesPerSheet, c.pages) << int(c.bLayout);
-        EXPECT_EQ(s.info.nLayoutOrient, c.orient) << int(c.bLayout);
+        EXPECT_EQ(s.info.nPagesPerSheet, pages) << layout;
+        EXPECT_EQ(s.info.nLayoutOrient, orient) << layout;
     }
-}
-
-// The cell of each page: WriteHeaders. One page per sheet, or a count beyond the sixteen cells:
-// nothing moves.
-TEST(NUp, NewSubPageOutsideTheCells) {
-    Sheet s(4, 1);
+    Sheet s(4, 1, 0);
     InitSubPages(&s.info);
     s.info.xSubPage = 5;
-    for (DWORD pages : {1u, 1000u}) {
-        s.info.nPagesPerSheet = pages;
-        s.info.nSubPage = 999;
-        s.info.bJobFlags = JOB_SUBPAGE_MARK;
-        NewSubPage(&s.info);
-        EXPECT_EQ(s.info.xSubPage, 5) << pages;
-        EXPECT_EQ(s.info.bJobFlags, pages == 1 ? JOB_SUBPAGE_MARK : 0) << pages;
+    s.info.nPagesPerSheet = 1000;
+    s.info.nSubPage = 999; // no cell of sixteen
+    NewSubPage(&s.info);
+    EXPECT_EQ(s.info.xSubPage, 5);
+    s.info.nScaleY = INT_MAX;
+    ScaleNupHt(&s.info, INT_MAX);
+    ScaleNupPosX(&s.info, INT_MIN);
+    s.dm.dmYResolution = -1;
+    s.info.nScaleY = 1;
+    ScaleNupHt(&s.info, INT_MIN);
+    for (INT value : {0, INT_MAX}) {
+        for (INT SPLDEVINFO::*field : {&SPLDEVINFO::cxPaper, &SPLDEVINFO::cyPaper,
+                                       &SPLDEVINFO::cxPrintable, &SPLDEVINFO::cyPrintable}) {
+            Sheet t(6, 1);
+            t.info.*field = value;
+            InitSubPages(&t.info);
+        }
     }
 }
 
@@ -128,29 +117,6 @@ TEST(NUp, ScalingTruncatesTwiceAndAddsTheOrigin) {
     EXPECT_EQ(ScaleNupHt(&s.info, 720), 720);
     EXPECT_EQ(ScaleNupPosX(&s.info, 720), 720);
     EXPECT_EQ(ScaleNupPosY(&s.info, 720), 720);
-}
-
-TEST(NUp, ZerosAndExtremesFromTheSenderDoNotTrap) {
-    // No defined result, but no trap either: the sanitizers watch this one.
-    for (INT value : {0, INT_MAX}) {
-        for (INT SPLDEVINFO::*field : {&SPLDEVINFO::cxPaper, &SPLDEVINFO::cyPaper,
-                                       &SPLDEVINFO::cxPrintable, &SPLDEVINFO::cyPrintable}) {
-            for (BYTE n : {2, 4, 6}) {
-                Sheet s(n, 1);
-                s.info.*field = value;
-                InitSubPages(&s.info);
-            }
-        }
-    }
-    Sheet s(4, 1, 0);
-    InitSubPages(&s.info);
-    s.info.nScaleY = INT_MAX;
-    ScaleNupHt(&s.info, INT_MAX);
-    ScaleNupPosX(&s.info, INT_MIN);
-    ScaleNupPosY(&s.info, INT_MIN);
-    s.dm.dmYResolution = -1;
-    s.info.nScaleY = 1;
-    ScaleNupHt(&s.info, INT_MIN);
 }
 
 } // namespace

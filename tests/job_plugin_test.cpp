@@ -13,30 +13,28 @@ namespace {
 constexpr DWORD kSessionValue = 0x5E550001u; // what the recording plug-in's session returns
 
 using Bridge = q417::test::JobTest;
+using q417::test::JobHarness;
 
 TEST_F(Bridge, TheLoadingRuleTriesBesideTheDescriptionThenTheDriverDirectory) {
+    const std::string junk = (h.dir() / "junk").string();
+    std::ofstream(junk) << "MZ this is no ELF file";
+    // A module or junk linked at "printer.DLL" beside the description, and a module at
+    // "driver/2/QMARKDLG.DLL" in the driver directory.
     struct Case {
-        const char *what;
-        const char *beside;    // module or junk at "printer.DLL"
-        const char *driverDir; // module at "driver/2/QMARKDLG.DLL"
-        bool loads;
-        bool hasEntries;
+        const char *what, *beside, *driverDir;
+        bool loads, hasEntries;
     } cases[] = {
         {"beside the description", Q417_PLUGIN_REC, nullptr, true, true},
         {"driver directory", nullptr, Q417_PLUGIN_REC, true, true},
         {"beside wins over the directory", Q417_PLUGIN_REC, Q417_PLUGIN_NONE, true, true},
-        {"not a shared object: the directory's", "junk", Q417_PLUGIN_REC, true, true},
-        {"not a shared object, nothing else", "junk", nullptr, false, false},
+        {"not a shared object: the directory's", junk.c_str(), Q417_PLUGIN_REC, true, true},
+        {"not a shared object, nothing else", junk.c_str(), nullptr, false, false},
         {"a plug-in without entries", Q417_PLUGIN_NONE, nullptr, true, false},
         {"nothing at all", nullptr, nullptr, false, false},
     };
     for (const Case &c : cases) {
         q417::test::JobHarness p("rule");
-        if (c.beside && std::string(c.beside) == "junk") {
-            std::ofstream(p.dir() / "printer.DLL") << "MZ this is no ELF file";
-        } else if (c.beside) {
-            p.InstallPlugin(c.beside);
-        }
+        if (c.beside) p.InstallPlugin(c.beside);
         if (c.driverDir) p.Link(c.driverDir, p.dir() / "driver" / "2" / "QMARKDLG.DLL");
         const int loaded = FillFunctionTable(p.printer());
         EXPECT_EQ(loaded != 0, c.loads) << c.what;
@@ -118,7 +116,9 @@ TEST_F(Bridge, AWholeJobCallsEachEntryAtItsPointWithItsArguments) {
     h.Close();
     DiscardDeviceInfo(nullptr); // the configuration is read again at the next job's first page
     h.events.clear();
-    h.ObservePlugin();
+    auto observe = reinterpret_cast<PFN_Rec_SetObserver>(GetProcAddress(module, "Rec_SetObserver"));
+    ASSERT_NE(observe, nullptr);
+    observe([](void *ctx, const char *entry) { static_cast<JobHarness *>(ctx)->Mark(entry); }, &h);
     const size_t firstCall = h.PluginCalls().size();
 
     std::vector<BYTE> dm = h.DevMode(24);
@@ -182,61 +182,38 @@ TEST_F(Bridge, AWholeJobCallsEachEntryAtItsPointWithItsArguments) {
     EXPECT_EQ(hCustUIDLL, module);
     EXPECT_EQ(calls.back().pdm, copy) << "the copy the last block 2 made ends the job";
     EXPECT_EQ(copy->dwSession, kSessionValue);
-
     h.Close();
-    DiscardDeviceInfo(nullptr);
+    // Detaching the library releases the plug-in and the configuration.
+    EXPECT_EQ(DllEntryPoint(ghModule, 0, nullptr), TRUE);
+    EXPECT_EQ(hCustUIDLL, 0u);
+    EXPECT_EQ(hCfg, 0u);
 }
 
-// GetConfig loads the plug-in for itself when no page start has, and unloads it when it ends;
-// a plug-in that a page start loaded stays until the library is detached. The test holds a load of
-// its own, so that the module and its record of calls survive the library's unload.
+// GetConfig loads the plug-in for itself when no page start has (a whole job has it loaded),
+// asks it about the caller's block, and unloads it when it ends. The test holds a load of its
+// own, so that the module and its record of calls survive the library's unload.
 TEST_F(Bridge, APluginLoadedByGetConfigIsUnloadedWhenItEnds) {
     std::filesystem::copy_file(std::string(Q417_TEST_DATA) + "/config/minimal.pdd", h.pddPath());
     h.InstallPlugin(Q417_PLUGIN_REC);
-    const std::u16string path = (h.dir() / "printer.DLL").u16string();
-    const HMODULE own = LoadLibraryW(path.c_str());
-    ASSERT_NE(own, 0u);
+    const HMODULE own = LoadLibraryW((h.dir() / "printer.DLL").u16string().c_str());
     auto recCalls = reinterpret_cast<PFN_Rec_Calls>(GetProcAddress(own, "Rec_Calls"));
     ASSERT_NE(recCalls, nullptr);
-
     std::vector<BYTE> dm = h.DevMode();
     auto *pdm = reinterpret_cast<DDIDEVMODE *>(dm.data());
-    for (bool loadedBefore : {false, true}) {
-        SCOPED_TRACE(loadedBefore ? "loaded by a page start" : "not loaded");
-        if (loadedBefore) {
-            ASSERT_NE(FillFunctionTable(h.printer()), 0);
-        }
-        const HMODULE module = hCustUIDLL;
-        int first = 0, count = 0;
-        recCalls(&first);
-        BYTE cfg[CFGINFO_SIZE] = {};
-        ASSERT_EQ(GetConfig(pdm, cfg), 1);
-        EXPECT_EQ(hCustUIDLL, module);
-        EXPECT_EQ(CustDLL.OEM_GetConfig != nullptr, loadedBefore) << "the table goes with it";
-        const RecCall *calls = recCalls(&count);
-        ASSERT_EQ(count - first, 2);
-        for (int i = first; i < count; ++i) {
-            EXPECT_STREQ(calls[i].entry, i == first ? "OEM_GetConfig" : "OEM_BidiGetPrinterData");
-            EXPECT_EQ(calls[i].pdm, pdm);
-            EXPECT_EQ(calls[i].arg[0], reinterpret_cast<uintptr_t>(cfg)) << "the caller's block";
-        }
-        Q417_FreeConfig(cfg);
-    }
-    // Detaching the library releases the plug-in and the configuration; attaching forgets
-    // what a crashed job could have left.
-    ASSERT_EQ(RetrieveDeviceInfo(pdm), 1);
-    const HMODULE self = ghModule;
-    EXPECT_NE(self, 0u) << "the library's load has run";
-    EXPECT_EQ(DllEntryPoint(self, 0, nullptr), TRUE) << "detach";
+    int first = 0, count = 0;
+    recCalls(&first);
+    BYTE cfg[CFGINFO_SIZE] = {};
+    ASSERT_EQ(GetConfig(pdm, cfg), 1);
     EXPECT_EQ(hCustUIDLL, 0u);
-    EXPECT_EQ(hCfg, 0u);
-    hJobName = 0x1234;
-    EXPECT_EQ(DllEntryPoint(0x77, 1, nullptr), TRUE) << "attach";
-    EXPECT_EQ(ghModule, 0x77u);
-    EXPECT_EQ(hJobName, 0u);
-    EXPECT_EQ(DllEntryPoint(self, 1, nullptr), TRUE);
-    EXPECT_EQ(DllEntryPoint(self, 2, nullptr), TRUE) << "thread notices are ignored";
-    EXPECT_EQ(ghModule, self);
+    EXPECT_EQ(CustDLL.OEM_GetConfig, nullptr) << "the table goes with it";
+    const RecCall *calls = recCalls(&count);
+    ASSERT_EQ(count - first, 2);
+    for (int i = first; i < count; ++i) {
+        EXPECT_STREQ(calls[i].entry, i == first ? "OEM_GetConfig" : "OEM_BidiGetPrinterData");
+        EXPECT_EQ(calls[i].pdm, pdm);
+        EXPECT_EQ(calls[i].arg[0], reinterpret_cast<uintptr_t>(cfg)) << "the caller's block";
+    }
+    Q417_FreeConfig(cfg);
     FreeLibrary(own);
 }
 

@@ -1,15 +1,10 @@
 // Golden printer streams as escaped text, one command a line, the way the printer language
-// manuals write them; and the printer the stream tests run their jobs on.
+// manuals write them.
 #pragma once
 
 #include "job_harness.h"
 
-#include "config/config.h"
-
-#include <gtest/gtest.h>
-
 #include <cstdio>
-#include <fstream>
 #include <initializer_list>
 #include <sstream>
 #include <string>
@@ -62,14 +57,10 @@ inline std::string Stream(std::initializer_list<const char *> lines) {
 #define EXPECT_STREAM(actual, expected)                                                            \
     EXPECT_EQ(::streamtest::Escape(actual), ::streamtest::Escape(expected))
 
-inline std::string DataFile(const std::string &name) {
-    return q417::test::DataFile("stream/" + name);
-}
-
 // A golden stream from tests/data/stream: escaped commands, a line each; "#" starts a comment
 // at the start of a line or after two blanks.
 inline std::string Golden(const std::string &name) {
-    std::istringstream in(DataFile(name));
+    std::istringstream in(q417::test::DataFile("stream/" + name));
     std::string out;
     for (std::string line; std::getline(in, line);) {
         line = line.substr(0, line[0] == '#' ? 0 : line.find("  #"));
@@ -77,30 +68,5 @@ inline std::string Golden(const std::string &name) {
     }
     return out;
 }
-
-inline const char kVersion[] = "*FileVersion: \"2.10\"\n";
-constexpr unsigned short kLetter = 0, kA4 = 1, kPaperNone = 2;
-constexpr unsigned short kTray1 = 0, kTray4 = 1, kTrayAuto = 2;
-
-// A printer on quill.pdd, with no plug-in, no configuration read yet and no watermark
-// definitions: nothing but page set-up commands in the stream.
-struct StreamTest : q417::test::JobTest {
-    void SetUp() override {
-        DiscardDeviceInfo(nullptr);
-        ASSERT_TRUE(Q417_SetWindowsDirectory(h.dir().c_str()));
-        JobTest::SetUp();
-        WriteDescription(kVersion);
-    }
-    void TearDown() override {
-        DiscardDeviceInfo(nullptr);
-        Q417_SetWindowsDirectory(nullptr);
-        JobTest::TearDown();
-    }
-    // quill.pdd and further lines; a binary configuration made from an earlier one goes.
-    void WriteDescription(const std::string &more) {
-        std::filesystem::remove(std::filesystem::path(h.pddPath()).replace_extension("bdd"));
-        std::ofstream(h.pddPath(), std::ios::binary) << DataFile("quill.pdd") << more;
-    }
-};
 
 } // namespace streamtest

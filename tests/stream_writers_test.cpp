@@ -4,29 +4,42 @@
 // streams.
 #include "stream_support.h"
 
+#include "config/config.h"
 #include "stream/stream.h"
 
 #include <cstring>
+#include <fstream>
 
 using namespace streamtest;
 
 namespace {
 
-struct StreamWriters : StreamTest {
+const char kVersion[] = "*FileVersion: \"2.10\"\n";
+constexpr unsigned short kLetter = 0, kA4 = 1, kPaperNone = 2;
+constexpr unsigned short kTray1 = 0, kTray4 = 1, kTrayAuto = 2;
+
+// A printer on quill.pdd, with no plug-in, no configuration read yet and no watermark
+// definitions: nothing but page set-up commands in the stream.
+struct StreamWriters : q417::test::JobTest {
     void SetUp() override {
-        StreamTest::SetUp();
+        DiscardDeviceInfo(nullptr);
+        ASSERT_TRUE(Q417_SetWindowsDirectory(h.dir().c_str()));
+        JobTest::SetUp();
         Open(kVersion);
     }
     void TearDown() override {
         Close();
-        StreamTest::TearDown(); // the writers keep no block
+        Q417_SetWindowsDirectory(nullptr);
+        JobTest::TearDown(); // the writers keep no block
     }
 
-    // Starts a job on quill.pdd and more lines and opens its first page; the test then owns the
-    // record.
+    // Starts a job on quill.pdd and more lines (a binary configuration made from an earlier one
+    // goes) and opens its first page; the test then owns the record.
     void Open(const std::string &more, const std::u16string &name = u"Report") {
         Close();
-        WriteDescription(more);
+        std::filesystem::remove(std::filesystem::path(h.pddPath()).replace_extension("bdd"));
+        std::ofstream(h.pddPath(), std::ios::binary)
+            << q417::test::DataFile("stream/quill.pdd") << more;
         h.Open(h.DevMode(16), name);
         ASSERT_EQ(DrvSplStartPage(h.job()), 1);
         info = static_cast<SPLDEVINFO *>(GlobalLock(q417::job::JobOf(h.job())->hDevInfo));
@@ -35,12 +48,13 @@ struct StreamWriters : StreamTest {
         h.events.clear();
     }
     void Close() {
-        if (!info) return;
-        CustDLL = CUSTDLL{};
-        GlobalUnlock(q417::job::JobOf(h.job())->hDevInfo);
-        info = nullptr;
-        DrvSplEndDoc(h.job());
-        h.Close();
+        if (info) {
+            CustDLL = CUSTDLL{};
+            GlobalUnlock(q417::job::JobOf(h.job())->hDevInfo);
+            info = nullptr;
+            DrvSplEndDoc(h.job());
+            h.Close();
+        }
         DiscardDeviceInfo(nullptr);
     }
 
@@ -59,8 +73,7 @@ struct StreamWriters : StreamTest {
 
 TEST_F(StreamWriters, OutputModeSwitches) {
     struct Case {
-        BYTE from, to;
-        WORD flagsBefore, flagsAfter;
+        int from, to, flagsBefore, flagsAfter;
         const char *stream;
     } cases[] = {
         {OUTPUT_UNKNOWN, OUTPUT_PCL, 0xFFFF, 0x0D90, R"(\x1b%0A)"},  // leaving keeps 0x0D90
@@ -101,11 +114,7 @@ TEST_F(StreamWriters, HPGLScaleOfAnNUpSheet) {
 // in lines, and the duplex code that goes out with it.
 TEST_F(StreamWriters, PageSizeCommand) {
     struct Case {
-        INT margin;
-        SHORT orientation;
-        DWORD pagesPerSheet, keepOrient;
-        BYTE rotated, outputFlags;
-        SHORT duplex;
+        int margin, orientation, pagesPerSheet, keepOrient, rotated, outputFlags, duplex;
         const char *command;
     } cases[] = {
         {149, 1, 1, 0, 0, 0, 0, R"(\x1b&l2a0o6d1E)"},
@@ -153,10 +162,7 @@ TEST_F(StreamWriters, PageSizeCommand) {
 // nothing; a tray of code -1 is remembered but not sent.
 TEST_F(StreamWriters, PaperOrientationAndTrayMemory) {
     struct Step {
-        WORD paper;
-        SHORT orientation;
-        WORD tray;
-        int result;
+        int paper, orientation, tray, result;
         const char *page, *traySelect;
     } steps[] = {
         {kA4, 2, kTray1, 1, R"(\x1b&l26a1o4d1E)", ""},     // new paper: orientation memory stays 0
@@ -214,8 +220,7 @@ TEST_F(StreamWriters, HeaderHooksStandBehindTheirStepsAndTheirChangesCount) {
 // job whose three object classes are all gray asks for gray rendering.
 TEST_F(StreamWriters, EmulationAndGrayRendering) {
     struct Case {
-        WORD emulation;
-        BYTE t0, t1, t2;
+        int emulation, t0, t1, t2;
         const char *label;
         bool gray;
     } cases[] = {
@@ -277,9 +282,8 @@ TEST_F(StreamWriters, NamesThatDoNotFitAreCut) {
     EXPECT_EQ(Take(), "@PJL COMMENT Job Name: " + std::string(399, 'n') + "\n");
     EXPECT_EQ(GlobalFlags(dm->hJobName) & 0xFF, 0u); // the name is unlocked again
     struct Case {
-        const char *codePage;
-        const char *encoded; // U+3042 in that code page
-        size_t charsKept;    // of 300
+        const char *codePage, *encoded; // U+3042 in that code page
+        size_t charsKept;               // of 300
     } cases[] = {
         {"CP932", "\x82\xa0", 199},     // 2 bytes: 398 of 399
         {"UTF-8", "\xe3\x81\x82", 133}, // 3 bytes: 399 exactly
@@ -306,23 +310,14 @@ TEST_F(StreamWriters, NamesThatDoNotFitAreCut) {
 
 // ---- Whole jobs ----
 
-// Whole jobs through the exported entries: the printer stream from the Universal Exit
-// Language to the job's end, byte for byte, against the golden streams in tests/data/stream.
-struct StreamJob : StreamTest {
-    // A job "Annual report" of three pages, PCL 5e, 600 dpi, two copies.
-    std::string Run(BYTE pagesPerSheet, const q417::test::JobHarness::PageChange &change = {}) {
-        std::vector<BYTE> dm = h.DevMode(0, 600, pagesPerSheet);
-        reinterpret_cast<DDIDEVMODE *>(dm.data())->wEmulation = 2;
-        reinterpret_cast<DDIDEVMODE *>(dm.data())->dmCopies = 2;
-        h.RunJob(dm, u"Annual report", change);
-        return h.Stream();
-    }
-};
-
-// A page-size command with its duplex code replaces the form feed; the tray of code -1 sends
-// nothing but is remembered.
-TEST_F(StreamJob, ColourJobChangingPaperAndTray) {
-    auto change = [](int page, SPLDEVINFO &r, DDIDEVMODE &dm) {
+// Whole jobs through the exported entries, against the golden streams in tests/data/stream:
+// the printer stream from the Universal Exit Language to the job's end, byte for byte. A job
+// "Annual report" of three pages, PCL 5e, 600 dpi, two copies. The colour job changes paper and
+// tray: a page-size command with its duplex code replaces the form feed; the tray of code -1
+// sends nothing but is remembered. Two up turns the sheet.
+TEST_F(StreamWriters, WholeJobsAgainstTheGoldenStreams) {
+    Close();
+    auto colour = [](int page, SPLDEVINFO &r, DDIDEVMODE &dm) {
         dm.wEmulation = 3;
         dm.dmCopies = 1;
         dm.dmDuplex = 2;
@@ -333,11 +328,15 @@ TEST_F(StreamJob, ColourJobChangingPaperAndTray) {
         r.cxPrintable = 5592; // A4 less the margins
         r.cyPrintable = 8060;
     };
-    EXPECT_STREAM(Run(1, change), Golden("colour_job.txt"));
-}
-
-TEST_F(StreamJob, TwoUpTurnsTheSheet) {
-    EXPECT_STREAM(Run(2), Golden("two_up.txt"));
+    const std::tuple<const char *, BYTE, q417::test::JobHarness::PageChange> jobs[] = {
+        {"colour_job.txt", 1, colour}, {"two_up.txt", 2, {}}};
+    for (const auto &[golden, pagesPerSheet, change] : jobs) {
+        std::vector<BYTE> dm = h.DevMode(0, 600, pagesPerSheet);
+        reinterpret_cast<DDIDEVMODE *>(dm.data())->wEmulation = 2;
+        reinterpret_cast<DDIDEVMODE *>(dm.data())->dmCopies = 2;
+        h.RunJob(dm, u"Annual report", change);
+        EXPECT_STREAM(h.Stream(), Golden(golden)) << golden;
+    }
 }
 
 } // namespace

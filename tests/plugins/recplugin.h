@@ -1,13 +1,8 @@
 /* Test plug-ins: what the recording plug-in remembers of each call, and how a test reads it.
  * The test finds these functions with GetProcAddress on the module the library loaded. */
-#ifndef Q417_TEST_RECPLUGIN_H
-#define Q417_TEST_RECPLUGIN_H
+#pragma once
 
 #include "q417/plugin.h"
-
-#ifdef __cplusplus
-extern "C" {
-#endif
 
 #define REC_MAX_CALLS 4096
 #define REC_NAME_CHARS 64
@@ -31,9 +26,3 @@ typedef const RecCall *(*PFN_Rec_Calls)(int *count);
 /* Called at each entry with its name, so a test can interleave calls with the stream. */
 typedef void (*REC_OBSERVER)(void *ctx, const char *entry);
 typedef void (*PFN_Rec_SetObserver)(REC_OBSERVER fn, void *ctx);
-
-#ifdef __cplusplus
-}
-#endif
-
-#endif
