@@ -93,30 +93,6 @@ Row RoundTrip(const Case &c, int method) {
     return blocks[0].rows[1];
 }
 
-// A printer drops what lies past the raster's width, and so does the decoder, however far a
-// row reaches: a 16-pixel raster keeps two bytes a row.
-TEST(PagesRaster, DecodedRowsStopAtTheWidth) {
-    const struct {
-        const char *name;
-        std::string rows;
-        Row want;
-    } kCases[] = {
-        {"unencoded", "\x1b*b0m5WABCDE", {'A', 'B'}},
-        {"PackBits repeats", "\x1b*b2m6W\x81U\x81U\x81U", {'U', 'U'}},
-        {"delta far past the end", "\x1b*b3m5W\x1f\xff\xff\x00Z", {0, 0}},
-        {"delta at the edge", "\x1b*b3m3W\x21YZ", {0, 'Y'}},
-    };
-    for (const auto &c : kCases) {
-        std::string s = "\x1b*r16S\x1b*r1A" + c.rows + "\x1b*rC";
-        DecodeResult r;
-        std::vector<RasterBlock> blocks = DecodeRaster(U(s), s.size(), &r);
-        ASSERT_EQ(blocks.size(), 1u) << c.name;
-        ASSERT_EQ(blocks[0].rows.size(), 1u) << c.name;
-        EXPECT_EQ(blocks[0].rows[0], c.want) << c.name;
-        EXPECT_EQ(r.nBadRows, 0u) << c.name;
-    }
-}
-
 // Every row through each method, and through the encoder's choice: colour rows pass through
 // untouched, so the choice is seen on exact bytes, and so are rows dithered already, as a
 // renderer that halftones itself hands them over. The choice never exceeds an unencoded row;
