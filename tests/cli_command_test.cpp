@@ -165,11 +165,9 @@ TEST_F(CliTest, StalledPrinterTimesOut) {
     EXPECT_EQ(r.status, 1);
 
     // The backlog is full now (the last connection was never accepted): a new one waits.
-    sockaddr_in addr{};
-    socklen_t len = sizeof addr;
-    getsockname(lsock, reinterpret_cast<sockaddr *>(&addr), &len);
+    sockaddr_in addr{AF_INET, htons(n), {htonl(INADDR_LOOPBACK)}, {}};
     int filler = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
-    connect(filler, reinterpret_cast<sockaddr *>(&addr), len);
+    connect(filler, reinterpret_cast<sockaddr *>(&addr), sizeof addr);
     r = Run({"print", "--timeout", "1", "-o", port});
     ExpectOneErrorLine(r, "127.0.0.1 did not accept the connection within 1 s (connect timeout)");
     close(filler);
@@ -330,7 +328,6 @@ TEST_F(CliTest, DevmodeRoundTrip) {
     r = Run({"devmode", "get", "dm.bin", "PAPERSIZE", "COPIES", "PAGEORIENT", "DUPLEX", "PORT"});
     // Long-edge binding is the device mode's duplex 3.
     EXPECT_EQ(r.out, "PAPERSIZE=1\nCOPIES=3\nPAGEORIENT=1\nDUPLEX=3\nSTR_PORT=FILE:\n") << r.err;
-    ExpectOneErrorLine(Run({"devmode", "set", "dm.bin", "PAGESPERSHEET=3"}), "PAGESPERSHEET");
     ExpectOneErrorLine(Run({"devmode", "set", "dm.bin", "PAPERWIDTH=5"}), "read");
     ExpectOneErrorLine(Run({"devmode", "set", "dm.bin", "NOSUCH=5"}), "NOSUCH");
     r = Run({"devmode", "show", "dm.bin"});

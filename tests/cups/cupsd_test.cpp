@@ -34,23 +34,15 @@ class Cupsd : public ::testing::Test {
         for (const char *f : {"qcl4100.pdd", "qml2400.pdd", "QMWMARK.INI"})
             WriteFile(dir + "/data/q417plg/" + f, ReadFile(std::string(Q417_SHARE) + "/" + f));
 
+        // The configuration in the test's data. As root cupsd refuses to run its children as
+        // root: they run as lp.
+        const std::string asRoot = geteuid() == 0 ? "User lp\nGroup lp\nSystemGroup root\n" : "";
+        for (std::string name : {"cupsd.conf", "cups-files.conf"})
+            WriteFile(
+                dir + "/conf/" + name,
+                Filled(ReadFile(Q417_CUPS_DATA "/" + name) + (name == "cupsd.conf" ? "" : asRoot),
+                       {{"@DIR@", dir}, {"@PORT@", std::to_string(FreePort())}}));
         std::string socket = dir + "/run/cups.sock";
-        WriteFile(dir + "/conf/cupsd.conf",
-                  "Listen 127.0.0.1:" + std::to_string(FreePort()) + "\nListen " + socket +
-                      "\nLogLevel debug\nBrowsing No\nWebInterface No\nDefaultAuthType None\n"
-                      // a sanitizer build of the filter runs under the test's sanitizer options
-                      "PassEnv ASAN_OPTIONS LSAN_OPTIONS UBSAN_OPTIONS\n"
-                      "<Location />\n  Order allow,deny\n  Allow all\n</Location>\n"
-                      "<Policy default>\n  <Limit All>\n    Order deny,allow\n  </Limit>\n"
-                      "</Policy>\n");
-        std::string conf = "ServerRoot " + dir + "/conf\nStateDir " + dir + "/state\nCacheDir " +
-                           dir + "/cache\nRequestRoot " + dir + "/spool\nTempDir " + dir +
-                           "/spool/tmp\nServerBin " + dir + "/bin\nDataDir " + dir + "/data\n";
-        for (const char *log : {"AccessLog", "ErrorLog", "PageLog"})
-            conf += log + (" " + dir + "/log/") + log + "\n";
-        // As root cupsd refuses to run its children as root: they run as lp.
-        if (geteuid() == 0) conf += "User lp\nGroup lp\nSystemGroup root\n";
-        WriteFile(dir + "/conf/cups-files.conf", conf);
 
         pid = Spawn(
             {"cupsd", "-f", "-c", dir + "/conf/cupsd.conf", "-s", dir + "/conf/cups-files.conf"},
@@ -69,10 +61,7 @@ class Cupsd : public ::testing::Test {
         RemoveUnlessFailed(dir);
     }
 
-    void TearDown() override {
-        if (HasFailure())
-            fprintf(stderr, "--- cupsd error_log ---\n%s\n", Tail(ErrorLog()).c_str());
-    }
+    void TearDown() override { ShowLogIfFailed("cupsd error_log", dir + "/log/ErrorLog"); }
 
     static std::string ErrorLog() { return ReadFile(dir + "/log/ErrorLog"); }
 

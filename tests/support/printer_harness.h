@@ -164,9 +164,21 @@ inline void RemoveUnlessFailed(const std::string &dir) {
         fs::remove_all(dir, ec);
 }
 
-// The last 6000 bytes of a log.
-inline std::string Tail(const std::string &log) {
-    return log.substr(log.size() > 6000 ? log.size() - 6000 : 0);
+// After a failed test, the last 6000 bytes of a server's log.
+inline void ShowLogIfFailed(const std::string &title, const std::string &path) {
+    if (!::testing::Test::HasFailure()) return;
+    const std::string log = ReadFile(path);
+    fprintf(stderr, "--- %s ---\n%s\n", title.c_str(),
+            log.substr(log.size() > 6000 ? log.size() - 6000 : 0).c_str());
+}
+
+// `text` with each mark replaced by its value.
+inline std::string Filled(std::string text,
+                          const std::vector<std::pair<std::string, std::string>> &marks) {
+    for (const auto &[mark, value] : marks)
+        for (size_t at; (at = text.find(mark)) != std::string::npos;)
+            text.replace(at, mark.size(), value);
+    return text;
 }
 
 // Writes a new file, never through a link that `path` may be.
@@ -305,11 +317,6 @@ class Listener {
         std::unique_lock lock(mutex_);
         if (!cv_.wait_for(lock, timeout, [&] { return streams_.size() > taken_; })) return {};
         return std::move(streams_[taken_++]);
-    }
-    // Every stream so far counts as taken.
-    void Clear() {
-        std::lock_guard lock(mutex_);
-        taken_ = streams_.size();
     }
 
     // The most connections open at once, over every listener.
