@@ -2,6 +2,7 @@
 // status and the files it leaves.
 #include "tests/support/printer_harness.h"
 
+#include <map>
 #include <memory>
 #include <regex>
 
@@ -104,29 +105,23 @@ TEST_F(CliTest, JobsDecodeWholeAndCarryTheirSettings) {
     };
     // Every paper, source and resolution of both samples, with the code its description gives
     // it (read from the file, not restated here): "*PageSize A4/...: 26" -> ESC&l26A, and so on.
-    const std::regex option(R"re(\*(PageSize|InputSlot|Resolution) (\w+)/.*: "?(\d+)"?)re");
+    const std::regex option(R"re(\n\*(PageSize|InputSlot|Resolution) (\w+)/.*: "?(\d+)"?(?=\n))re");
     for (const char *sample : {"qcl4100.pdd", "qml2400.pdd"}) {
         fs::copy_file(fs::path(Q417_SOURCE_DIR) / "share" / sample, dir_ / sample);
-        std::vector<std::pair<std::string, std::string>> papers, sources, resolutions;
-        std::istringstream pdd(ReadFile(dir_ / sample));
-        for (std::string line; std::getline(pdd, line);) {
-            std::smatch m;
-            if (!std::regex_match(line, m, option)) continue;
-            const std::string kind = m[1], code = m[3];
-            if (kind == "PageSize") papers.push_back({m[2], "ESC&l" + code + "A "});
-            if (kind == "InputSlot") sources.push_back({m[2], "ESC&l" + code + "H "});
-            if (kind == "Resolution") resolutions.push_back({m[2], "ESC&u" + code + "D "});
-        }
-        ASSERT_GE(papers.size(), 5u) << sample;
-        ASSERT_GE(sources.size(), 2u) << sample;
-        ASSERT_GE(resolutions.size(), 2u) << sample;
+        const std::string pdd = ReadFile(dir_ / sample);
+        std::map<std::string, std::vector<std::pair<std::string, std::string>>> found;
+        for (std::sregex_iterator m(pdd.begin(), pdd.end(), option), end; m != end; ++m)
+            found[(*m)[1]].push_back({(*m)[2], (*m)[3]}); // kind: the name, its code
+        const auto &papers = found["PageSize"], &sources = found["InputSlot"],
+                   &res = found["Resolution"];
+        ASSERT_TRUE(papers.size() >= 5 && sources.size() >= 2 && res.size() >= 2) << sample;
         for (size_t i = 0; i < papers.size() || i < sources.size(); ++i) {
-            const auto &paper = papers[i % papers.size()], &source = sources[i % sources.size()],
-                       &res = resolutions[i % resolutions.size()];
-            jobs.push_back({{"-p", sample, "--paper", paper.first, "--source", source.first,
-                             "--resolution", res.first},
-                            {res.second, paper.second, source.second},
-                            {}});
+            const auto &p = papers[i % papers.size()], &s = sources[i % sources.size()],
+                       &r = res[i % res.size()];
+            jobs.push_back(
+                {{"-p", sample, "--paper", p.first, "--source", s.first, "--resolution", r.first},
+                 {"ESC&u" + r.second + "D ", "ESC&l" + p.second + "A ", "ESC&l" + s.second + "H "},
+                 {}});
         }
     }
     for (const auto &job : jobs) {

@@ -5,6 +5,8 @@
 // what arrives is checked with the tool's decoder. The system's CUPS is never touched.
 #include "printer_harness.h"
 
+#include <regex>
+
 namespace {
 
 using namespace q417test;
@@ -129,10 +131,8 @@ TEST_F(Cupsd, DamagedPdfFailsThenFourUpDuplexWatermarkedPdfArrivesAsOneSheet) {
     ExpectFourUpSheet(stream, "DRAFT");
     EXPECT_EQ(Count(Decode(stream), "ESC&l4H "), 1u); // the lower tray
     // CUPS counted one sheet for the job, from the filter's PAGE: line
-    std::string pages = ReadFile(dir + "/log/PageLog");
-    size_t at = pages.find("office " + std::string(cupsUser()) + " " + std::to_string(id) + " ");
-    ASSERT_NE(at, std::string::npos) << pages;
-    EXPECT_NE(pages.substr(at, pages.find('\n', at) - at).find(" total 1 "), std::string::npos)
+    const std::string pages = ReadFile(dir + "/log/PageLog"), mine = std::to_string(id);
+    EXPECT_TRUE(std::regex_search(pages, std::regex("office \\S+ " + mine + " .* total 1 ")))
         << pages;
 }
 
@@ -145,13 +145,10 @@ TEST_F(Cupsd, ImageWithPpdOptionsAndCopiesReachesThePrinter) {
                                         "Resolution=300dpi copies=2 Collate=True");
     EXPECT_EQ(JobState(id), IPP_JSTATE_COMPLETED);
     std::string listing = Decode(printer->Next());
-    EXPECT_NE(listing.find("@PJL ENTER LANGUAGE=PCL"), std::string::npos);
-    EXPECT_EQ(Count(listing, "ESC&l2S "), 1u);
-    EXPECT_EQ(Count(listing, "ESC&l2A "), 1u); // Letter
-    EXPECT_EQ(Count(listing, "ESC&l2X "), 1u); // the printer makes two copies
-    EXPECT_NE(listing.find("Quillmark PCL5e Driver"), std::string::npos);
-    EXPECT_NE(listing.find("ESC*t300R "), std::string::npos);
-    EXPECT_EQ(Count(listing, "start raster graphics"), 1u);
+    // Short-edge binding, Letter, two copies by the printer, grey, 300 dpi, the page sent once.
+    for (const char *once : {"@PJL ENTER LANGUAGE=PCL", "ESC&l2S ", "ESC&l2A ", "ESC&l2X ",
+                             "Quillmark PCL5e Driver", "ESC*t300R ", "start raster graphics"})
+        EXPECT_EQ(Count(listing, once), 1u) << once;
 }
 
 } // namespace
