@@ -289,18 +289,14 @@ inline int FreePort() {
     return port;
 }
 
-// A printer port on 127.0.0.1: every connection's bytes are one stream, kept in the order the
-// connections closed. Each connection is read by a thread of its own, so two printers can be
-// sent to together.
+// A printer port on 127.0.0.1: every connection's bytes are one stream, kept in order; the
+// connections are read one after the other, each listener in a thread of its own.
 class Listener {
   public:
     Listener() : fd_(BindLoopback(port_)) {
         if (fd_ < 0 || listen(fd_, 8) != 0) throw std::runtime_error("listener");
         thread_ = std::thread([this] {
-            std::vector<std::thread> readers;
-            for (int c; (c = accept4(fd_, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;)
-                readers.emplace_back([this, c] { Read(c); });
-            for (auto &r : readers) r.join();
+            for (int c; (c = accept4(fd_, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;) Read(c);
         });
     }
     ~Listener() {
