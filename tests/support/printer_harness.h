@@ -289,8 +289,9 @@ inline int FreePort() {
     return port;
 }
 
-// A printer port on 127.0.0.1: every connection's bytes are one stream, kept in order; the
-// connections are read one after the other, each listener in a thread of its own.
+// A printer port on 127.0.0.1: every connection's bytes are one stream, kept in order (one
+// that sent nothing is none); the connections are read one after the other, each listener in a
+// thread of its own.
 class Listener {
   public:
     Listener() : fd_(BindLoopback(port_)) {
@@ -332,7 +333,7 @@ class Listener {
         close(c);
         --openNow;
         std::lock_guard lock(mutex_);
-        streams_.push_back(std::move(data));
+        if (!data.empty()) streams_.push_back(std::move(data));
         cv_.notify_all();
     }
 
