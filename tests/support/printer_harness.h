@@ -164,9 +164,21 @@ inline void RemoveUnlessFailed(const std::string &dir) {
         fs::remove_all(dir, ec);
 }
 
-// The last 6000 bytes of a log.
-inline std::string Tail(const std::string &log) {
-    return log.substr(log.size() > 6000 ? log.size() - 6000 : 0);
+// After a failed test, the last 6000 bytes of a server's log.
+inline void ShowLogIfFailed(const std::string &title, const std::string &path) {
+    if (!::testing::Test::HasFailure()) return;
+    const std::string log = ReadFile(path);
+    fprintf(stderr, "--- %s ---\n%s\n", title.c_str(),
+            log.substr(log.size() > 6000 ? log.size() - 6000 : 0).c_str());
+}
+
+// `text` with each mark replaced by its value.
+inline std::string Filled(std::string text,
+                          const std::vector<std::pair<std::string, std::string>> &marks) {
+    for (const auto &[mark, value] : marks)
+        for (size_t at; (at = text.find(mark)) != std::string::npos;)
+            text.replace(at, mark.size(), value);
+    return text;
 }
 
 // Writes a new file, never through a link that `path` may be.
@@ -277,18 +289,15 @@ inline int FreePort() {
     return port;
 }
 
-// A printer port on 127.0.0.1: every connection's bytes are one stream, kept in the order the
-// connections closed. Each connection is read by a thread of its own, so two printers can be
-// sent to together.
+// A printer port on 127.0.0.1: every connection's bytes are one stream, kept in order (one
+// that sent nothing is none); the connections are read one after the other, each listener in a
+// thread of its own.
 class Listener {
   public:
     Listener() : fd_(BindLoopback(port_)) {
         if (fd_ < 0 || listen(fd_, 8) != 0) throw std::runtime_error("listener");
         thread_ = std::thread([this] {
-            std::vector<std::thread> readers;
-            for (int c; (c = accept4(fd_, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;)
-                readers.emplace_back([this, c] { Read(c); });
-            for (auto &r : readers) r.join();
+            for (int c; (c = accept4(fd_, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;) Read(c);
         });
     }
     ~Listener() {
@@ -305,11 +314,6 @@ class Listener {
         std::unique_lock lock(mutex_);
         if (!cv_.wait_for(lock, timeout, [&] { return streams_.size() > taken_; })) return {};
         return std::move(streams_[taken_++]);
-    }
-    // Every stream so far counts as taken.
-    void Clear() {
-        std::lock_guard lock(mutex_);
-        taken_ = streams_.size();
     }
 
     // The most connections open at once, over every listener.
@@ -329,7 +333,7 @@ class Listener {
         close(c);
         --openNow;
         std::lock_guard lock(mutex_);
-        streams_.push_back(std::move(data));
+        if (!data.empty()) streams_.push_back(std::move(data));
         cv_.notify_all();
     }
 
