@@ -159,7 +159,7 @@ TEST_F(AppTest, FailedJobsAbortAloneAndFourUpDuplexWatermarkedPdfArrivesAsOneShe
         EXPECT_EQ(end.rfind("aborted ", 0), 0u) << end;
         EXPECT_NE(end.find(c.reason), std::string::npos) << end;
         EXPECT_NE(end.find(c.message, end.find(':')), std::string::npos) << end;
-        office->Next(5s); // whatever reached the port before the end
+        office->Next(1s); // whatever reached the port before the end
     }
 
     ExpectCompleted("office", Submit("office", pdf3, "application/pdf", "four-up",

@@ -289,15 +289,18 @@ inline int FreePort() {
     return port;
 }
 
-// A printer port on 127.0.0.1: every connection's bytes are one stream, kept in order (one
-// that sent nothing is none); the connections are read one after the other, each listener in a
-// thread of its own.
+// A printer port on 127.0.0.1: every connection's bytes are one stream (one that sent nothing
+// is none), kept in the order the connections closed. Each connection is read by a thread of
+// its own, so a connection held open (a hung job) does not hold back the next one.
 class Listener {
   public:
     Listener() : fd_(BindLoopback(port_)) {
         if (fd_ < 0 || listen(fd_, 8) != 0) throw std::runtime_error("listener");
         thread_ = std::thread([this] {
-            for (int c; (c = accept4(fd_, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;) Read(c);
+            std::vector<std::thread> readers;
+            for (int c; (c = accept4(fd_, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;)
+                readers.emplace_back([this, c] { Read(c); });
+            for (auto &r : readers) r.join();
         });
     }
     ~Listener() {
